@@ -7,6 +7,13 @@
 // two doubles of a row are the room the in-place real transform needs. In the
 // frequency domain a row holds bins 0 .. width / 2 as interleaved complex pairs
 // (real part first), bin (u, v) starting at data[v * (width + 2) + 2 * u].
+// Odd widths: a spectrum row keeps (width + 2) / 2 complex values, i.e. width + 1
+// doubles, one fewer than a spatial row, so there bin (u, v) starts at
+// data[v * (width + 1) + 2 * u]. The tool itself only uses powers of two.
+//
+// The buffer is aligned for FFTW's SIMD code. The transform plans (`descriptor`)
+// belong to the FFT backend's process-wide cache (frequency/FftBackend.h), shared
+// by every array of the same size; Release only lets go of them.
 //
 // Transforms are unnormalised in both directions: Forward then Backward
 // multiplies every sample by width * height.
@@ -36,4 +43,7 @@ public:
     std::int32_t size = 0;  // (width + 2) * height
     std::int32_t height = 0;
     std::int32_t width = 0;
+
+private:
+    bool Transform(bool forward);
 };

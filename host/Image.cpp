@@ -3,6 +3,7 @@
 #include "host/Tags.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
@@ -45,6 +46,8 @@ std::vector<Taps> AxisTaps(int from, int to)
     return taps;
 }
 
+std::atomic<long> g_liveImages{0};
+
 void CheckSize(int w, int h)
 {
     if (w < 0 || h < 0)
@@ -59,7 +62,12 @@ Image::Image(int width, int height, int depth, std::vector<std::string> extraCha
 {
     const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * PixelStride();
     m_data.reset(new float[n ? n : 1]());
+    g_liveImages.fetch_add(1, std::memory_order_relaxed);
 }
+
+Image::~Image() { g_liveImages.fetch_sub(1, std::memory_order_relaxed); }
+
+long Image::LiveCount() { return g_liveImages.load(std::memory_order_relaxed); }
 
 Image* Image::CopyOfImage(bool /*copyMetadataOnly*/) const
 {

@@ -31,6 +31,10 @@ constexpr int RSZ_FILTER_AREA = 7;
 class Image : public Parameter {
 public:
     Image(int width, int height, int depth = IMDP_Float32, std::vector<std::string> extraChannels = {});
+    ~Image() override;
+
+    // Images alive in the process: lets tests and long runs see that none leak.
+    static long LiveCount();
 
     const FuID& DataType() const override { return CLSID_DataType_Image; }
 

@@ -1,0 +1,173 @@
+#include "host/Flow.h"
+
+#include "host/FusionDoc.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <unistd.h>
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* kFormat = "lumivane-flow";
+constexpr int kVersion = 1;
+
+json SaveInput(const Input& in)
+{
+    const InputDeclaration& d = in.Decl();
+    if (d.IsNumber()) {
+        if (!in.IsAnimated()) {
+            Ref<Parameter> v(const_cast<Input&>(in).GetSource(0.0));
+            return static_cast<Number&>(*v).Value();
+        }
+        json keys = json::array();
+        for (const auto& [t, v] : in.Keys()) keys.push_back(json::array({t, v}));
+        return json{{"keys", keys}};
+    }
+    Ref<Parameter> v(const_cast<Input&>(in).GetSource(0.0));
+    return v ? json(static_cast<Text&>(*v).Value()) : json("");
+}
+
+class FlowReader {
+public:
+    explicit FlowReader(std::string path) : m_path(std::move(path)) {}
+
+    [[noreturn]] void Fail(const std::string& where, const std::string& what) const
+    {
+        throw std::runtime_error(m_path + ": " + where + ": " + what);
+    }
+
+    void ApplyInput(Input& in, const json& value, const std::string& where) const
+    {
+        const InputDeclaration& d = in.Decl();
+        if (d.IsText()) {
+            if (!value.is_string()) Fail(where, "expected a text, got " + std::string(value.type_name()));
+            Ref<Text> text(new Text(value.get<std::string>()));
+            in.SetSource(text.get(), 0.0);
+            return;
+        }
+        if (!d.IsNumber()) Fail(where, "\"" + d.ID.str() + "\" is an image connection; give it under \"connections\"");
+        if (value.is_number()) {
+            const double v = value.get<double>();
+            if (std::string why = d.CheckNumber(v); !why.empty()) Fail(where, why);
+            in.SetKeys({});
+            Ref<Number> number(new Number(v));
+            in.SetSource(number.get(), 0.0);
+            return;
+        }
+        if (!value.is_object() || !value.contains("keys") || !value["keys"].is_array() || value["keys"].empty())
+            Fail(where, "expected a number or {\"keys\": [[time, value], ...]}, got " + std::string(value.type_name()));
+        std::map<double, double> keys;
+        for (std::size_t i = 0; i < value["keys"].size(); ++i) {
+            const json& key = value["keys"][i];
+            const std::string at = where + ".keys[" + std::to_string(i) + "]";
+            if (!key.is_array() || key.size() != 2 || !key[0].is_number() || !key[1].is_number())
+                Fail(at, "expected [time, value]");
+            if (std::string why = d.CheckNumber(key[1].get<double>()); !why.empty()) Fail(at, why);
+            keys[key[0].get<double>()] = key[1].get<double>();
+        }
+        in.SetKeys(std::move(keys));
+    }
+
+    void ReadTool(FusionDoc& doc, const json& t, const std::string& where) const
+    {
+        if (!t.is_object()) Fail(where, "expected an object with \"class\", \"name\" and \"inputs\"");
+        if (!t.contains("class") || !t["class"].is_string()) Fail(where + ".class", "expected the tool's class ID");
+        const std::string name = t.value("name", std::string());
+        Operator* tool = nullptr;
+        try {
+            tool = doc.AddTool(FuID(t["class"].get<std::string>()), name);
+        } catch (const std::runtime_error& e) {
+            Fail(where + ".class", e.what());
+        }
+        if (t.contains("inputs")) {
+            if (!t["inputs"].is_object()) Fail(where + ".inputs", "expected an object of control ID to value");
+            for (const auto& [id, value] : t["inputs"].items()) {
+                Input* in = tool->FindInput(id);
+                if (!in) {
+                    std::string known;
+                    for (const auto& i : tool->Inputs())
+                        if (!i->Decl().IsImage()) known += (known.empty() ? "" : ", ") + i->ID().str();
+                    Fail(where + ".inputs." + id, "the tool has no control \"" + id + "\" (controls: " + known + ")");
+                }
+                ApplyInput(*in, value, where + ".inputs." + id);
+            }
+        }
+        if (t.contains("connections")) {
+            if (!t["connections"].is_object()) Fail(where + ".connections", "expected an object of input ID to source");
+            for (const auto& [id, value] : t["connections"].items()) {
+                Input* in = tool->FindInput(id);
+                if (!in || !in->Decl().IsImage())
+                    Fail(where + ".connections." + id, "the tool has no image input \"" + id + "\"");
+                if (!value.is_string()) Fail(where + ".connections." + id, "expected a text");
+                in->SetConnection(value.get<std::string>());
+            }
+        }
+    }
+
+private:
+    std::string m_path;
+};
+
+}  // namespace
+
+void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program)
+{
+    json flow{{"format", kFormat}, {"version", kVersion}, {"tools", json::array()}};
+    for (const auto& tool : doc.Tools()) {
+        json inputs = json::object(), connections = json::object();
+        for (const auto& in : tool->Inputs()) {
+            if (in->Decl().IsImage()) {
+                if (!in->Connection().empty()) connections[in->ID().str()] = in->Connection();
+            } else {
+                inputs[in->ID().str()] = SaveInput(*in);
+            }
+        }
+        json t{{"name", tool->Name()}, {"class", tool->Reg() ? tool->Reg()->ID().str() : std::string()},
+               {"inputs", inputs}};
+        if (!connections.empty()) t["connections"] = connections;
+        flow["tools"].push_back(t);
+    }
+    if (!program.is_null()) flow["program"] = program;
+
+    const std::string tmp = path + ".tmp" + std::to_string(::getpid());
+    {
+        std::ofstream out(tmp, std::ios::trunc);
+        out << flow.dump(2) << "\n";
+        out.flush();
+        if (!out) {
+            std::remove(tmp.c_str());
+            throw std::runtime_error("cannot write flow " + path + ": the file could not be written");
+        }
+    }
+    std::error_code ec;
+    std::filesystem::rename(tmp, path, ec);
+    if (ec) {
+        std::remove(tmp.c_str());
+        throw std::runtime_error("cannot write flow " + path + ": " + ec.message());
+    }
+}
+
+json LoadFlow(FusionDoc& doc, const std::string& path)
+{
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error("cannot read flow " + path + ": no such file or not readable");
+    json flow;
+    try {
+        flow = json::parse(in);
+    } catch (const json::parse_error& e) {
+        throw std::runtime_error(path + ": not a valid flow file: " + e.what());
+    }
+    FlowReader reader(path);
+    if (!flow.is_object() || flow.value("format", std::string()) != kFormat)
+        reader.Fail("format", std::string("expected \"") + kFormat + "\"");
+    if (!flow.contains("version") || !flow["version"].is_number_integer() || flow["version"].get<int>() != kVersion)
+        reader.Fail("version", "expected " + std::to_string(kVersion));
+    if (!flow.contains("tools") || !flow["tools"].is_array()) reader.Fail("tools", "expected a list of tools");
+    for (std::size_t i = 0; i < flow["tools"].size(); ++i)
+        reader.ReadTool(doc, flow["tools"][i], "tools[" + std::to_string(i) + "]");
+    return flow.contains("program") ? flow["program"] : json();
+}

@@ -1,0 +1,107 @@
+#pragma once
+// Inputs are the controls of a tool and its image connections. What an input
+// declares at creation (kind, ID, range, default, entries) is kept apart from
+// its live state (its source: a constant or keyframes; its label and
+// visibility, which the tool may change).
+#include "host/FuID.h"
+#include "host/Object.h"
+#include "host/Parameter.h"
+#include "host/Request.h"
+#include "host/TagList.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+class Operator;
+
+struct InputDeclaration {
+    FuID ID;
+    std::string Label;  // the label at creation
+    std::string Page;
+    FuID DataType;  // Number, Text or Image
+    FuID Control;   // control kind; empty for image connections
+    std::vector<std::string> Entries;  // multi-button entries, numbered from 0
+    std::optional<double> MinAllowed;
+    std::optional<double> SliderTop;
+    double Default = 0.0;
+    std::string DefaultText;
+    bool Integer = false;
+    bool Notify = false;
+    bool InitialNotify = false;
+    bool Visible = true;
+    std::int64_t LinkNumber = 0;
+    bool Required = true;
+    TagList Tags;  // everything as given, unknown tags included
+
+    static InputDeclaration FromTags(const FuID& label, const FuID& id, const std::string& page, const TagList& tags);
+    bool IsNumber() const { return DataType == CLSID_DataType_Number; }
+    bool IsText() const { return DataType == CLSID_DataType_Text; }
+    bool IsImage() const { return DataType == CLSID_DataType_Image; }
+    // Empty when v is a value the control accepts, else why it is not.
+    std::string CheckNumber(double v) const;
+};
+
+class Input : public Object {
+public:
+    Input(Operator* owner, InputDeclaration decl);
+
+    const InputDeclaration& Decl() const { return m_decl; }
+    const FuID& ID() const { return m_decl.ID; }
+    Operator* Owner() const { return m_owner; }
+
+    // The value at the request's time, owned by the request; null for an
+    // image connection with nothing connected.
+    Parameter* GetValue(Request* req, int flags = 0);
+    // The value at `time` as a new reference (the caller recycles it); null for
+    // an unconnected image input.
+    Parameter* GetSource(TimeStamp time, const TagList* tags = nullptr);
+    // Takes its own reference to `param`. On an animated number the value
+    // becomes a key at `time`; otherwise it becomes the constant. A control
+    // created with the notify tag then tells its tool.
+    virtual bool SetSource(Parameter* param, TimeStamp time, int flags = 0, const TagList* tags = nullptr);
+
+    // Keyframes of a number: linear between keys, constant past the ends.
+    bool IsAnimated() const { return !m_keys.empty(); }
+    const std::map<double, double>& Keys() const { return m_keys; }
+    // Replaces the animation (an empty map makes the input constant again at
+    // its current constant value). Keys do not notify: they describe the
+    // value over time rather than change it now.
+    void SetKeys(std::map<double, double> keys);
+
+    // What feeds an image input outside the flow (a file name, say); saved
+    // with the flow.
+    const std::string& Connection() const { return m_connection; }
+    void SetConnection(std::string c) { m_connection = std::move(c); }
+
+private:
+    double NumberAt(TimeStamp time) const;
+
+    Operator* m_owner;
+    InputDeclaration m_decl;
+    Ref<Parameter> m_constant;
+    std::map<double, double> m_keys;
+    std::string m_connection;
+};
+
+class Output : public Object {
+public:
+    Output(Operator* owner, InputDeclaration decl) : m_owner(owner), m_decl(std::move(decl)) {}
+    const InputDeclaration& Decl() const { return m_decl; }
+    const FuID& ID() const { return m_decl.ID; }
+
+    // Takes over the caller's reference to `value` as the output of `req`.
+    void Set(Request* req, Parameter* value, const TagList* tags = nullptr);
+    // The value set for the last request, still owned by the output.
+    Parameter* GetValue() const { return m_value.get(); }
+    // Hands the value over to the caller and forgets it.
+    Ref<Parameter> Take() { return std::move(m_value); }
+    void Clear() { m_value = Ref<Parameter>(); }
+
+private:
+    Operator* m_owner;
+    InputDeclaration m_decl;
+    Ref<Parameter> m_value;
+};

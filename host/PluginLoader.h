@@ -1,0 +1,45 @@
+#pragma once
+// Loading tool plug-ins: shared modules whose static objects register their
+// tools in ClassRegistry while dlopen runs, and take them out again when the
+// module is unloaded.
+#include <memory>
+#include <string>
+#include <vector>
+
+// Plug-in modules are files with this extension.
+constexpr const char* kPluginExtension = ".plugin";
+
+class PluginModule {
+public:
+    // Loads one module. Throws std::runtime_error naming the file with the
+    // loader's own message, or saying that the module registered no tools (it
+    // is then unloaded again).
+    static std::unique_ptr<PluginModule> Load(const std::string& path);
+    ~PluginModule();
+    PluginModule(const PluginModule&) = delete;
+    PluginModule& operator=(const PluginModule&) = delete;
+
+    const std::string& Path() const { return m_path; }
+    const std::vector<std::string>& ToolIDs() const { return m_toolIds; }
+
+private:
+    PluginModule(std::string path, void* handle, std::vector<std::string> ids);
+    std::string m_path;
+    void* m_handle;
+    std::vector<std::string> m_toolIds;
+};
+
+// The modules loaded from plug-in folders. Modules are unloaded in reverse
+// order of loading; every tool made from them must be gone by then.
+class PluginSet {
+public:
+    // Loads every module in `folder` in name order. A module that cannot be
+    // loaded is reported in the returned messages and skipped. Throws if the
+    // folder cannot be read.
+    std::vector<std::string> LoadFolder(const std::string& folder);
+    const std::vector<std::unique_ptr<PluginModule>>& Modules() const { return m_modules; }
+    ~PluginSet();
+
+private:
+    std::vector<std::unique_ptr<PluginModule>> m_modules;
+};

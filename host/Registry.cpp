@@ -1,0 +1,74 @@
+#include "host/Registry.h"
+
+#include "host/Tags.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace {
+
+RegistryList& TheClassRegistry()
+{
+    static RegistryList list;
+    return list;
+}
+
+}  // namespace
+
+RegistryList* ClassRegistry = &TheClassRegistry();
+
+void RegistryList::Add(Registry* reg)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.push_back(reg);
+}
+
+void RegistryList::Remove(Registry* reg)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_entries.erase(std::remove(m_entries.begin(), m_entries.end(), reg), m_entries.end());
+}
+
+Registry* RegistryList::Find(const FuID& id) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (Registry* reg : m_entries)
+        if (reg->ID() == id) return reg;
+    return nullptr;
+}
+
+std::vector<Registry*> RegistryList::Entries() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_entries;
+}
+
+std::size_t RegistryList::Count() const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_entries.size();
+}
+
+Registry::Registry(RegistryList** parent, const FuID& id, const TagList& tags)
+    : m_parent(parent && *parent ? *parent : &TheClassRegistry()), m_id(id), m_tags(tags)
+{
+    m_parent->Add(this);
+    if (auto init = reinterpret_cast<RegHookInit>(m_tags.GetPtr(REGP_RegInit))) m_initialised = init(this);
+}
+
+Registry::~Registry()
+{
+    if (auto cleanup = reinterpret_cast<RegHookCleanup>(m_tags.GetPtr(REGP_RegCleanup))) cleanup(this);
+    m_parent->Remove(this);
+}
+
+std::string Registry::Name() const { return m_tags.GetString(REGS_Name, m_id.str()); }
+
+Object* Registry::New(const ScriptVal& table, const TagList& tags)
+{
+    auto create = reinterpret_cast<CreateFunc>(m_tags.GetPtr(REGP_CreateFunc));
+    if (!create) throw std::runtime_error("registry entry \"" + m_id.str() + "\" has no creation function");
+    Object* obj = create(this, table, tags);
+    if (!obj) throw std::runtime_error("creating \"" + m_id.str() + "\" failed: out of memory");
+    return obj;
+}

@@ -1,0 +1,68 @@
+#include "image/ChannelStore.h"
+
+#include <cstdlib>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::size_t kAlignment = 16;
+
+// Null when the memory cannot be had: the store reports that itself.
+void* AlignedAlloc(std::size_t bytes)
+{
+    void* p = nullptr;
+    // An empty plane still gets a buffer, so a zero-size store reads and writes nothing
+    // rather than reporting a failed allocation.
+    if (posix_memalign(&p, kAlignment, bytes < kAlignment ? kAlignment : bytes) != 0) return nullptr;
+    return p;
+}
+
+template <class T>
+void Reallocate(std::map<std::string, T*>& table, std::size_t bytes)
+{
+    for (auto& entry : table) {
+        std::free(entry.second);
+        entry.second = static_cast<T*>(AlignedAlloc(bytes));
+    }
+}
+
+template <class T>
+void FreeAll(std::map<std::string, T*>& table)
+{
+    for (auto& entry : table) std::free(entry.second);
+    table.clear();
+}
+
+}  // namespace
+
+ChannelStore::~ChannelStore()
+{
+    FreeAll(interleaved);
+    FreeAll(planes);
+    FreeAll(secondPlanes);
+}
+
+std::size_t ChannelStore::PlaneBytes() const
+{
+    return static_cast<std::size_t>(pitch) * static_cast<std::size_t>(height < 0 ? 0 : height) * sizeof(float);
+}
+
+void ChannelStore::Allocate(std::int32_t newWidth, std::int32_t newHeight)
+{
+    height = newHeight;
+    width = newWidth;
+    pitch = 4 * ((newWidth + 3) / 4);
+    const std::size_t pixels = static_cast<std::size_t>(newWidth < 0 ? 0 : newWidth) *
+                               static_cast<std::size_t>(newHeight < 0 ? 0 : newHeight);
+    Reallocate(interleaved, pixels * 16);
+    Reallocate(planes, PlaneBytes());
+    Reallocate(secondPlanes, PlaneBytes());
+}
+
+float* ChannelStore::GetChannel(const std::string& name)
+{
+    auto it = planes.find(name);
+    if (it == planes.end()) it = planes.emplace(name, static_cast<float*>(AlignedAlloc(PlaneBytes()))).first;
+    if (it->second) return it->second;
+    throw std::runtime_error("Image: Failed to allocate memory for channel " + name + "\n");
+}

@@ -1,0 +1,88 @@
+// Moving the image between the host's image and the planes of the tool's
+// channel store, and between a plane and a chunk's frequency array.
+#include "frequency/FrequencyArray.h"
+#include "tool/Lumivane2.h"
+
+#include <stdexcept>
+
+namespace {
+
+// The plane each chunk filters: the colours, then alpha once per colour kernel.
+constexpr const char* kChunkPlanes[6] = {"R", "G", "B", "AR", "AG", "AB"};
+
+}  // namespace
+
+void Lumivane2::ImportSourceImage()
+{
+    float* plane[6];
+    for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
+    const std::int32_t pitch = channelStore.pitch;
+    PixPtr src(sourceImage);
+    FltPixel p;
+    for (int y = 0; y < sourceImage->Height; ++y) {
+        src.GotoXY(0, y);
+        const std::size_t row = static_cast<std::size_t>(y) * pitch;
+        for (int x = 0; x < sourceImage->Width; ++x) {
+            src.GetNextPixel(p);
+            plane[0][row + x] = p.R;
+            plane[1][row + x] = p.G;
+            plane[2][row + x] = p.B;
+            plane[3][row + x] = p.A;
+            plane[4][row + x] = p.A;
+            plane[5][row + x] = p.A;
+        }
+    }
+}
+
+void Lumivane2::ExportOutputImage()
+{
+    float* plane[6];
+    for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
+    const std::int32_t pitch = channelStore.pitch;
+    PixPtr src(sourceImage), dst(outputImage);
+    FltPixel p;
+    for (int y = 0; y < outputImage->Height; ++y) {
+        src.GotoXY(0, y);
+        dst.GotoXY(0, y);
+        const std::size_t row = static_cast<std::size_t>(y) * pitch;
+        for (int x = 0; x < outputImage->Width; ++x) {
+            // The pixel starts as the source's, so channels other than red,
+            // green, blue and alpha pass through.
+            src.GetNextPixel(p);
+            p.R = plane[0][row + x];
+            p.G = plane[1][row + x];
+            p.B = plane[2][row + x];
+            const float ar = plane[3][row + x], ag = plane[4][row + x], ab = plane[5][row + x];
+            p.A = ar > (ag > ab ? ag : ab) ? ar : (ag > ab ? ag : ab);
+            dst.PutNextPixel(p);
+        }
+    }
+}
+
+void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk)
+{
+    if (static_cast<std::uint32_t>(chunk) > 5) throw std::runtime_error("Unable to access storage channel");
+    const float* plane = channelStore.GetChannel(kChunkPlanes[chunk]);
+    if (!plane) throw std::runtime_error("successful failed to access storage channel");
+    if (channelStore.height < 1) return;
+    const std::size_t stride = static_cast<std::size_t>(array.width) + 2;
+    for (std::int32_t y = 0; y < channelStore.height; ++y) {
+        const float* in = plane + static_cast<std::size_t>(y) * channelStore.pitch;
+        double* out = array.data + y * stride;
+        for (std::int32_t x = 0; x < channelStore.width; ++x) out[x] = in[x];
+    }
+}
+
+void Lumivane2::WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk)
+{
+    const double scale = 1.0 / static_cast<double>(array.height * array.width);
+    if (static_cast<std::uint32_t>(chunk) > 5) throw std::runtime_error("Unable to access storage channel");
+    float* plane = channelStore.GetChannel(kChunkPlanes[chunk]);
+    if (channelStore.height < 1) return;
+    const std::size_t stride = static_cast<std::size_t>(array.width) + 2;
+    for (std::int32_t y = 0; y < channelStore.height; ++y) {
+        const double* in = array.data + y * stride;
+        float* out = plane + static_cast<std::size_t>(y) * channelStore.pitch;
+        for (std::int32_t x = 0; x < channelStore.width; ++x) out[x] = static_cast<float>(scale * in[x]);
+    }
+}

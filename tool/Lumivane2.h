@@ -1,0 +1,64 @@
+#pragma once
+// The tool: blurs an image by convolving each colour channel with a kernel in
+// the frequency domain, or sharpens it by Wiener deconvolution. The kernel is
+// the image on the "kernel" input or a shape made per channel.
+#include "controls/BlurSizeInterface.h"
+#include "controls/FilterInterface.h"
+#include "host/Image.h"
+#include "host/ThreadedOperator.h"
+#include "image/ChannelStore.h"
+#include "tool/InfoPage.h"
+
+#include <boost/shared_ptr.hpp>
+#include <boost/thread/mutex.hpp>
+
+#include <cstdint>
+#include <string>
+
+class FrequencyArray;
+
+class Lumivane2 : public ThreadedOperator, public filter_interface, public blur_size_interface, public info_interface {
+public:
+    Lumivane2(Registry* reg, const ScriptVal& table, const TagList& tags);
+    ~Lumivane2() override;
+
+    void Process(Request* req) override;
+    void NotifyChanged(Input* in, Parameter* param, TimeStamp time, const TagList* tags) override;
+    void ProcessChunk(Request* req, std::int32_t chunk) override;
+
+    // Moving the image between the host and the planes of channelStore.
+    void ImportSourceImage();
+    void ExportOutputImage();
+    void ReadStorageChannel(FrequencyArray& array, std::int32_t chunk);
+    void WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk);
+    // Fills the margins of an image plane in a padded array by the Edges mode.
+    void ExtendEdges(FrequencyArray& array, Image* kernel);
+
+    Input* imageInput = nullptr;
+    Input* kernelInput = nullptr;
+    Input* edgesInput = nullptr;
+    Input* operationInput = nullptr;
+    Input* wienerInput = nullptr;
+    Output* m_outImageput = nullptr;
+
+    // Per-render state, written by Process before the chunks run.
+    Image* sourceImage = nullptr;
+    Image* kernelImage = nullptr;
+    Image* outputImage = nullptr;
+    std::int32_t edgeType = 0;
+    bool convolve = true;
+    double wienerParam = 0.0;
+
+    // Declared so that destruction releases the mutex, then the message, then
+    // the planes.
+    ChannelStore channelStore;
+    bool errorFlag = false;
+    std::string errorMessage;
+    boost::shared_ptr<boost::mutex> errorMutex;
+
+private:
+    void CreateControls();
+    void ReportChunkError(const std::string& message);
+};
+
+Object* CreateLumivane2(Registry* reg, const ScriptVal& table, const TagList& tags);
