@@ -26,6 +26,10 @@ public:
     void NotifyChanged(Input* in, Parameter* param, TimeStamp time, const TagList* tags) override;
     void ProcessChunk(Request* req, std::int32_t chunk) override;
 
+    // Reads the controls and both images for the request into the per-render
+    // state, with the blur sizes in pixels. Throws when no image is connected.
+    void ReadRenderState(Request* req);
+
     // Moving the image between the host and the planes of channelStore.
     void ImportSourceImage();
     void ExportOutputImage();

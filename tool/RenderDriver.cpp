@@ -14,6 +14,22 @@ double ValueOf(Input* in, Request* req) { return *static_cast<Number*>(in->GetVa
 
 }  // namespace
 
+void Lumivane2::ReadRenderState(Request* req)
+{
+    sourceImage = static_cast<Image*>(imageInput->GetValue(req, 0));
+    kernelImage = static_cast<Image*>(kernelInput->GetValue(req, 0));
+    edgeType = static_cast<std::int32_t>(ValueOf(edgesInput, req));
+    convolve = ValueOf(operationInput, req) < 0.5;
+    wienerParam = ValueOf(wienerInput, req);
+    if (!sourceImage) throw std::runtime_error("nothing is connected to the \"input\" input");
+    ReadBlurSizes(req, sourceImage);
+    modelImage = sourceImage;
+    kernelStyle = static_cast<std::int32_t>(ValueOf(blurStyleInput, req));
+    sideCount = static_cast<std::int32_t>(ValueOf(sideCountInput, req));
+    angle = ValueOf(kernelAngleInput, req) * kDegreesToRadians;
+    badBokeh = ValueOf(badBokehInput, req);
+}
+
 void Lumivane2::Process(Request* req)
 {
     FusionDoc* doc = Document();
@@ -24,18 +40,7 @@ void Lumivane2::Process(Request* req)
     errorFlag = false;
     try {
         print(CONSOLE_Progress, "Lumivane 2: Starting\n");
-        sourceImage = static_cast<Image*>(imageInput->GetValue(req, 0));
-        kernelImage = static_cast<Image*>(kernelInput->GetValue(req, 0));
-        edgeType = static_cast<std::int32_t>(ValueOf(edgesInput, req));
-        convolve = ValueOf(operationInput, req) < 0.5;
-        wienerParam = ValueOf(wienerInput, req);
-        if (!sourceImage) throw std::runtime_error("nothing is connected to the \"input\" input");
-        ReadBlurSizes(req, sourceImage);
-        modelImage = sourceImage;
-        kernelStyle = static_cast<std::int32_t>(ValueOf(blurStyleInput, req));
-        sideCount = static_cast<std::int32_t>(ValueOf(sideCountInput, req));
-        angle = ValueOf(kernelAngleInput, req) * kDegreesToRadians;
-        badBokeh = ValueOf(badBokehInput, req);
+        ReadRenderState(req);
 
         double largestX = 0.0, largestY = 0.0;
         for (int c = 0; c < (channelsLocked ? 1 : 3); ++c) {

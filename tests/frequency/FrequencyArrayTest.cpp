@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr double kPi = 3.14159265358979323846;
+
 struct Size {
     std::uint32_t width;
     std::uint32_t height;
@@ -66,7 +68,7 @@ TEST_P(FrequencyArrayDft, ForwardMatchesDirectDftAndRoundTripScales)
             for (std::int32_t y = 0; y < height; ++y)
                 for (std::int32_t x = 0; x < width; ++x)
                     expected += input[y * stride + x]
-                                * std::polar(1.0, -2 * M_PI * (double(u * x) / width + double(v * y) / height));
+                                * std::polar(1.0, -2 * kPi * (double(u * x) / width + double(v * y) / height));
             const std::size_t at = BinIndex(width, u, v);
             EXPECT_NEAR(array.data[at], expected.real(), 1e-12) << "bin " << u << ", " << v;
             EXPECT_NEAR(array.data[at + 1], expected.imag(), 1e-12) << "bin " << u << ", " << v;
