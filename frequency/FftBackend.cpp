@@ -110,6 +110,7 @@ FftStatus MakePlansLocked(std::int32_t width, std::int32_t height, bool unaligne
     plans.width = width;
     plans.height = height;
     plans.unaligned = unaligned;
+    plans.planning = settings.mode;
     plans.alignment = fftw_alignment_of(scratch);
     plans.forward = fftw_plan_guru_dft_r2c(2, forwardDims, 0, nullptr, scratch, spectrum, flags);
     plans.backward = fftw_plan_guru_dft_c2r(2, backwardDims, 0, nullptr, spectrum, scratch, flags);

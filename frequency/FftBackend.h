@@ -47,6 +47,7 @@ struct FftPlanPair {
     std::int32_t width = 0;
     std::int32_t height = 0;
     bool unaligned = false;  // planned with FFTW_UNALIGNED: runs on any buffer
+    FftPlanning planning = FftPlanning::Estimate;
     int alignment = 0;       // fftw_alignment_of of the buffer planned on
     fftw_plan forward = nullptr;
     fftw_plan backward = nullptr;

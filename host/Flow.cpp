@@ -52,7 +52,6 @@ public:
         if (!d.IsNumber()) Fail(where, "\"" + d.ID.str() + "\" is an image connection; give it under \"connections\"");
         if (value.is_number()) {
             const double v = value.get<double>();
-            if (std::string why = d.CheckNumber(v); !why.empty()) Fail(where, why);
             in.SetKeys({});
             Ref<Number> number(new Number(v));
             in.SetSource(number.get(), 0.0);
@@ -66,7 +65,6 @@ public:
             const std::string at = where + ".keys[" + std::to_string(i) + "]";
             if (!key.is_array() || key.size() != 2 || !key[0].is_number() || !key[1].is_number())
                 Fail(at, "expected [time, value]");
-            if (std::string why = d.CheckNumber(key[1].get<double>()); !why.empty()) Fail(at, why);
             keys[key[0].get<double>()] = key[1].get<double>();
         }
         in.SetKeys(std::move(keys));

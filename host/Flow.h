@@ -22,6 +22,8 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ord
 
 // Adds the flow's tools to `doc`. Each tool is created as a user would create
 // it, then its saved values are applied in the order of the file, each with
-// the change notification a user's edit would send. Throws std::runtime_error
-// naming the file, the place in it and what was expected. Returns "program".
+// the change notification a user's edit would send. Values are taken as the
+// host holds them (a flow can be saved with any value a script set), so only
+// their kind is checked. Throws std::runtime_error naming the file, the place
+// in it and what was expected. Returns "program".
 nlohmann::ordered_json LoadFlow(FusionDoc& doc, const std::string& path);

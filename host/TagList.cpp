@@ -40,7 +40,8 @@ TagKind KindOfTag(Tag tag)
 
 void TagItem::CheckKind(TagKind given) const
 {
-    if (KindOfTag(m_tag) != given)
+    // A tag whose kind the host does not know keeps whatever it is given.
+    if (KindOfTag(m_tag) != given && KindOfTag(m_tag) != TagKind::Unknown)
         throw std::invalid_argument("tag " + Hex(m_tag) + " carries " + KindName(KindOfTag(m_tag)) +
                                     ", not " + KindName(given));
 }
@@ -54,7 +55,7 @@ TagItem::TagItem(Tag tag, std::int64_t value) : m_tag(tag), m_value(value)
 {
     // A whole number given for a double tag is taken as that double.
     if (KindOfTag(tag) == TagKind::Double) m_value = static_cast<double>(value);
-    else CheckKind(TagKind::Integer);
+    CheckKind(std::holds_alternative<double>(m_value) ? TagKind::Double : TagKind::Integer);
 }
 TagItem::TagItem(Tag tag, double value) : m_tag(tag), m_value(value) { CheckKind(TagKind::Double); }
 TagItem::TagItem(Tag tag, const char* value) : TagItem(tag, std::string(value ? value : "")) {}

@@ -5,6 +5,7 @@
 #include "host/Tags.h"
 #include "tool/Identity.h"
 #include "tool/Lumivane2.h"
+#include "tool/Registration.h"
 
 namespace {
 

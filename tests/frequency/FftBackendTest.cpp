@@ -51,7 +51,7 @@ TEST(FftBackend, MisalignedBufferRunsOnUnalignedPlans)
 TEST(FftBackend, RejectsSizesFftwCannotIndex)
 {
     const FftPlanPair* plans = nullptr;
-    for (const auto [width, height] : {std::pair{0, 4}, std::pair{4, -1}, std::pair{65536, 65536}}) {
+    for (const auto& [width, height] : {std::pair{0, 4}, std::pair{4, -1}, std::pair{65536, 65536}}) {
         EXPECT_EQ(AcquireFftPlans(width, height, false, plans), FftStatus::InvalidSize);
     }
     EXPECT_STREQ(FftStatusText(FftStatus::InvalidSize), "FFTW_INVALID_SIZE");

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <complex>
 #include <cstring>
+#include <ostream>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -18,6 +19,8 @@ struct Size {
     std::uint32_t width;
     std::uint32_t height;
 };
+
+std::ostream& operator<<(std::ostream& out, const Size& s) { return out << s.width << "x" << s.height; }
 
 // Spectrum rows keep (width + 2) / 2 complex values, one double short of a spatial
 // row when the width is odd.

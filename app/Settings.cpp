@@ -1,0 +1,229 @@
+#include "app/Settings.h"
+
+#include "app/ExitCodes.h"
+#include "host/Tags.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+
+namespace {
+
+// A friendly option stands for up to two settings; a null value takes the
+// option's own argument.
+struct FriendlyOption {
+    const char* name;
+    const char* argument;  // null for a flag
+    const char* choices;   // comma-separated, checked before any control sees them; may be null
+    const char* help;
+    struct { const char* id; const char* value; } sets[2];
+};
+
+constexpr const char* kSetOption = "--set";
+
+constexpr FriendlyOption kFriendly[] = {
+    {"--size", "SIZE", nullptr,
+     "Blur size (BlurSizeX): percent of the image width, or pixels with --unit absolute",
+     {{"BlurSizeX", nullptr}, {}}},
+    {"--size-y", "SIZE", nullptr,
+     "Vertical blur size (BlurSizeY); releases the X/Y lock first (LockXY=0), which copies the X size to Y",
+     {{"LockXY", "0"}, {"BlurSizeY", nullptr}}},
+    {"--unit", "UNIT", "relative,absolute", "Blur size unit (BlurSizeUnit): relative (percent of width) or absolute (pixels)",
+     {{"BlurSizeUnit", nullptr}, {}}},
+    {"--style", "STYLE", "disk,polygon,gaussian,airy,laplacian", "Kernel shape (BlurStyle)",
+     {{"BlurStyle", nullptr}, {}}},
+    {"--edges", "EDGES", "duplicate,wrap,black", "How borders are extended (Edges)", {{"Edges", nullptr}, {}}},
+    {"--deconvolve", nullptr, nullptr, "Sharpen by Wiener deconvolution instead of blurring (Operation=Deconvolve)",
+     {{"Operation", "Deconvolve"}, {}}},
+    {"--wiener", "K", nullptr, "Wiener constant for --deconvolve (WienerParam)", {{"WienerParam", nullptr}, {}}},
+    {"--bad-bokeh", "AMOUNT", nullptr, "Uneven bokeh, 0 to 1, for disk and polygon (BadBokeh)",
+     {{"BadBokeh", nullptr}, {}}},
+    {"--sides", "N", nullptr, "Polygon side count, 3 or more (PolygonSideCount)", {{"PolygonSideCount", nullptr}, {}}},
+    {"--angle", "DEGREES", nullptr, "Polygon rotation in degrees (KernelAngle)", {{"KernelAngle", nullptr}, {}}},
+};
+
+std::string Num(double v)
+{
+    std::ostringstream s;
+    s << v;
+    return s.str();
+}
+
+std::string Normalised(const std::string& s)
+{
+    std::string out;
+    for (char c : s)
+        if (!std::isspace(static_cast<unsigned char>(c))) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+bool ParseDouble(const std::string& text, double& out)
+{
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return false;
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtod(text.c_str(), &end);
+    return errno == 0 && end == text.c_str() + text.size() && std::isfinite(out);
+}
+
+// The entry `text` names: exactly (any case, spaces ignored) or by a beginning
+// that only one entry has. -1 when none or several.
+int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
+{
+    const std::string want = Normalised(text);
+    if (want.empty()) return -1;
+    int prefixMatch = -1, prefixCount = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const std::string e = Normalised(entries[i]);
+        if (e == want) return static_cast<int>(i);
+        if (e.compare(0, want.size(), want) == 0) {
+            prefixMatch = static_cast<int>(i);
+            ++prefixCount;
+        }
+    }
+    return prefixCount == 1 ? prefixMatch : -1;
+}
+
+std::string ControlList(const Operator& tool)
+{
+    std::string list;
+    for (const auto& in : tool.Inputs())
+        if (in->Decl().IsNumber()) list += (list.empty() ? "" : ", ") + in->ID().str();
+    return list;
+}
+
+[[noreturn]] void UnknownControl(const Operator& tool, const Setting& s)
+{
+    std::string hint;
+    for (const auto& in : tool.Inputs())
+        if (Normalised(in->ID().str()) == Normalised(s.id)) hint = " (did you mean \"" + in->ID().str() + "\"?)";
+    throw UsageError(s.origin + ": the tool has no control \"" + s.id + "\"" + hint +
+                     "; its controls are: " + ControlList(tool));
+}
+
+}  // namespace
+
+Setting ParseSetArgument(const std::string& arg)
+{
+    const std::size_t eq = arg.find('=');
+    if (eq == std::string::npos || eq == 0)
+        throw UsageError(std::string(kSetOption) + " " + arg +
+                         ": expected ControlID=VALUE, e.g. --set BlurSizeX=2.5 (see `lumivane describe` for the IDs)");
+    return Setting{arg.substr(0, eq), arg.substr(eq + 1), std::string(kSetOption) + " " + arg};
+}
+
+std::string AcceptedValues(const InputDeclaration& d)
+{
+    if (d.IsText()) return "text";
+    if (d.IsImage()) return "an image file";
+    if (d.Control == MultiButtonControlID) {
+        std::string s = "one of ";
+        for (std::size_t i = 0; i < d.Entries.size(); ++i)
+            s += (i ? ", " : "") + std::to_string(i) + " \"" + d.Entries[i] + "\"";
+        return s + " (number or name)";
+    }
+    if (d.Control == CheckboxControlID) return "0 or 1 (off/on, false/true, no/yes)";
+    std::string s = d.Integer ? "a whole number" : "a number";
+    if (d.MinAllowed) s += " from " + Num(*d.MinAllowed);
+    if (d.SliderTop) s += " (slider " + Num(d.MinAllowed.value_or(0.0)) + " to " + Num(*d.SliderTop) + ")";
+    return s;
+}
+
+double ResolveNumber(const InputDeclaration& d, const std::string& text, const std::string& origin)
+{
+    const std::string where = origin + ": " + d.ID.str() + " takes " + AcceptedValues(d);
+    double v = 0.0;
+    if (!ParseDouble(text, v)) {
+        if (d.Control == MultiButtonControlID) {
+            const int entry = EntryNamed(d.Entries, text);
+            if (entry < 0) throw UsageError(where + "; \"" + text + "\" is not one of them");
+            v = entry;
+        } else if (d.Control == CheckboxControlID) {
+            static const std::map<std::string, double> kWords = {{"on", 1}, {"off", 0}, {"true", 1},
+                                                                 {"false", 0}, {"yes", 1}, {"no", 0}};
+            const auto it = kWords.find(Normalised(text));
+            if (it == kWords.end()) throw UsageError(where + "; \"" + text + "\" is not one of them");
+            v = it->second;
+        } else {
+            throw UsageError(where + "; \"" + text + "\" is not a number");
+        }
+    }
+    if (std::string why = d.CheckNumber(v); !why.empty()) throw UsageError(where + "; " + why);
+    return v;
+}
+
+void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeStamp time)
+{
+    for (const Setting& s : settings) {
+        Input* in = tool.FindInput(s.id);
+        if (!in) UnknownControl(tool, s);
+        const InputDeclaration& d = in->Decl();
+        if (d.IsImage())
+            throw UsageError(s.origin + ": \"" + s.id + "\" is an image input; give its file as INPUT" +
+                             (d.LinkNumber == 1 ? "" : " or with --kernel"));
+        if (d.Tags.GetLong(TEC_ReadOnly, 0) != 0)
+            throw UsageError(s.origin + ": \"" + s.id + "\" is read-only");
+        if (d.IsText()) {
+            Ref<Text> text(new Text(s.value));
+            in->SetSource(text.get(), time);
+            continue;
+        }
+        const double v = ResolveNumber(d, s.value, s.origin);
+        if (in->IsAnimated()) in->SetKeys({});
+        Ref<Number> number(new Number(v));
+        in->SetSource(number.get(), time);
+    }
+}
+
+void AddSettingOptions(CLI::App& command)
+{
+    const std::string group = "Controls (applied in the order given)";
+    command
+        .add_option(kSetOption, "Set a control by its ID, e.g. --set BlurSizeX=2.5 --set BlurStyle=Polygon "
+                                "(`lumivane describe` lists the IDs and values)")
+        ->type_name("ID=VALUE")
+        ->allow_extra_args(false)
+        ->group(group);
+    for (const FriendlyOption& f : kFriendly) {
+        if (!f.argument) {
+            command.add_flag(f.name, f.help)->disable_flag_override()->group(group);
+            continue;
+        }
+        CLI::Option* opt = command.add_option(f.name, f.help)->type_name(f.argument)->allow_extra_args(false)->group(group);
+        if (f.choices) {
+            std::vector<std::string> choices;
+            std::stringstream list(f.choices);
+            for (std::string c; std::getline(list, c, ',');) choices.push_back(c);
+            opt->check(CLI::IsMember(choices, CLI::ignore_case));
+        }
+    }
+}
+
+std::vector<Setting> SettingsInCommandLineOrder(const CLI::App& command)
+{
+    std::map<const CLI::Option*, std::size_t> used;
+    std::vector<Setting> settings;
+    for (const CLI::Option* opt : command.parse_order()) {
+        const std::size_t k = used[opt]++;
+        if (k >= opt->results().size()) continue;
+        const std::string& value = opt->results()[k];
+        const std::string name = "--" + opt->get_single_name();
+        if (name == kSetOption) {
+            settings.push_back(ParseSetArgument(value));
+            continue;
+        }
+        for (const FriendlyOption& f : kFriendly) {
+            if (name != f.name) continue;
+            const std::string origin = f.argument ? name + " " + value : name;
+            for (const auto& set : f.sets)
+                if (set.id) settings.push_back(Setting{set.id, set.value ? set.value : value, origin});
+        }
+    }
+    return settings;
+}

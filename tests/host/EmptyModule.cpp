@@ -1,0 +1,2 @@
+// A shared module that registers nothing: not a tool plug-in.
+int LumivaneTestEmptyModule() { return 0; }
