@@ -4,6 +4,7 @@
 // the image on the "kernel" input or a shape made per channel.
 #include "controls/BlurSizeInterface.h"
 #include "controls/FilterInterface.h"
+#include "frequency/KernelSpectra.h"
 #include "host/Image.h"
 #include "host/ThreadedOperator.h"
 #include "image/ChannelStore.h"
@@ -35,8 +36,13 @@ public:
     void ExportOutputImage();
     void ReadStorageChannel(FrequencyArray& array, std::int32_t chunk);
     void WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk);
-    // Fills the margins of an image plane in a padded array by the Edges mode.
-    void ExtendEdges(FrequencyArray& array, Image* kernel);
+    void CopyStorageChannel(std::int32_t fromChunk, std::int32_t toChunk);
+    // Fills the margins of an image plane in a padded array by the Edges mode,
+    // as wide as half the kernel.
+    void ExtendEdges(FrequencyArray& array, std::int32_t kernelWidth, std::int32_t kernelHeight);
+    // The kernel image colour c is filtered with: the "kernel" input resized to
+    // the colour's blur size, or the shape BlurStyle names. The caller owns it.
+    Image* ObtainKernel(std::int32_t colour) const;
 
     Input* imageInput = nullptr;
     Input* kernelInput = nullptr;
@@ -56,12 +62,16 @@ public:
     // Declared so that destruction releases the mutex, then the message, then
     // the planes.
     ChannelStore channelStore;
+    // Kernel spectra and alpha results the chunks of one render share.
+    KernelSpectra kernelSpectra;
     bool errorFlag = false;
     std::string errorMessage;
     boost::shared_ptr<boost::mutex> errorMutex;
 
 private:
     void CreateControls();
+    // Finds the colours whose kernels are identical, before the chunks run.
+    void ShareKernels();
     void ReportChunkError(const std::string& message);
 };
 

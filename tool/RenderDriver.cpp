@@ -54,7 +54,9 @@ void Lumivane2::Process(Request* req)
             channelStore.Allocate(sourceImage->Width, sourceImage->Height);
             ImportSourceImage();
             print(CONSOLE_Progress, "Lumivane 2: Setup Complete\n");
+            ShareKernels();
             DoMultiProcess(req, kChunks);
+            kernelSpectra.Release();
             print(CONSOLE_Progress, "Lumivane 2: Threads completed\n");
             if (errorFlag) throw std::runtime_error(errorMessage);
             outputImage = NewImage({{IMG_Like, static_cast<const void*>(sourceImage)}, {TAG_DONE}});

@@ -86,10 +86,12 @@ TEST(DiskKernel, SizeTwoValuesAndRimEdges)
     EXPECT_EQ(At(k, 1, 1), 1.0f);
     EXPECT_TRUE(At(k, 0, 1) == 0.5f && At(k, 2, 1) == 0.5f && At(k, 1, 0) == 0.5f);
     EXPECT_FLOAT_EQ(At(k, 0, 0), static_cast<float>(1.5 - std::sqrt(2.0)));
-    // Size 3 padded to 5: radius 1, so (3, 2) is on the rim (inside) and (4, 2) a pixel beyond.
+    // Size 3 padded to 5: radius 1, so (3, 2) is on the rim, twice as bright as the centre with
+    // BadBokeh 0.25, and (4, 2) a pixel beyond.
     const Ref<Image> padded = Make(Params(Disk, 0.25), 3.0, 5);
     EXPECT_EQ(At(padded, 3, 2), 2.0f);
     EXPECT_EQ(At(padded, 4, 2), 0.0f);
+    EXPECT_FLOAT_EQ(At(padded, 3, 3), static_cast<float>((2.0 - std::sqrt(2.0)) * 2.0));  // in the fall-off
 }
 
 TEST(PolygonKernel, HexagonFacesXWithAFlatSideAtAngleZeroAndWithACornerAtThirty)
@@ -110,36 +112,29 @@ TEST(PolygonKernel, HexagonFacesXWithAFlatSideAtAngleZeroAndWithACornerAtThirty)
     EXPECT_TRUE(At(triangle, 10, 1) == 0.0f && At(triangle, 10, 19) == 1.0f);
 }
 
+// Size 30: sigma 5, so the Laplacian's ring bottoms out at q = 2 on the grid (d = 10).
 TEST(SmoothKernels, MatchTheirClosedForms)
 {
-    const double size = 14.0, sigma = size / 6.0, airyScale = size / 20.347;
+    const double size = 30.0, sigma = size / 6.0, airyScale = size / 20.347;
     const Ref<Image> gauss = Make(Params(Gaussian), size), airy = Make(Params(Airy), size);
     const Ref<Image> hat = Make(Params(Laplacian), size);
-    for (int y = 0; y < 15; ++y)
-        for (int x = 0; x < 15; ++x) {
-            const double r2 = (x - 7.0) * (x - 7.0) + (y - 7.0) * (y - 7.0), u = std::sqrt(r2) / airyScale;
+    double positive = 0, negative = 0;
+    float lowest = 0;
+    for (int y = 0; y < 31; ++y)
+        for (int x = 0; x < 31; ++x) {
+            const double r2 = (x - 15.0) * (x - 15.0) + (y - 15.0) * (y - 15.0), u = std::sqrt(r2) / airyScale;
             const double bessel = u == 0.0 ? 0.5 : std::cyl_bessel_j(1.0, u) / u, q = r2 / (2 * sigma * sigma);
             EXPECT_NEAR(At(gauss, x, y), std::exp(-r2 / (sigma * sigma)), 1e-6) << x << "," << y;
             EXPECT_NEAR(At(hat, x, y), std::exp(-q) * (1 - q), 1e-6) << x << "," << y;
             if (std::sqrt(r2) > size / 2) { EXPECT_EQ(At(airy, x, y), 0.0f) << x << "," << y; }
             else { EXPECT_NEAR(At(airy, x, y), 4 * bessel * bessel, 1e-6) << x << "," << y; }
+            (At(hat, x, y) >= 0 ? positive : negative) += std::fabs(At(hat, x, y));
+            lowest = std::min(lowest, At(hat, x, y));
         }
-    EXPECT_EQ(At(airy, 7, 7), 1.0f);
+    EXPECT_EQ(At(airy, 15, 15), 1.0f);
     EXPECT_GT(At(gauss, 0, 0), 0.0f);
-}
-
-TEST(LaplacianKernel, NegativeRingBottomsAtMinusEToTheMinusTwoAndNearlyCancelsTheCentre)
-{
-    const Ref<Image> k = Make(Params(Laplacian), 30.0);  // sigma 5: q = 2 at d = 10
-    double positive = 0, negative = 0;
-    float lowest = 0;
-    for (int y = 0; y < 31; ++y)
-        for (int x = 0; x < 31; ++x) {
-            (At(k, x, y) >= 0 ? positive : negative) += std::fabs(At(k, x, y));
-            lowest = std::min(lowest, At(k, x, y));
-        }
     EXPECT_FLOAT_EQ(lowest, static_cast<float>(-std::exp(-2.0)));
-    EXPECT_FLOAT_EQ(At(k, 25, 15), lowest);
+    EXPECT_FLOAT_EQ(At(hat, 25, 15), lowest);
     EXPECT_NEAR(negative / positive, 1.0, 0.1);
 }
 
