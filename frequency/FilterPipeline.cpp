@@ -3,18 +3,22 @@
 #include "frequency/EdgeExtension.h"
 #include "frequency/FrequencyArray.h"
 #include "frequency/SpectrumOps.h"
+#include "host/MemoryBudget.h"
 #include "host/Tags.h"
+#include "host/WorkerPool.h"
 #include "kernel/KernelShapes.h"
 #include "kernel/KernelSize.h"
 #include "kernel/PlaceKernel.h"
 #include "tool/Lumivane2.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
 namespace {
 
 constexpr std::int32_t kLargestTransformSide = 1 << 30;
+constexpr std::int32_t kChunks = 6;
 constexpr const char* kColourNames[3] = {"red", "green", "blue"};
 constexpr int kRecordPosition[3] = {2, 1, 0};  // red, green, blue in the host's B, G, R, A record
 
@@ -42,6 +46,61 @@ bool SameComponents(const Image& img, int a, int b)
 }
 
 }  // namespace
+
+Lumivane2::TransformSize Lumivane2::TransformSizeFor(std::int32_t colour) const
+{
+    const double sx = blurSizeX[colour], sy = blurSizeY[colour];
+    if (!(sx > 0.0 && sy > 0.0))
+        throw std::runtime_error(std::string("the ") + kColourNames[colour] + " blur size " + std::to_string(sx) +
+                                 " x " + std::to_string(sy) +
+                                 " is not above 0 pixels, so there is no kernel to filter with");
+    for (double s : {sx, sy})
+        if (s >= kLargestTransformSide)
+            throw std::runtime_error(std::string("the ") + kColourNames[colour] + " blur size of " +
+                                     std::to_string(s) + " pixels passes the largest kernel of " +
+                                     std::to_string(kLargestTransformSide) + " pixels");
+    TransformSize t;
+    t.kernelWidth = OddKernelSize(sx);
+    t.kernelHeight = OddKernelSize(sy);
+    t.width = TransformSide(std::int64_t{sourceImage->Width} + t.kernelWidth, "width");
+    t.height = TransformSide(std::int64_t{sourceImage->Height} + t.kernelHeight, "height");
+    return t;
+}
+
+void Lumivane2::CheckFrameMemory() const
+{
+    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
+    const std::uint64_t w = static_cast<std::uint64_t>(sourceImage->Width);
+    const std::uint64_t h = static_cast<std::uint64_t>(sourceImage->Height);
+    const std::uint64_t planes = kChunks * 4 * ((w + 3) / 4 * 4) * h * sizeof(float);
+    const std::uint64_t output = w * h * static_cast<std::uint64_t>(sourceImage->PixelStride()) * sizeof(float);
+
+    // Each distinct kernel spectrum lives for the whole render; each worker
+    // holds one image array while it filters.
+    std::uint64_t spectra = 0, largest = 0;
+    int distinct = 0;
+    for (int c = 0; c < 3; ++c) {
+        TransformSize t;
+        try {
+            t = TransformSizeFor(c);
+        } catch (const std::runtime_error&) {
+            continue;  // that colour's chunks report it themselves
+        }
+        const std::uint64_t bytes = (static_cast<std::uint64_t>(t.width) + 2) * t.height * sizeof(double);
+        if (bytes > largest) largest = bytes;
+        if (kernelSpectra.Owner(c) == c) spectra += bytes, ++distinct;
+    }
+    const int filtering = kernelSpectra.AlphaShared() ? 4 : kChunks;
+    const int inFlight = std::min<int>(filtering, static_cast<int>(WorkerPool::Shared().ThreadCount()));
+    const std::uint64_t arrays = spectra + static_cast<std::uint64_t>(inFlight) * largest;
+    const std::uint64_t total = planes + output + arrays;
+    const std::uint64_t limit = MemoryLimit();
+    if (total > limit)
+        throw std::runtime_error("the frame needs about " + mib(total) + " (" + std::to_string(kChunks) +
+                                 " planes " + mib(planes) + ", " + std::to_string(distinct + inFlight) +
+                                 " transform arrays " + mib(arrays) + ", the output image " + mib(output) +
+                                 ") but " + MemoryLimitSource() + " is " + mib(limit));
+}
 
 void Lumivane2::ExtendEdges(FrequencyArray& array, std::int32_t kernelWidth, std::int32_t kernelHeight)
 {
@@ -79,23 +138,16 @@ void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)
             return;
         }
         const std::int32_t c = chunk % 3;
-        const double sx = blurSizeX[c], sy = blurSizeY[c];
-        if (!(sx > 0.0 && sy > 0.0))
-            throw std::runtime_error(std::string("the ") + kColourNames[c] +
-                                     " blur size is not above 0 pixels, so there is no kernel to filter with");
-        const std::int32_t kw = OddKernelSize(sx), kh = OddKernelSize(sy);
-        const std::int32_t wt = TransformSide(std::int64_t{sourceImage->Width} + kw, "width");
-        const std::int32_t ht = TransformSide(std::int64_t{sourceImage->Height} + kh, "height");
-
+        const TransformSize size = TransformSizeFor(c);
         FrequencyArray image;
-        image.Create(wt, ht);
+        image.Create(size.width, size.height);
         ReadStorageChannel(image, chunk);
-        ExtendEdges(image, kw, kh);
+        ExtendEdges(image, size.kernelWidth, size.kernelHeight);
         if (!image.Forward()) throw std::runtime_error("the forward transform of the image failed");
 
         const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
             Ref<Image> kernel(ObtainKernel(c));
-            spectrum.Create(wt, ht);
+            spectrum.Create(size.width, size.height);
             PlaceKernel(spectrum, kernel.get(), c);
             if (!spectrum.Forward()) throw std::runtime_error("the forward transform of the kernel failed");
         });

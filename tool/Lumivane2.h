@@ -68,8 +68,19 @@ public:
     std::string errorMessage;
     boost::shared_ptr<boost::mutex> errorMutex;
 
+    // A colour's kernel edge and the padded transform size: powers of two
+    // strictly greater than image plus kernel. Throws for a size not above 0
+    // or one past the largest transform side.
+    struct TransformSize {
+        std::int32_t kernelWidth = 0, kernelHeight = 0, width = 0, height = 0;
+    };
+    TransformSize TransformSizeFor(std::int32_t colour) const;
+
 private:
     void CreateControls();
+    // Throws, naming the sizes, when the frame would need more memory than the
+    // host allows, before anything large is allocated.
+    void CheckFrameMemory() const;
     // Finds the colours whose kernels are identical, before the chunks run.
     void ShareKernels();
     void ReportChunkError(const std::string& message);

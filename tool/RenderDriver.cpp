@@ -51,10 +51,11 @@ void Lumivane2::Process(Request* req)
             // Every counted kernel is one pixel: nothing to filter, kernel image or not.
             outputImage = sourceImage->CopyOfImage(false);
         } else {
+            ShareKernels();
+            CheckFrameMemory();
             channelStore.Allocate(sourceImage->Width, sourceImage->Height);
             ImportSourceImage();
             print(CONSOLE_Progress, "Lumivane 2: Setup Complete\n");
-            ShareKernels();
             DoMultiProcess(req, kChunks);
             kernelSpectra.Release();
             print(CONSOLE_Progress, "Lumivane 2: Threads completed\n");
