@@ -29,6 +29,7 @@ constexpr double kAiryScaleDivisor = 20.347;
 // J1(u) / u tends to 1/2 at u = 0; a tiny u gives that limit without a 0 / 0.
 constexpr double kAiryCentreArgument = 1e-11;
 constexpr std::int32_t kMinimumSides = 3;
+constexpr double kFewTurns = 64.0;
 
 std::string FormatNumber(double v)
 {
@@ -111,7 +112,13 @@ Image* MakePolygonKernel(const filter_interface& params, double size, std::int32
     double circumradius = (size - 1.0) * 0.5;
     if (circumradius < kMinimumRadius) circumradius = kMinimumRadius;
     const double apothem = circumradius * std::cos(halfSector);
-    const double angle = params.angle;
+    if (!std::isfinite(params.angle))
+        throw std::runtime_error("Kernel Angle " + FormatNumber(params.angle) + " is not a finite angle");
+    // The sector is found by stepping a full side at a time; an angle of many
+    // turns is first brought near the range so that takes a few steps, not
+    // millions. Angles of up to kFewTurns turns keep their exact values.
+    double angle = params.angle;
+    if (std::abs(angle) > kFewTurns * 2.0 * kPi) angle = std::fmod(angle, 2.0 * kPi);
     const double badBokeh = params.badBokeh;
     return FillKernel(params, size, minimumSize, [=](double dx, double dy) {
         double theta = std::atan2(dy, dx) + angle;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -168,3 +169,13 @@ TEST(KernelErrors, SayWhatWasWrongAndWhatIsAccepted)
 }
 
 }  // namespace
+
+TEST(PolygonKernel, AnglesOfManyTurnsOrNoneAtAllNeitherHangNorPass)
+{
+    filter_interface p = Params(Polygon);
+    p.angle = 1e300;
+    const Ref<Image> k(MakePolygonKernel(p, 9.0, 0));
+    EXPECT_EQ(At(k, 4, 4), 1.0f);
+    p.angle = std::numeric_limits<double>::infinity();
+    EXPECT_THROW(MakePolygonKernel(p, 9.0, 0), std::runtime_error);
+}
