@@ -3,10 +3,12 @@
 // size: planning, then the transforms), and beside them the same transforms as
 // bare FFTW calls on plans made outside the timing, the floor the array can reach.
 //
+// No wisdom file is used: it would turn the cold runs warm.
+//
 // The second argument picks the planning effort: 0 estimate, 1 measure. A size's
 // plans are cached for the life of the process with the effort they were first made
 // with, so run the two efforts as separate invocations:
-//   bench_fft --benchmark_filter='/0$'   and   bench_fft --benchmark_filter='/1$'
+//   bench_fft --benchmark_filter=/0/   and   bench_fft --benchmark_filter=/1/
 #include "frequency/FftBackend.h"
 #include "frequency/FrequencyArray.h"
 
@@ -30,7 +32,7 @@ FftPlanning Planning(const benchmark::State& state)
 void FrequencyArrayWarm(benchmark::State& state)
 {
     const auto side = static_cast<std::uint32_t>(state.range(0));
-    SetFftPlanning(Planning(state));
+    SetFftPlanning(Planning(state), {});
     FrequencyArray array;
     array.Create(side, side);
     if (array.descriptor->planning != Planning(state)) {
@@ -44,7 +46,7 @@ void FrequencyArrayWarm(benchmark::State& state)
         benchmark::ClobberMemory();
     }
     state.counters["plans_made"] = static_cast<double>(FftPlansCreated() - plansBefore);
-    SetFftPlanning(FftPlanning::Estimate);
+    SetFftPlanning(FftPlanning::Estimate, {});
 }
 
 // The benchmark runs on one thread, so it may call FFTW's planner directly.
@@ -73,7 +75,7 @@ void BareFftw(benchmark::State& state)
 void FrequencyArrayCold(benchmark::State& state)
 {
     const auto side = static_cast<std::int32_t>(state.range(0));
-    SetFftPlanning(Planning(state));
+    SetFftPlanning(Planning(state), {});
     FrequencyArray array;
     array.Create(static_cast<std::uint32_t>(side), static_cast<std::uint32_t>(side));
     for (auto _ : state) {
@@ -89,7 +91,7 @@ void FrequencyArrayCold(benchmark::State& state)
         DestroyFftPlans(plans);
         state.ResumeTiming();
     }
-    SetFftPlanning(FftPlanning::Estimate);
+    SetFftPlanning(FftPlanning::Estimate, {});
 }
 
 void Sizes(benchmark::internal::Benchmark* benchmark, int planning)

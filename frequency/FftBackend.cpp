@@ -40,10 +40,12 @@ std::mutex& CacheMutex()
     return mutex;
 }
 
+// Never destroyed: plans live as long as the process, and a transform still running
+// on a worker thread while the process exits must not find them freed.
 std::map<PlanKey, std::unique_ptr<FftPlanPair>>& PlanCache()
 {
-    static std::map<PlanKey, std::unique_ptr<FftPlanPair>> cache;
-    return cache;
+    static auto* cache = new std::map<PlanKey, std::unique_ptr<FftPlanPair>>;
+    return *cache;
 }
 
 std::atomic<std::uint64_t> plansCreated{0};

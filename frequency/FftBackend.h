@@ -53,7 +53,8 @@ struct FftPlanPair {
     fftw_plan backward = nullptr;
 };
 
-void SetFftPlanning(FftPlanning mode, std::string wisdomFile = {});
+// Sets the effort for sizes not planned yet and the wisdom file (empty: none).
+void SetFftPlanning(FftPlanning mode, std::string wisdomFile);
 FftPlanning CurrentFftPlanning();
 // Writes the accumulated wisdom to the wisdom file; false when none is set or the
 // file cannot be written.

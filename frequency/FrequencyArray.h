@@ -31,7 +31,9 @@ public:
     // Zero sizes empty the array; the current size keeps the contents; any other
     // size gives a fresh zeroed buffer. Throws std::runtime_error with
     // "FrequencyArray memory allocation failed", or "CreateDescriptor failed" /
-    // "SetValue failed" followed by the backend's status text.
+    // "SetValue failed" followed by the backend's status text (FftStatusText): the
+    // first when the size's plans cannot be made, the second when no plans fit the
+    // buffer's alignment.
     void Create(std::uint32_t width, std::uint32_t height);
     // Return false (and leave the array empty) when the transform cannot run.
     bool Forward();
