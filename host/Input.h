@@ -89,6 +89,7 @@ private:
 class Output : public Object {
 public:
     Output(Operator* owner, InputDeclaration decl) : m_owner(owner), m_decl(std::move(decl)) {}
+    Operator* Owner() const { return m_owner; }
     const InputDeclaration& Decl() const { return m_decl; }
     const FuID& ID() const { return m_decl.ID; }
 

@@ -7,6 +7,13 @@
 
 namespace {
 
+// Functions travel in tag lists as pointer values.
+template <class Function>
+Function FunctionTag(const TagList& tags, Tag tag)
+{
+    return reinterpret_cast<Function>(const_cast<void*>(tags.GetPtr(tag)));
+}
+
 RegistryList& TheClassRegistry()
 {
     static RegistryList list;
@@ -53,12 +60,12 @@ Registry::Registry(RegistryList** parent, const FuID& id, const TagList& tags)
     : m_parent(parent && *parent ? *parent : &TheClassRegistry()), m_id(id), m_tags(tags)
 {
     m_parent->Add(this);
-    if (auto init = reinterpret_cast<RegHookInit>(m_tags.GetPtr(REGP_RegInit))) m_initialised = init(this);
+    if (auto init = FunctionTag<RegHookInit>(m_tags, REGP_RegInit)) m_initialised = init(this);
 }
 
 Registry::~Registry()
 {
-    if (auto cleanup = reinterpret_cast<RegHookCleanup>(m_tags.GetPtr(REGP_RegCleanup))) cleanup(this);
+    if (auto cleanup = FunctionTag<RegHookCleanup>(m_tags, REGP_RegCleanup)) cleanup(this);
     m_parent->Remove(this);
 }
 
@@ -66,7 +73,7 @@ std::string Registry::Name() const { return m_tags.GetString(REGS_Name, m_id.str
 
 Object* Registry::New(const ScriptVal& table, const TagList& tags)
 {
-    auto create = reinterpret_cast<CreateFunc>(m_tags.GetPtr(REGP_CreateFunc));
+    auto create = FunctionTag<CreateFunc>(m_tags, REGP_CreateFunc);
     if (!create) throw std::runtime_error("registry entry \"" + m_id.str() + "\" has no creation function");
     Object* obj = create(this, table, tags);
     if (!obj) throw std::runtime_error("creating \"" + m_id.str() + "\" failed: out of memory");
