@@ -154,7 +154,11 @@ double ResolveNumber(const InputDeclaration& d, const std::string& text, const s
             throw UsageError(where + "; \"" + text + "\" is not a number");
         }
     }
-    if (std::string why = d.CheckNumber(v); !why.empty()) throw UsageError(where + "; " + why);
+    if (std::string why = d.CheckNumber(v); !why.empty()) {
+        // A multi-button's reason lists its entries already.
+        const bool listed = d.Control == MultiButtonControlID;
+        throw UsageError(origin + ": " + d.ID.str() + ": " + why + (listed ? "" : " (it takes " + AcceptedValues(d) + ")"));
+    }
     return v;
 }
 
@@ -189,13 +193,21 @@ void AddSettingOptions(CLI::App& command)
                                 "(`lumivane describe` lists the IDs and values)")
         ->type_name("ID=VALUE")
         ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->group(group);
     for (const FriendlyOption& f : kFriendly) {
         if (!f.argument) {
-            command.add_flag(f.name, f.help)->disable_flag_override()->group(group);
+            command.add_flag(f.name, f.help)
+                ->disable_flag_override()
+                ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+                ->group(group);
             continue;
         }
-        CLI::Option* opt = command.add_option(f.name, f.help)->type_name(f.argument)->allow_extra_args(false)->group(group);
+        CLI::Option* opt = command.add_option(f.name, f.help)
+                               ->type_name(f.argument)
+                               ->allow_extra_args(false)
+                               ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+                               ->group(group);
         if (f.choices) {
             std::vector<std::string> choices;
             std::stringstream list(f.choices);

@@ -1,0 +1,339 @@
+#include "app/ImageFiles.h"
+
+#include "app/ExitCodes.h"
+#include "app/Interrupt.h"
+#include "app/PfmFile.h"
+
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using OIIO::ImageSpec;
+using OIIO::TypeDesc;
+
+namespace {
+
+constexpr const char* kAspectAttribute = "PixelAspectRatio";
+constexpr const char* kBitsAttribute = "oiio:BitsPerSample";
+// Set by a reader asked to keep unassociated alpha as stored, and telling a
+// writer that the data is unassociated.
+constexpr const char* kUnassociatedAttribute = "oiio:UnassociatedAlpha";
+
+enum class Role { Red, Green, Blue, Alpha, Grey, Extra };
+
+// What each channel of a file is to the host image.
+struct ChannelRoles {
+    std::vector<Role> role;       // per file channel
+    std::vector<int> extraIndex;  // per file channel: its place among the extras, or -1
+    std::vector<std::string> extras;
+};
+
+std::string Upper(std::string s)
+{
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+ChannelRoles RolesOf(const ImageSpec& spec)
+{
+    const int n = spec.nchannels;
+    std::vector<std::string> names(n);
+    for (int i = 0; i < n; ++i) names[i] = i < static_cast<int>(spec.channelnames.size()) ? spec.channelnames[i] : "";
+    const auto named = [&](const char* want) {
+        for (int i = 0; i < n; ++i)
+            if (Upper(names[i]) == want) return i;
+        return -1;
+    };
+
+    ChannelRoles r;
+    r.role.assign(n, Role::Extra);
+    int alpha = spec.alpha_channel >= 0 && spec.alpha_channel < n ? spec.alpha_channel : named("A");
+    if (alpha >= 0) r.role[alpha] = Role::Alpha;
+
+    const int red = named("R"), green = named("G"), blue = named("B");
+    std::vector<int> others;
+    for (int i = 0; i < n; ++i)
+        if (i != alpha) others.push_back(i);
+    if (red >= 0 && green >= 0 && blue >= 0 && red != alpha && green != alpha && blue != alpha) {
+        r.role[red] = Role::Red;
+        r.role[green] = Role::Green;
+        r.role[blue] = Role::Blue;
+    } else if (const int y = named("Y"); y >= 0 && y != alpha) {
+        r.role[y] = Role::Grey;
+    } else if (others.size() >= 3) {
+        r.role[others[0]] = Role::Red;
+        r.role[others[1]] = Role::Green;
+        r.role[others[2]] = Role::Blue;
+    } else if (!others.empty()) {
+        r.role[others[0]] = Role::Grey;
+    }
+
+    r.extraIndex.assign(n, -1);
+    for (int i = 0; i < n; ++i)
+        if (r.role[i] == Role::Extra) {
+            r.extraIndex[i] = static_cast<int>(r.extras.size());
+            r.extras.push_back(names[i].empty() ? "channel" + std::to_string(i) : names[i]);
+        }
+    return r;
+}
+
+int DepthOf(TypeDesc format)
+{
+    if (format == TypeDesc::UINT8 || format == TypeDesc::INT8) return IMDP_Int8;
+    if (format.basetype == TypeDesc::HALF) return IMDP_Float16;
+    if (!format.is_floating_point()) return IMDP_Int16;
+    return IMDP_Float32;
+}
+
+TypeDesc FormatOf(int depth)
+{
+    switch (depth) {
+    case IMDP_Int8: return TypeDesc::UINT8;
+    case IMDP_Int16: return TypeDesc::UINT16;
+    case IMDP_Float16: return TypeDesc::HALF;
+    default: return TypeDesc::FLOAT;
+    }
+}
+
+// The extra channel of `image` that holds the file's extra channel k.
+int ImageExtraFor(const Image& image, const ChannelRoles& roles, int k)
+{
+    const auto& have = image.ExtraChannels();
+    if (have.size() == roles.extras.size()) return k;
+    const auto it = std::find(have.begin(), have.end(), roles.extras[k]);
+    return it == have.end() ? -1 : static_cast<int>(it - have.begin());
+}
+
+// Narrows `spec` to the channels a file format can hold: without alpha when it
+// has none, without extra channels when it holds a fixed set, and always red,
+// green and blue when it holds nothing else (grey is then spread to all three).
+void KeepChannels(ImageSpec& spec, bool alpha, bool extras, bool colourOnly)
+{
+    const ChannelRoles roles = RolesOf(spec);
+    std::vector<std::string> names;
+    std::vector<TypeDesc> formats;
+    int alphaIndex = -1, zIndex = -1;
+    for (int c = 0; c < spec.nchannels; ++c) {
+        const Role role = roles.role[c];
+        if ((role == Role::Alpha && !alpha) || (role == Role::Extra && !extras)) continue;
+        const TypeDesc format = spec.channelformat(c);
+        if (role == Role::Grey && colourOnly) {
+            for (const char* n : {"R", "G", "B"}) {
+                names.emplace_back(n);
+                formats.push_back(format);
+            }
+            continue;
+        }
+        if (role == Role::Alpha) alphaIndex = static_cast<int>(names.size());
+        if (c == spec.z_channel) zIndex = static_cast<int>(names.size());
+        names.push_back(spec.channelnames[c]);
+        formats.push_back(format);
+    }
+    const bool perChannel = !spec.channelformats.empty();
+    spec.nchannels = static_cast<int>(names.size());
+    spec.channelnames = names;
+    spec.channelformats = perChannel ? formats : std::vector<TypeDesc>{};
+    spec.alpha_channel = alphaIndex;
+    spec.z_channel = zIndex;
+}
+
+// The image's pixels in the channel layout of `spec`.
+std::vector<float> Interleaved(const Image& image, const ImageSpec& spec)
+{
+    const ChannelRoles roles = RolesOf(spec);
+    const int n = spec.nchannels;
+    std::vector<int> extraFor(n, -1);
+    for (int c = 0; c < n; ++c)
+        if (roles.role[c] == Role::Extra) extraFor[c] = ImageExtraFor(image, roles, roles.extraIndex[c]);
+    std::vector<float> pixels(static_cast<std::size_t>(image.Width) * image.Height * n);
+    float* dst = pixels.data();
+    for (int y = 0; y < image.Height; ++y)
+        for (int x = 0; x < image.Width; ++x, dst += n) {
+            const float* p = image.Pixel(x, y);
+            for (int c = 0; c < n; ++c) switch (roles.role[c]) {
+                case Role::Red: case Role::Grey: dst[c] = p[2]; break;
+                case Role::Green: dst[c] = p[1]; break;
+                case Role::Blue: dst[c] = p[0]; break;
+                case Role::Alpha: dst[c] = p[3]; break;
+                case Role::Extra: dst[c] = extraFor[c] >= 0 ? p[4 + extraFor[c]] : 0.0f; break;
+                }
+        }
+    return pixels;
+}
+
+void Unpremultiply(std::vector<float>& pixels, const ImageSpec& spec)
+{
+    const ChannelRoles roles = RolesOf(spec);
+    const int n = spec.nchannels;
+    for (std::size_t i = 0; i < pixels.size(); i += n) {
+        const float a = pixels[i + spec.alpha_channel];
+        if (a <= 0.0f || a == 1.0f) continue;
+        for (int c = 0; c < n; ++c)
+            if (roles.role[c] != Role::Alpha && roles.role[c] != Role::Extra) pixels[i + c] /= a;
+    }
+}
+
+}  // namespace
+
+ImageFile ReadImageFile(const std::string& path)
+{
+    std::error_code ec;
+    if (!fs::exists(path, ec)) throw FileError("cannot read " + path + ": no such file");
+    if (fs::is_directory(path, ec)) throw FileError("cannot read " + path + ": it is a folder, not an image file");
+
+    // Formats that store colour unassociated from alpha (PNG, some TIFFs) are
+    // read as stored and premultiplied here in float: OpenImageIO's own
+    // conversion works at the file's precision and would round 8-bit colour.
+    ImageSpec config;
+    config.attribute(kUnassociatedAttribute, 1);
+    auto in = OIIO::ImageInput::open(path, &config);
+    if (!in) throw FileError("cannot read " + path + ": " + OIIO::geterror());
+    ImageFile file;
+    file.spec = in->spec();
+    const ImageSpec& spec = file.spec;
+    if (spec.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
+    if (spec.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
+
+    const ChannelRoles roles = RolesOf(spec);
+    const int n = spec.nchannels;
+    std::vector<float> pixels(static_cast<std::size_t>(spec.width) * spec.height * n);
+    if (!in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()))
+        throw FileError("cannot read " + path + ": " + in->geterror());
+    in->close();
+
+    file.image = Ref<Image>(new Image(spec.width, spec.height, DepthOf(spec.format), roles.extras));
+    Image& img = *file.image;
+    img.XScale = spec.get_float_attribute(kAspectAttribute, 1.0f);
+    if (!(img.XScale > 0.0) || !std::isfinite(img.XScale)) img.XScale = 1.0;
+    img.YScale = 1.0;
+
+    const bool premultiply = spec.get_int_attribute(kUnassociatedAttribute, 0) != 0;
+    file.spec.erase_attribute(kUnassociatedAttribute);
+    const float* src = pixels.data();
+    for (int y = 0; y < spec.height; ++y)
+        for (int x = 0; x < spec.width; ++x, src += n) {
+            float* p = img.Pixel(x, y);  // blue, green, red, alpha, extras
+            p[3] = 1.0f;
+            for (int c = 0; c < n; ++c) switch (roles.role[c]) {
+                case Role::Red: p[2] = src[c]; break;
+                case Role::Green: p[1] = src[c]; break;
+                case Role::Blue: p[0] = src[c]; break;
+                case Role::Alpha: p[3] = src[c]; break;
+                case Role::Grey: p[0] = p[1] = p[2] = src[c]; break;
+                case Role::Extra: p[4 + roles.extraIndex[c]] = src[c]; break;
+                }
+            if (premultiply)
+                for (int c = 0; c < 3; ++c) p[c] *= p[3];
+        }
+    return file;
+}
+
+ImageSpec DefaultSpec(const Image& image)
+{
+    ImageSpec spec(image.Width, image.Height, 4 + static_cast<int>(image.ExtraChannels().size()), FormatOf(image.Depth));
+    spec.channelnames = {"R", "G", "B", "A"};
+    for (const std::string& name : image.ExtraChannels()) spec.channelnames.push_back(name);
+    spec.alpha_channel = 3;
+    return spec;
+}
+
+void WriteImageFile(const std::string& path, const Image& image, const ImageSpec& like, std::optional<int> depth)
+{
+    CheckOutputFolder(path);
+    ImageSpec spec = like;
+    if (spec.full_width <= 0 || like.width != image.Width || like.height != image.Height) {
+        spec.full_x = spec.x;
+        spec.full_y = spec.y;
+        spec.full_width = image.Width;
+        spec.full_height = image.Height;
+    }
+    spec.width = image.Width;
+    spec.height = image.Height;
+    const int outDepth = depth.value_or(image.Depth);
+    if (outDepth != DepthOf(like.format) || depth) {
+        spec.set_format(FormatOf(outDepth));
+        spec.channelformats.clear();
+        spec.erase_attribute(kBitsAttribute);
+    }
+    const double aspect = image.XScale / image.YScale;
+    if (aspect != 1.0 || like.find_attribute(kAspectAttribute))
+        spec.attribute(kAspectAttribute, static_cast<float>(aspect));
+
+    const bool pfm = IsPfmPath(path);
+    std::unique_ptr<OIIO::ImageOutput> out;
+    if (pfm) {
+        KeepChannels(spec, false, false, false);
+    } else {
+        out = OIIO::ImageOutput::create(path);
+        if (!out) throw FileError("cannot write " + path + ": " + OIIO::geterror());
+        const std::string format = out->format_name();
+        KeepChannels(spec, out->supports("alpha"), out->supports("nchannels"), format == "hdr");
+        if (!out->supports("tiles")) spec.tile_width = spec.tile_height = spec.tile_depth = 0;
+        if (!out->supports("channelformats")) spec.channelformats.clear();
+        // PNG holds 8 or 16 bits; float data keeps the most of itself in 16.
+        if (format == "png" && spec.format.is_floating_point()) spec.set_format(TypeDesc::UINT16);
+    }
+    std::vector<float> pixels = Interleaved(image, spec);
+    // PNG stores colour unassociated; divide by alpha here, in float, rather
+    // than let the writer do it at the file's precision.
+    spec.erase_attribute(kUnassociatedAttribute);
+    if (out && std::string(out->format_name()) == "png" && spec.alpha_channel >= 0) {
+        Unpremultiply(pixels, spec);
+        spec.attribute(kUnassociatedAttribute, 1);
+    }
+
+    PendingFile pending(path);
+    if (pfm) {
+        const std::string why = WritePfm(pending.TempPath(), spec.width, spec.height, spec.nchannels, pixels.data());
+        if (!why.empty()) throw FileError("cannot write " + path + ": " + why);
+    } else {
+        const auto fail = [&](const std::string& why) {
+            out.reset();  // closes the temporary file before PendingFile removes it
+            return FileError("cannot write " + path + ": " + why);
+        };
+        if (!out->open(pending.TempPath(), spec)) throw fail(out->geterror());
+        if (!out->write_image(TypeDesc::FLOAT, pixels.data())) throw fail(out->geterror());
+        if (!out->close()) throw fail(out->geterror());
+        out.reset();
+    }
+    pending.Commit();
+}
+
+void CheckOutputFolder(const std::string& path)
+{
+    const fs::path target(path);
+    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    std::error_code ec;
+    if (!fs::is_directory(folder, ec))
+        throw FileError("cannot write " + path + ": folder " + folder.string() + " does not exist");
+    if (::access(folder.c_str(), W_OK) != 0)
+        throw FileError("cannot write " + path + ": folder " + folder.string() + " is not writable (" +
+                        std::strerror(errno) + ")");
+}
+
+int ParseDepth(const std::string& text)
+{
+    if (text == "8") return IMDP_Int8;
+    if (text == "16") return IMDP_Int16;
+    if (text == "half") return IMDP_Float16;
+    if (text == "float") return IMDP_Float32;
+    throw UsageError("--depth " + text + ": expected 8, 16, half or float");
+}
+
+const char* DepthName(int depth)
+{
+    switch (depth) {
+    case IMDP_Int8: return "8";
+    case IMDP_Int16: return "16";
+    case IMDP_Float16: return "half";
+    default: return "float";
+    }
+}

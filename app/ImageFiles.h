@@ -1,0 +1,56 @@
+#pragma once
+// Image files <-> host images, through OpenImageIO.
+//
+// Channels. Red, green and blue are the channels named R, G and B; failing
+// those, a channel named Y (or the only channel that is not alpha) is grey and
+// fills red, green and blue alike; failing that, the first three channels that
+// are not alpha are red, green and blue. Alpha is the file's alpha channel (or
+// one named A); without one, alpha is 1. Every other channel (a depth channel
+// Z, say) becomes an extra channel of the host image, which the tool passes
+// through. Writing an image "like" a file's description puts the channels back
+// in that file's layout: grey is written from red, and a file without alpha
+// gets none.
+//
+// Depth. The host image's depth follows the file's format: 8-bit integers
+// IMDP_Int8, other integers IMDP_Int16, half IMDP_Float16, anything else
+// IMDP_Float32. Writing uses the image's depth (each channel's own format when
+// that is still the file's), unless a depth is asked for.
+//
+// Pixel aspect. "PixelAspectRatio" becomes XScale (YScale 1), and is written
+// back from XScale / YScale.
+#include "host/Image.h"
+#include "host/Object.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <optional>
+#include <string>
+
+struct ImageFile {
+    Ref<Image> image;
+    OIIO::ImageSpec spec;  // the file's description: layout, formats, metadata
+};
+
+// Reads the first subimage. Throws a file ProgramError naming the file, with
+// OpenImageIO's own reason.
+ImageFile ReadImageFile(const std::string& path);
+
+// A description for an image that was not read from a file: R, G, B, A and
+// the extra channels, at the image's depth.
+OIIO::ImageSpec DefaultSpec(const Image& image);
+
+// Writes `image` laid out like `like`, with its metadata, to a temporary file
+// beside `path` that is renamed to `path` once complete. `depth` (an
+// ImageDepth) overrides the image's own. The format follows the extension.
+// Throws a file ProgramError naming the file, with OpenImageIO's reason; no
+// file is left behind then.
+void WriteImageFile(const std::string& path, const Image& image, const OIIO::ImageSpec& like,
+                    std::optional<int> depth = std::nullopt);
+
+// Throws a file ProgramError when the folder `path` would be written into does
+// not exist or cannot be written, so a frame fails before it is rendered.
+void CheckOutputFolder(const std::string& path);
+
+// "8", "16", "half" or "float" as an ImageDepth; throws a usage ProgramError.
+int ParseDepth(const std::string& text);
+const char* DepthName(int depth);

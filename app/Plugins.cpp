@@ -1,0 +1,70 @@
+#include "app/Plugins.h"
+
+#include "app/ExitCodes.h"
+#include "host/Registry.h"
+
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+#ifndef LUMIVANE_PLUGIN_FOLDER
+#error "LUMIVANE_PLUGIN_FOLDER must name the folder the plug-in modules are built into"
+#endif
+
+namespace {
+
+constexpr const char* kPathVariable = "LUMIVANE_PLUGIN_PATH";
+
+std::string Joined(const std::vector<std::string>& items)
+{
+    std::string s;
+    for (const auto& i : items) s += (s.empty() ? "" : ", ") + i;
+    return s;
+}
+
+}  // namespace
+
+std::vector<std::string> PluginFolders(const std::string& option)
+{
+    if (!option.empty()) return {option};
+    if (const char* env = std::getenv(kPathVariable); env && *env) {
+        std::vector<std::string> folders;
+        std::stringstream list(env);
+        for (std::string f; std::getline(list, f, ':');)
+            if (!f.empty()) folders.push_back(f);
+        if (!folders.empty()) return folders;
+    }
+    return {LUMIVANE_PLUGIN_FOLDER};
+}
+
+PluginHost::PluginHost(const std::vector<std::string>& folders, const std::function<void(const std::string&)>& warn)
+    : m_folders(folders)
+{
+    for (const std::string& folder : folders) {
+        std::vector<std::string> problems;
+        try {
+            problems = m_plugins.LoadFolder(folder);
+        } catch (const std::exception& e) {
+            throw FileError(e.what());
+        }
+        for (const std::string& p : problems) warn(p + " (skipped)");
+    }
+    m_doc = std::make_unique<FusionDoc>();
+}
+
+PluginHost::~PluginHost() { m_doc.reset(); }
+
+std::string PluginHost::ModuleOf(const std::string& classId) const
+{
+    for (const auto& m : m_plugins.Modules())
+        for (const std::string& id : m->ToolIDs())
+            if (id == classId) return m->Path();
+    return {};
+}
+
+void PluginHost::Require(const std::string& classId) const
+{
+    if (ClassRegistry->Find(FuID(classId))) return;
+    throw FileError("no plug-in module provides the tool \"" + classId + "\" (searched: " + Joined(m_folders) +
+                    "; give a folder with --plugins DIR or " + kPathVariable + ")");
+}

@@ -1,0 +1,41 @@
+#pragma once
+// The plug-in modules and the document the tools live in.
+//
+// Modules are loaded from the folder built into the program, unless folders are
+// named on purpose: --plugins DIR, or else LUMIVANE_PLUGIN_PATH (folders
+// separated by ':'). The current folder is never searched unless named. A
+// module that fails to load is reported as a warning and skipped.
+#include "host/FusionDoc.h"
+#include "host/PluginLoader.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+// The folders to load from: `option` when given, else the environment, else
+// the built-in folder. Empty entries of the environment variable are skipped.
+std::vector<std::string> PluginFolders(const std::string& option);
+
+class PluginHost {
+public:
+    // Loads every module of every folder; warnings go to `warn`. Throws a file
+    // ProgramError when a folder cannot be read.
+    PluginHost(const std::vector<std::string>& folders, const std::function<void(const std::string&)>& warn);
+    // The tools go before the modules that made them.
+    ~PluginHost();
+
+    FusionDoc& Doc() { return *m_doc; }
+    const std::vector<std::string>& Folders() const { return m_folders; }
+    const PluginSet& Plugins() const { return m_plugins; }
+    // The module file that registered a tool class, or "".
+    std::string ModuleOf(const std::string& classId) const;
+    // Throws a file ProgramError naming the folders searched when no loaded
+    // module registered `classId`.
+    void Require(const std::string& classId) const;
+
+private:
+    std::vector<std::string> m_folders;
+    PluginSet m_plugins;
+    std::unique_ptr<FusionDoc> m_doc;
+};

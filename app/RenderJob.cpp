@@ -1,0 +1,240 @@
+#include "app/RenderJob.h"
+
+#include "app/ExitCodes.h"
+#include "app/FramePattern.h"
+#include "app/ImageFiles.h"
+#include "app/Interrupt.h"
+#include "app/Plugins.h"
+#include "app/Progress.h"
+#include "host/Flow.h"
+#include "tool/Identity.h"
+
+#include <mutex>
+#include <optional>
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* kSourceInput = "input";
+constexpr const char* kKernelInput = "kernel";
+// What the program keeps in a flow's "program" object.
+constexpr const char* kFlowOutput = "output";
+constexpr const char* kFlowFrames = "frames";
+constexpr const char* kFlowDepth = "depth";
+
+// The images of one pattern: the last file read is kept, so a still used for
+// every frame is read once.
+class ImageSource {
+public:
+    const ImageFile& At(const FramePattern& pattern, int frame)
+    {
+        const std::string path = pattern.At(frame);
+        if (path != m_path || !m_file.image) {
+            m_file = ImageFile{};
+            m_path.clear();
+            m_file = ReadImageFile(path);
+            m_path = path;
+        }
+        return m_file;
+    }
+
+private:
+    std::string m_path;
+    ImageFile m_file;
+};
+
+// The tool's console lines of the frame being rendered.
+class FrameConsole {
+public:
+    void Clear()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_failures.clear();
+    }
+    void Add(const ConsoleLine& line)
+    {
+        if (line.SubID != CONSOLE_Error) return;
+        std::string text = line.Text;
+        while (!text.empty() && text.back() == '\n') text.pop_back();
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_failures.push_back(text);
+    }
+    bool HasFailure() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return !m_failures.empty();
+    }
+    std::string Why() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_failures.empty()) return "the tool set no output and gave no reason";
+        return "the tool set no output: " + m_failures.back();
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<std::string> m_failures;
+};
+
+std::string FromProgram(const json& program, const char* key)
+{
+    if (!program.is_object() || !program.contains(key)) return {};
+    const json& v = program[key];
+    return v.is_string() ? v.get<std::string>() : v.dump();
+}
+
+FramePattern Pattern(const std::string& what, const std::string& text)
+{
+    try {
+        return FramePattern(text);
+    } catch (const std::invalid_argument& e) {
+        throw UsageError(what + ": " + e.what());
+    }
+}
+
+// What to render, once the command line and the flow are merged.
+struct Job {
+    std::string input, output, kernel, frames, depth;  // as given, for saving
+    std::optional<FramePattern> inPattern, outPattern, kernelPattern;
+    std::optional<int> outDepth;
+    FrameRange range;
+    bool sequence = false;
+};
+
+// The tool from the flow, or a new one with its defaults; `program` gets the
+// flow's "program" object.
+Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+{
+    host.Require(lumivane::kClassId);
+    if (flow.empty()) return host.Doc().AddTool(FuID(lumivane::kClassId));
+    try {
+        program = LoadFlow(host.Doc(), flow);
+    } catch (const std::runtime_error& e) {
+        throw FileError(e.what());
+    }
+    for (const auto& t : host.Doc().Tools())
+        if (t->Reg() && t->Reg()->ID().str() == lumivane::kClassId) return t.get();
+    throw FileError(flow + ": the flow holds no " + lumivane::kClassId + " tool");
+}
+
+Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, const json& program)
+{
+    Job job;
+    job.input = !opt.input.empty() ? opt.input : source.Connection();
+    job.kernel = !opt.kernel.empty() ? opt.kernel : kernel.Connection();
+    job.output = !opt.output.empty() ? opt.output : FromProgram(program, kFlowOutput);
+    job.frames = !opt.frames.empty() ? opt.frames : FromProgram(program, kFlowFrames);
+    job.depth = !opt.depth.empty() ? opt.depth : FromProgram(program, kFlowDepth);
+    const std::string fromFlow = opt.flow.empty() ? "" : " (nor in the flow " + opt.flow + ")";
+    if (job.input.empty()) throw UsageError("no INPUT image given" + fromFlow);
+    if (job.output.empty()) throw UsageError("no OUTPUT file given" + fromFlow);
+
+    job.inPattern = Pattern("INPUT", job.input);
+    job.outPattern = Pattern("OUTPUT", job.output);
+    if (!job.kernel.empty()) job.kernelPattern = Pattern("--kernel", job.kernel);
+    if (!job.depth.empty()) job.outDepth = ParseDepth(job.depth);
+
+    job.sequence = !job.frames.empty();
+    if (job.sequence) {
+        try {
+            job.range = FrameRange::Parse(job.frames);
+        } catch (const std::invalid_argument& e) {
+            throw UsageError(std::string("--frames: ") + e.what());
+        }
+    } else {
+        for (const auto* p : {&job.inPattern, &job.outPattern, &job.kernelPattern})
+            if (*p && (*p)->HasFrameField())
+                throw UsageError((*p)->Text() + " names a sequence: say which frames with --frames FIRST-LAST");
+    }
+    if (job.range.Count() > 1 && !job.outPattern->HasFrameField())
+        throw UsageError("OUTPUT " + job.output + " has no frame field (#### or %04d) but --frames " + job.frames +
+                         " asks for " + std::to_string(job.range.Count()) + " frames");
+    return job;
+}
+
+void SaveJobFlow(const FusionDoc& doc, const Job& job, Input& source, Input& kernel, const std::string& path)
+{
+    source.SetConnection(job.input);
+    kernel.SetConnection(job.kernel);
+    json keep = json::object();
+    keep[kFlowOutput] = job.output;
+    if (!job.frames.empty()) keep[kFlowFrames] = job.frames;
+    if (!job.depth.empty()) keep[kFlowDepth] = job.depth;
+    try {
+        SaveFlow(doc, path, keep);
+    } catch (const std::runtime_error& e) {
+        throw FileError(e.what());
+    }
+}
+
+}  // namespace
+
+int RunRender(const RenderOptions& opt)
+{
+    Progress progress(opt.quiet, opt.verbose);
+    PluginHost host(PluginFolders(opt.plugins), [&](const std::string& w) { progress.Warning(w); });
+    FusionDoc& doc = host.Doc();
+    FrameConsole frameConsole;
+    doc.SetConsoleListener([&](const ConsoleLine& line) {
+        frameConsole.Add(line);
+        progress.ToolLine(line);
+    });
+
+    json program;
+    Operator* tool = MakeTool(host, opt.flow, program);
+    Input* sourceInput = tool->FindInput(kSourceInput);
+    Input* kernelInput = tool->FindInput(kKernelInput);
+    if (!sourceInput || !kernelInput)
+        throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
+    const Job job = PlanJob(opt, *sourceInput, *kernelInput, program);
+
+    // After the flow's values, in command-line order, at the first frame's time.
+    ApplySettings(*tool, opt.settings, job.range.first);
+    if (!opt.saveFlow.empty()) {
+        SaveJobFlow(doc, job, *sourceInput, *kernelInput, opt.saveFlow);
+        progress.Info("saved flow " + opt.saveFlow);
+    }
+
+    ImageSource sources, kernels;
+    int rendered = 0;
+    std::vector<std::string> failures;
+    std::optional<Exit> firstFailure;
+    progress.Begin(job.range.Count(), job.sequence);
+    for (int frame = job.range.first; frame <= job.range.last && !InterruptRequested(); ++frame) {
+        progress.FrameStarted(frame);
+        const TimeStamp time = frame;
+        frameConsole.Clear();
+        try {
+            const std::string out = job.outPattern->At(frame);
+            CheckOutputFolder(out);
+            const ImageFile& source = sources.At(*job.inPattern, frame);
+            sourceInput->SetSource(source.image.get(), time);
+            if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
+
+            Ref<Parameter> result = doc.Render(tool, time);
+            if (InterruptRequested()) break;  // the frame is dropped, not written
+            if (!result) throw RenderError(frameConsole.Why());
+            const auto* image = dynamic_cast<const Image*>(result.get());
+            if (!image) throw RenderError("the tool's output is not an image");
+            WriteImageFile(out, *image, source.spec, job.outDepth);
+            ++rendered;
+            progress.FrameDone(frame, out);
+        } catch (const std::exception& e) {
+            const Exit kind = KindOf(e);
+            if (!firstFailure) firstFailure = kind;
+            failures.push_back("frame " + std::to_string(frame) + ": " + e.what() + " [" + KindName(kind) + "]");
+            // The tool's own failure line is already on the screen.
+            const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
+            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : e.what());
+            if (!opt.keepGoing) break;
+        }
+    }
+    sourceInput->SetSource(nullptr, 0.0);
+    kernelInput->SetSource(nullptr, 0.0);
+
+    const bool interrupted = InterruptRequested();
+    progress.Finish(rendered, failures, interrupted);
+    if (interrupted) return ExitStatus(Exit::Interrupted);
+    return ExitStatus(firstFailure.value_or(Exit::Success));
+}

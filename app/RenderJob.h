@@ -1,0 +1,26 @@
+#pragma once
+// `lumivane render`: one image, or a sequence frame by frame, through the tool.
+#include "app/Settings.h"
+
+#include <string>
+#include <vector>
+
+struct RenderOptions {
+    std::string input;   // file name or frame pattern; may come from --flow
+    std::string output;  // file name or frame pattern; may come from --flow
+    std::string kernel;  // optional kernel image: a still or a pattern
+    std::string frames;  // "FIRST-LAST" or "FRAME"
+    std::string depth;   // "8", "16", "half", "float"; empty: the input's
+    std::string flow;
+    std::string saveFlow;
+    std::string plugins;
+    std::vector<Setting> settings;  // in command-line order
+    bool keepGoing = false;
+    bool verbose = false;
+    bool quiet = false;
+};
+
+// Renders every frame and returns the exit status (ExitCodes.h): 0 only when
+// every frame was written. Failures before the first frame (usage, flow,
+// plug-ins) are thrown as ProgramErrors.
+int RunRender(const RenderOptions& options);

@@ -1,0 +1,128 @@
+// lumivane: renders images and sequences through the Lumivane 2 tool plug-in.
+#include "app/Describe.h"
+#include "app/ExitCodes.h"
+#include "app/Interrupt.h"
+#include "app/KernelCommand.h"
+#include "app/RenderJob.h"
+#include "app/Settings.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr const char* kVersion = "2.0";
+
+constexpr const char* kRenderHelp =
+    "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
+    "rendered over --frames. Controls are applied in the order given, after those of --flow. "
+    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.";
+
+struct GlobalOptions {
+    std::string plugins;
+    std::string threads;
+    std::string planning;
+    std::string wisdom;
+};
+
+void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
+{
+    const std::string group = "Plug-ins and engine";
+    app.add_option("--plugins", g.plugins, "Load plug-in modules from this folder (default: the built-in folder, "
+                                           "or LUMIVANE_PLUGIN_PATH)")
+        ->type_name("DIR")
+        ->group(group);
+    app.add_option("--threads", g.threads, "Worker threads for the tool (sets LUMIVANE_THREADS)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber)
+        ->group(group);
+    app.add_option("--fft-planning", g.planning, "FFT planning effort (sets LUMIVANE_FFT_PLANNING)")
+        ->check(CLI::IsMember({"estimate", "measure"}))
+        ->group(group);
+    app.add_option("--fft-wisdom", g.wisdom, "FFTW wisdom file, read and updated (sets LUMIVANE_FFT_WISDOM)")
+        ->type_name("FILE")
+        ->group(group);
+}
+
+// The module reads these when it first needs them, so they are set before it loads.
+void ExportEngineSettings(const GlobalOptions& g)
+{
+    if (!g.threads.empty()) ::setenv("LUMIVANE_THREADS", g.threads.c_str(), 1);
+    if (!g.planning.empty()) ::setenv("LUMIVANE_FFT_PLANNING", g.planning.c_str(), 1);
+    if (!g.wisdom.empty()) ::setenv("LUMIVANE_FFT_WISDOM", g.wisdom.c_str(), 1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"lumivane: frequency-domain blur and deconvolution for compositing"};
+    app.set_version_flag("--version", std::string("lumivane ") + kVersion);
+    app.require_subcommand(1);
+    app.fallthrough();
+    GlobalOptions global;
+    AddGlobalOptions(app, global);
+
+    RenderOptions render;
+    CLI::App* renderCmd = app.add_subcommand("render", kRenderHelp);
+    renderCmd->add_option("INPUT", render.input, "Input image or frame pattern (may come from --flow)");
+    renderCmd->add_option("OUTPUT", render.output, "Output image or frame pattern; the extension picks the format");
+    renderCmd->add_option("--kernel", render.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
+        ->type_name("KERNEL");
+    renderCmd->add_option("--frames", render.frames, "Frames to render, e.g. 1-24; the frame number is the time")
+        ->type_name("FIRST-LAST");
+    renderCmd->add_option("--depth", render.depth, "Output data depth (default: the input's)")
+        ->check(CLI::IsMember({"8", "16", "half", "float"}));
+    renderCmd->add_option("--flow", render.flow, "Load controls, keys and file names from a saved flow")
+        ->type_name("FILE");
+    renderCmd->add_option("--save-flow", render.saveFlow, "Save the controls and file names as a flow")
+        ->type_name("FILE");
+    renderCmd->add_flag("-k,--keep-going", render.keepGoing, "Go on with the other frames after a frame fails");
+    renderCmd->add_flag("-v,--verbose", render.verbose, "Show the tool's progress lines");
+    renderCmd->add_flag("-q,--quiet", render.quiet, "Show errors only");
+    AddSettingOptions(*renderCmd);
+
+    KernelOptions kernel;
+    CLI::App* kernelCmd = app.add_subcommand(
+        "kernel", "Write the red, green and blue kernels the controls would synthesise, as one image");
+    kernelCmd->add_option("OUTPUT", kernel.output, "Image file to write")->required();
+    kernelCmd->add_option("--width", kernel.width, "Width of the image relative sizes refer to")
+        ->capture_default_str();
+    kernelCmd->add_option("--height", kernel.height, "Height of that image")->capture_default_str();
+    kernelCmd->add_option("--frame", kernel.frame, "Time the controls are read at")->capture_default_str();
+    kernelCmd->add_option("--depth", kernel.depth, "Output data depth (default: float)")
+        ->check(CLI::IsMember({"8", "16", "half", "float"}));
+    AddSettingOptions(*kernelCmd);
+
+    DescribeOptions describe;
+    CLI::App* describeCmd = app.add_subcommand("describe", "List the loaded tools with their pages and controls");
+    describeCmd->add_flag("--json", describe.json, "Print JSON instead of text");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int printed = app.exit(e);
+        return printed == 0 ? ExitStatus(Exit::Success) : ExitStatus(Exit::Usage);
+    }
+
+    try {
+        ExportEngineSettings(global);
+        InstallInterruptHandlers();
+        if (renderCmd->parsed()) {
+            render.settings = SettingsInCommandLineOrder(*renderCmd);
+            render.plugins = global.plugins;
+            return RunRender(render);
+        }
+        if (kernelCmd->parsed()) {
+            kernel.settings = SettingsInCommandLineOrder(*kernelCmd);
+            return RunKernel(kernel);
+        }
+        describe.plugins = global.plugins;
+        return RunDescribe(describe);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "lumivane: error: %s\n", e.what());
+        return ExitStatus(KindOf(e));
+    }
+}

@@ -1,0 +1,131 @@
+// Each way a render can go wrong: the message, the exit status, and that no
+// partial or temporary file is left in the output folder.
+#include "ProgramRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using Files = std::vector<std::string>;
+
+struct FailureCase {
+    const char* name;
+    std::vector<std::string> args;
+    int status;
+    const char* message;  // part of standard error
+    Files outputs;        // what the output folder holds afterwards
+};
+
+std::string PrintName(const ::testing::TestParamInfo<FailureCase>& info) { return info.param.name; }
+void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
+
+class CommandFailure : public ::testing::TestWithParam<FailureCase> {};
+
+TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
+{
+    const FailureCase& c = GetParam();
+    ScratchFolder dir;
+    const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
+    WriteFile(picture, dir / "in.exr", OIIO::TypeDesc::HALF);
+    for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
+    std::ofstream(dir / "garbage.exr") << "not an image";
+    std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
+    std::filesystem::create_directory(dir / "out");
+
+    const RunResult r = RunLumivane(dir, c.args);
+    EXPECT_EQ(r.status, c.status) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << "stderr:\n" << r.err;
+    EXPECT_EQ(dir.Files("out"), c.outputs);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Failures, CommandFailure,
+    ::testing::Values(
+        FailureCase{"MissingInput", {"render", "missing.exr", "out/o.exr"}, 3, "cannot read missing.exr: no such file", {}},
+        FailureCase{"UnreadableInput", {"render", "garbage.exr", "out/o.exr"}, 3, "cannot read garbage.exr: ", {}},
+        FailureCase{"UnknownControl",
+                    {"render", "in.exr", "out/o.exr", "--set", "Blurr=1"}, 2,
+                    "--set Blurr=1: the tool has no control \"Blurr\"; its controls are: Operation", {}},
+        FailureCase{"BadValue",
+                    {"render", "in.exr", "out/o.exr", "--set", "Edges=7"}, 2,
+                    "--set Edges=7: Edges: 7 is not one of 0 \"Duplicate\", 1 \"Wrap\", 2 \"Black\"", {}},
+        FailureCase{"BadStyleName", {"render", "in.exr", "out/o.exr", "--style", "hexagon"}, 2,
+                    "hexagon not in {disk,polygon,gaussian,airy,laplacian}", {}},
+        FailureCase{"NoOutput", {"render", "in.exr"}, 2, "no OUTPUT file given", {}},
+        FailureCase{"MissingOutputFolder", {"render", "in.exr", "out/none/o.exr"}, 3,
+                    "cannot write out/none/o.exr: folder out/none does not exist", {}},
+        FailureCase{"PatternWithoutFrames", {"render", "seq.####.exr", "out/o.####.exr"}, 2,
+                    "seq.####.exr names a sequence: say which frames with --frames", {}},
+        FailureCase{"ManyFramesOneFile", {"render", "in.exr", "out/o.exr", "--frames", "1-2"}, 2,
+                    "has no frame field", {}},
+        FailureCase{"MissingMiddleFrame", {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--size", "20"}, 3,
+                    "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr"}},
+        FailureCase{"MissingMiddleFrameKeepGoing",
+                    {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--keep-going"}, 3,
+                    "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+        FailureCase{"MissingKernelFrame",
+                    {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--size", "20"}, 3,
+                    "frame 2: cannot read k.0002.exr: no such file", {"o.0001.exr"}},
+        FailureCase{"ToolSetsNoOutput",
+                    {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
+                    "Lumivane 2: the frame needs about", {}},
+        FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
+                    "broken.json: not a valid flow file", {}}),
+    PrintName);
+
+TEST(CommandFailure, UnwritableOutputFolder)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(8, 8, {"R", "G", "B"}, false), dir / "in.exr", OIIO::TypeDesc::HALF);
+    // Permission bits do not stop the superuser; /sys refuses new files to anyone.
+    std::string target = "/sys/lumivane-test.exr";
+    if (::geteuid() != 0) {
+        std::filesystem::create_directory(dir / "locked");
+        std::filesystem::permissions(dir / "locked", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+        target = dir / "locked/o.exr";
+    }
+    const RunResult r = RunLumivane(dir, {"render", "in.exr", target});
+    EXPECT_EQ(r.status, 3) << r.err;
+    EXPECT_NE(r.err.find("cannot write " + target), std::string::npos) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(target));
+}
+
+TEST(CommandFailure, TerminationStopsCleanly)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(64, 64, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
+    std::filesystem::create_directory(dir / "out");
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (::chdir(dir.Path().c_str()) != 0) ::_exit(99);
+        std::freopen("/dev/null", "w", stdout);
+        std::freopen("/dev/null", "w", stderr);
+        ::execl(LUMIVANE_EXE, "lumivane", "render", "in.exr", "out/o.####.exr", "--frames", "1-100000", "--size", "5",
+                static_cast<char*>(nullptr));
+        ::_exit(98);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!std::filesystem::exists(dir / "out/o.0003.exr") && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ::kill(pid, SIGTERM);
+    int raw = 0;
+    ASSERT_EQ(::waitpid(pid, &raw, 0), pid);
+    ASSERT_TRUE(WIFEXITED(raw));
+    EXPECT_EQ(WEXITSTATUS(raw), 130);
+    const Files left = dir.Files("out");
+    EXPECT_GE(left.size(), 3u);
+    EXPECT_LT(left.size(), 100000u);
+    for (const std::string& f : left) EXPECT_EQ(f.rfind("o.", 0), 0u) << "left behind: " << f;
+}
+
+}  // namespace
