@@ -6,6 +6,8 @@
 #include "app/RenderJob.h"
 #include "app/Settings.h"
 
+#include "host/MemoryBudget.h"
+
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
@@ -25,6 +27,7 @@ struct GlobalOptions {
     std::string threads;
     std::string planning;
     std::string wisdom;
+    std::string maxMemory;
 };
 
 void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
@@ -44,6 +47,11 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
     app.add_option("--fft-wisdom", g.wisdom, "FFTW wisdom file, read and updated (sets LUMIVANE_FFT_WISDOM)")
         ->type_name("FILE")
         ->group(group);
+    app.add_option("--max-memory", g.maxMemory,
+                   "Refuse frames that would need more memory than this, e.g. 4G or 512M "
+                   "(default: LUMIVANE_MAX_MEMORY, else the memory available)")
+        ->type_name("SIZE")
+        ->group(group);
 }
 
 // The module reads these when it first needs them, so they are set before it loads.
@@ -52,6 +60,13 @@ void ExportEngineSettings(const GlobalOptions& g)
     if (!g.threads.empty()) ::setenv("LUMIVANE_THREADS", g.threads.c_str(), 1);
     if (!g.planning.empty()) ::setenv("LUMIVANE_FFT_PLANNING", g.planning.c_str(), 1);
     if (!g.wisdom.empty()) ::setenv("LUMIVANE_FFT_WISDOM", g.wisdom.c_str(), 1);
+    if (!g.maxMemory.empty()) {
+        try {
+            SetMemoryLimit(ParseMemorySize(g.maxMemory));
+        } catch (const std::invalid_argument& e) {
+            throw ProgramError(Exit::Usage, std::string("--max-memory: ") + e.what());
+        }
+    }
 }
 
 }  // namespace
