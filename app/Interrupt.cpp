@@ -41,6 +41,10 @@ void InstallInterruptHandlers()
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
+    // Past a file-size limit a write then fails with an error that is reported
+    // and cleaned up like any other, instead of the signal killing the program
+    // with a temporary file left behind.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool InterruptRequested() { return g_signals.load() > 0; }

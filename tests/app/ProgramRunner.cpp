@@ -60,9 +60,9 @@ std::vector<std::string> ScratchFolder::Files(const std::string& sub) const
     return names;
 }
 
-RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string>& args)
+RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string>& args, const std::string& shellSetup)
 {
-    std::string cmd = "cd " + Quoted(folder.Path()) + " && env -u LUMIVANE_PLUGIN_PATH LUMIVANE_THREADS=2 " +
+    std::string cmd = "cd " + Quoted(folder.Path()) + " && " + (shellSetup.empty() ? "" : shellSetup + " && ") + "env -u LUMIVANE_PLUGIN_PATH LUMIVANE_THREADS=2 " +
                       Quoted(LUMIVANE_EXE);
     for (const std::string& a : args) cmd += " " + Quoted(a);
     const std::string outFile = folder / ".run.out", errFile = folder / ".run.err";

@@ -27,7 +27,9 @@ private:
 };
 
 // Runs the program with `args` in `folder`, without LUMIVANE_PLUGIN_PATH.
-RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string>& args);
+// `shellSetup` runs first in the same shell (a `ulimit`, say).
+RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string>& args,
+                      const std::string& shellSetup = {});
 
 // A deterministic test picture: smooth ramps plus a few bright points, with
 // values above 1 when `hdr`.
