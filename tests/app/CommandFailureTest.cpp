@@ -78,6 +78,11 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"ToolSetsNoOutput",
                     {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
                     "Lumivane 2: the frame needs about", {}},
+        FailureCase{"OverMemoryLimit",
+                    {"--max-memory", "20K", "render", "in.exr", "out/o.exr", "--size", "50"}, 4,
+                    "but the memory limit is 1 MiB", {}},
+        FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
+                    "--max-memory: \"lots\" is not a size such as 512M", {}},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
                     "broken.json: not a valid flow file", {}}),
     PrintName);
