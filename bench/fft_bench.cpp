@@ -1,7 +1,7 @@
 // Forward + backward transform of a square FrequencyArray: warm (the size's plans
 // already cached, as on every frame after the first), cold (the first use of a
 // size: planning, then the transforms), and beside them the same transforms as
-// bare FFTW calls on plans made outside the timing, the floor the array can reach.
+// bare FFTW calls on FFTW's own two-dimensional plans, made outside the timing.
 //
 // No wisdom file is used: it would turn the cold runs warm.
 //

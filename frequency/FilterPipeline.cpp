@@ -12,6 +12,8 @@
 #include "tool/Lumivane2.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -22,8 +24,33 @@ constexpr std::int32_t kChunks = 6;
 constexpr const char* kColourNames[3] = {"red", "green", "blue"};
 constexpr int kRecordPosition[3] = {2, 1, 0};  // red, green, blue in the host's B, G, R, A record
 
-// The smallest power of two strictly greater than `n`. Strictly, so that the
-// image and the kernel's reach on both sides never meet in the periodic array.
+// LUMIVANE_TRANSFORM_SIZES=smooth picks the smooth sides below instead of powers
+// of two; any other value, or none, keeps powers of two.
+constexpr const char* kTransformSizesVariable = "LUMIVANE_TRANSFORM_SIZES";
+constexpr const char* kSmoothSizes = "smooth";
+
+bool SmoothSizes()
+{
+    const char* mode = std::getenv(kTransformSizesVariable);
+    return mode && std::strcmp(mode, kSmoothSizes) == 0;
+}
+
+// Whether n has no prime factor above 7: FFTW transforms such lengths nearly as
+// fast, per sample, as powers of two.
+bool IsSevenSmooth(std::int64_t n)
+{
+    for (const std::int64_t p : {2, 3, 5, 7})
+        while (n % p == 0) n /= p;
+    return n == 1;
+}
+
+// The side of the periodic array for image plus kernel `n`: the smallest power of
+// two strictly greater than `n`, or in smooth mode the smallest even 7-smooth
+// number strictly greater than `n` (never larger than the power of two). Strictly,
+// so that the image and the kernel's reach on both sides never meet in the
+// periodic array; the cropped result does not depend on how much larger the side
+// is. Even, because the in-place half spectrum of an odd width has a different
+// row layout.
 std::int32_t TransformSide(std::int64_t n, const char* axis)
 {
     if (n >= kLargestTransformSide)
@@ -32,6 +59,9 @@ std::int32_t TransformSide(std::int64_t n, const char* axis)
                                  std::to_string(kLargestTransformSide));
     std::int32_t side = 1;
     while (side <= n) side *= 2;
+    if (SmoothSizes())
+        for (std::int64_t even = (n + 2) / 2 * 2; even < side; even += 2)
+            if (IsSevenSmooth(even)) return static_cast<std::int32_t>(even);
     return side;
 }
 
@@ -72,7 +102,7 @@ void Lumivane2::CheckFrameMemory() const
     const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
     const std::uint64_t w = static_cast<std::uint64_t>(sourceImage->Width);
     const std::uint64_t h = static_cast<std::uint64_t>(sourceImage->Height);
-    const std::uint64_t planes = kChunks * 4 * ((w + 3) / 4 * 4) * h * sizeof(float);
+    const std::uint64_t planes = kChunks * ((w + 3) / 4 * 4) * h * sizeof(float);
     const std::uint64_t output = w * h * static_cast<std::uint64_t>(sourceImage->PixelStride()) * sizeof(float);
 
     // Each distinct kernel spectrum lives for the whole render; each worker
@@ -140,21 +170,37 @@ void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)
         const std::int32_t c = chunk % 3;
         const TransformSize size = TransformSizeFor(c);
         FrequencyArray image;
-        image.Create(size.width, size.height);
+        // The plane fills the top-left corner; only the rest needs zeroing.
+        image.CreateForPlane(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
+                             static_cast<std::uint32_t>(channelStore.height));
         ReadStorageChannel(image, chunk);
         ExtendEdges(image, size.kernelWidth, size.kernelHeight);
-        if (!image.Forward()) throw std::runtime_error("the forward transform of the image failed");
+        // Edge extension writes at most half the kernel plus one row below the
+        // image and as many at the far end of the array; every other row is still
+        // zero, and only the image's own rows of the result are read back.
+        const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
+        const std::int32_t imageHeight = channelStore.height;
+        if (!image.ForwardRows(imageHeight + reach, reach))
+            throw std::runtime_error("the forward transform of the image failed");
 
         const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
             Ref<Image> kernel(ObtainKernel(c));
             spectrum.Create(size.width, size.height);
             PlaceKernel(spectrum, kernel.get(), c);
-            if (!spectrum.Forward()) throw std::runtime_error("the forward transform of the kernel failed");
+            // A kernel that other colours share is waited for by their chunks, whose
+            // workers would sit idle: its transform is spread over as many threads.
+            const unsigned sharers = static_cast<unsigned>(kernelSpectra.Sharers(c));
+            spectrum.SetTransformThreads(static_cast<int>(std::min(WorkerPool::Shared().ThreadCount(), sharers)));
+            // The kernel sits centred on the origin: its rows are the first and the
+            // last few of the array.
+            const std::int32_t kernelReach = kernel->Height / 2 + 1;
+            if (!spectrum.ForwardRows(kernelReach, kernelReach))
+                throw std::runtime_error("the forward transform of the kernel failed");
         });
 
         if (convolve) MultiplySpectra(image, k);
         else WienerDivideSpectra(image, k, wienerParam);
-        if (!image.Backward()) throw std::runtime_error("the inverse transform of the image failed");
+        if (!image.BackwardRows(imageHeight)) throw std::runtime_error("the inverse transform of the image failed");
         WriteStorageChannel(image, chunk);
         filtered = true;
     } catch (const std::exception& e) {

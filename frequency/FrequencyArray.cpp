@@ -2,6 +2,7 @@
 
 #include "frequency/FftBackend.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <stdexcept>
@@ -17,6 +18,12 @@ constexpr const char* kSetValueFailed = "SetValue failed";
 
 void FrequencyArray::Create(std::uint32_t newWidth, std::uint32_t newHeight)
 {
+    CreateForPlane(newWidth, newHeight, 0, 0);
+}
+
+void FrequencyArray::CreateForPlane(std::uint32_t newWidth, std::uint32_t newHeight, std::uint32_t planeWidth,
+                                    std::uint32_t planeHeight)
+{
     if (newWidth == 0 || newHeight == 0) {
         Release();
         return;
@@ -30,13 +37,13 @@ void FrequencyArray::Create(std::uint32_t newWidth, std::uint32_t newHeight)
     // `size` fails as an allocation instead of wrapping round to a small buffer.
     const std::uint64_t length = (std::uint64_t{newWidth} + 2) * newHeight;
     if (length > INT_MAX) throw std::runtime_error(kAllocationFailed);
-    double* buffer = AllocateFftBuffer(static_cast<std::size_t>(length));
+    double* buffer = TakeFftBuffer(static_cast<std::size_t>(length));
     if (!buffer) throw std::runtime_error(kAllocationFailed);
-    std::memset(buffer, 0, static_cast<std::size_t>(length) * sizeof(double));
     data = buffer;
     width = static_cast<std::int32_t>(newWidth);
     height = static_cast<std::int32_t>(newHeight);
     size = static_cast<std::int32_t>(length);
+    ZeroOutside(planeWidth, planeHeight);
 
     const FftPlanPair* plans = nullptr;
     FftStatus status = AcquireFftPlans(width, height, false, plans);
@@ -56,11 +63,18 @@ void FrequencyArray::Create(std::uint32_t newWidth, std::uint32_t newHeight)
     descriptor = plans;
 }
 
-bool FrequencyArray::Forward() { return Transform(true); }
+bool FrequencyArray::Forward() { return Transform(true, height, 0); }
 
-bool FrequencyArray::Backward() { return Transform(false); }
+bool FrequencyArray::Backward() { return Transform(false, height, 0); }
 
-bool FrequencyArray::Transform(bool forward)
+bool FrequencyArray::ForwardRows(std::int32_t leadingRows, std::int32_t trailingRows)
+{
+    return Transform(true, leadingRows, trailingRows);
+}
+
+bool FrequencyArray::BackwardRows(std::int32_t leadingRows) { return Transform(false, leadingRows, 0); }
+
+bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows)
 {
     if (!data) return false;
     if (!descriptor || descriptor->width != width || descriptor->height != height
@@ -68,17 +82,28 @@ bool FrequencyArray::Transform(bool forward)
         Release();
         return false;
     }
-    if (forward)
-        ExecuteForwardFft(*descriptor, data);
-    else
-        ExecuteBackwardFft(*descriptor, data);
-    return true;
+    const FftRows rows{leadingRows, trailingRows, m_threads};
+    if (forward ? ExecuteForwardFft(*descriptor, data, rows) : ExecuteBackwardFft(*descriptor, data, rows))
+        return true;
+    Release();
+    return false;
+}
+
+void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight)
+{
+    const std::size_t stride = static_cast<std::size_t>(width) + 2;
+    const std::size_t columns = std::min<std::size_t>(planeWidth, static_cast<std::size_t>(width));
+    const std::size_t rows = columns == 0 ? 0 : std::min<std::size_t>(planeHeight, static_cast<std::size_t>(height));
+    for (std::size_t y = 0; y < rows; ++y)
+        std::memset(data + y * stride + columns, 0, (stride - columns) * sizeof(double));
+    std::memset(data + rows * stride, 0, (static_cast<std::size_t>(size) - rows * stride) * sizeof(double));
 }
 
 void FrequencyArray::Release()
 {
+    ReturnFftBuffer(data, static_cast<std::size_t>(size));
     size = height = width = 0;
-    FreeFftBuffer(data);
+    m_threads = 1;
     data = nullptr;
     descriptor = nullptr;
 }

@@ -9,11 +9,14 @@
 // (real part first), bin (u, v) starting at data[v * (width + 2) + 2 * u].
 // Odd widths: a spectrum row keeps (width + 2) / 2 complex values, i.e. width + 1
 // doubles, one fewer than a spatial row, so there bin (u, v) starts at
-// data[v * (width + 1) + 2 * u]. The tool itself only uses powers of two.
+// data[v * (width + 1) + 2 * u]. The tool itself only uses even widths.
 //
-// The buffer is aligned for FFTW's SIMD code. The transform plans (`descriptor`)
-// belong to the FFT backend's process-wide cache (frequency/FftBackend.h), shared
-// by every array of the same size; Release only lets go of them.
+// The buffer is aligned for FFTW's SIMD code, and comes from the FFT backend's few
+// kept buffers when one of the right length is free, so that a frame's arrays
+// reuse the last frame's memory; Release hands it back. The transform plans
+// (`descriptor`) belong to the FFT backend's process-wide cache
+// (frequency/FftBackend.h), shared by every array of the same size; Release only
+// lets go of them.
 //
 // Transforms are unnormalised in both directions: Forward then Backward
 // multiplies every sample by width * height.
@@ -35,9 +38,25 @@ public:
     // first when the size's plans cannot be made, the second when no plans fit the
     // buffer's alignment.
     void Create(std::uint32_t width, std::uint32_t height);
+    // Create for an array whose top-left planeWidth x planeHeight samples the
+    // caller fills at once (a plane read into it): only the rest is zeroed. At the
+    // current size the contents are kept, as with Create.
+    void CreateForPlane(std::uint32_t width, std::uint32_t height, std::uint32_t planeWidth,
+                        std::uint32_t planeHeight);
     // Return false (and leave the array empty) when the transform cannot run.
     bool Forward();
     bool Backward();
+    // The same transforms for a plane whose only non-zero rows are the first
+    // `leadingRows` and the last `trailingRows` (every other row must be zero):
+    // the forward transform skips the zero rows, whose spectra are zero anyway,
+    // and the inverse makes only the first `leadingRows` rows of its result,
+    // leaving the others undefined. A padded image needs about half the rows.
+    bool ForwardRows(std::int32_t leadingRows, std::int32_t trailingRows);
+    bool BackwardRows(std::int32_t leadingRows);
+    // Later transforms of this array split their column stage over `threads`
+    // threads: for an array that other workers wait for, so that their cores
+    // take part instead of idling. 1 (the default) keeps to the calling thread.
+    void SetTransformThreads(int threads) { m_threads = threads < 1 ? 1 : threads; }
     void Release();
 
     const FftPlanPair* descriptor = nullptr;
@@ -47,5 +66,8 @@ public:
     std::int32_t width = 0;
 
 private:
-    bool Transform(bool forward);
+    bool Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows);
+    void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight);
+
+    int m_threads = 1;
 };

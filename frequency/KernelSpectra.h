@@ -22,6 +22,12 @@ public:
     void Release();
 
     int Owner(int colour) const { return m_owner[colour]; }
+    // How many colours filter with the kernel that colour's owner makes.
+    int Sharers(int colour) const
+    {
+        const int o = m_owner[colour];
+        return (m_owner[0] == o) + (m_owner[1] == o) + (m_owner[2] == o);
+    }
     bool AlphaShared() const { return m_owner[1] == 0 && m_owner[2] == 0; }
 
     // The spectrum of colour's kernel, made by `make` on the first call for its

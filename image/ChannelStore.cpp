@@ -1,11 +1,16 @@
 #include "image/ChannelStore.h"
 
+#include <sys/mman.h>
+
 #include <cstdlib>
 #include <stdexcept>
 
 namespace {
 
 constexpr std::size_t kAlignment = 16;
+// Planes from this size up start on a huge page and are advised for huge pages:
+// the import writes every page of six planes at once.
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
 // Null when the memory cannot be had: the store reports that itself.
 void* AlignedAlloc(std::size_t bytes)
@@ -13,7 +18,10 @@ void* AlignedAlloc(std::size_t bytes)
     void* p = nullptr;
     // An empty plane still gets a buffer, so a zero-size store reads and writes nothing
     // rather than reporting a failed allocation.
-    if (posix_memalign(&p, kAlignment, bytes < kAlignment ? kAlignment : bytes) != 0) return nullptr;
+    if (bytes < kAlignment) bytes = kAlignment;
+    const bool huge = bytes >= kHugePage;
+    if (posix_memalign(&p, huge ? kHugePage : kAlignment, bytes) != 0) return nullptr;
+    if (huge) madvise(p, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
     return p;
 }
 
@@ -24,6 +32,14 @@ void Reallocate(std::map<std::string, T*>& table, std::size_t bytes)
         std::free(entry.second);
         entry.second = static_cast<T*>(AlignedAlloc(bytes));
     }
+}
+
+template <class T>
+bool AllAllocated(const std::map<std::string, T*>& table)
+{
+    for (const auto& entry : table)
+        if (!entry.second) return false;
+    return true;
 }
 
 template <class T>
@@ -49,6 +65,12 @@ std::size_t ChannelStore::PlaneBytes() const
 
 void ChannelStore::Allocate(std::int32_t newWidth, std::int32_t newHeight)
 {
+    // A sequence renders frame after frame at one size: the buffers it has are the
+    // new ones (their contents are undefined after Allocate either way), without
+    // handing the memory back and faulting it in again.
+    if (newWidth == width && newHeight == height && newWidth > 0 && newHeight > 0 && AllAllocated(interleaved) &&
+        AllAllocated(planes) && AllAllocated(secondPlanes))
+        return;
     height = newHeight;
     width = newWidth;
     pitch = 4 * ((newWidth + 3) / 4);

@@ -16,8 +16,8 @@ public:
     ChannelStore(const ChannelStore&) = delete;
     ChannelStore& operator=(const ChannelStore&) = delete;
 
-    // Sets the size and gives every plane a new buffer of that size; names are
-    // kept, contents are not.
+    // Sets the size and gives every plane a buffer of that size; names are kept,
+    // contents are not. At the size it already has, the store keeps its buffers.
     void Allocate(std::int32_t width, std::int32_t height);
     // The named plane, made on first use. Throws std::runtime_error when its
     // buffer could not be allocated.

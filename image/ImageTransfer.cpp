@@ -1,15 +1,37 @@
 // Moving the image between the host's image and the planes of the tool's
 // channel store, and between a plane and a chunk's frequency array.
 #include "frequency/FrequencyArray.h"
+#include "host/WorkerPool.h"
 #include "tool/Lumivane2.h"
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 namespace {
 
 // The plane each chunk filters: the colours, then alpha once per colour kernel.
 constexpr const char* kChunkPlanes[6] = {"R", "G", "B", "AR", "AG", "AB"};
+// Fewer rows than this per band are not worth handing to another thread.
+constexpr int kRowsPerBand = 64;
+
+// Runs rows(first, last) over bands of rows on the host's workers, which would
+// otherwise wait while the render thread moves the whole image alone. The
+// bands write disjoint rows.
+void ForRowBands(int height, const std::function<void(int, int)>& rows)
+{
+    WorkerPool& pool = WorkerPool::Shared();
+    const int bands = std::max(1, std::min(static_cast<int>(pool.ThreadCount()), height / kRowsPerBand));
+    if (bands == 1) {
+        rows(0, height);
+        return;
+    }
+    pool.Run(bands, [&](int band) {
+        rows(static_cast<int>(static_cast<long long>(height) * band / bands),
+             static_cast<int>(static_cast<long long>(height) * (band + 1) / bands));
+    });
+}
 
 }  // namespace
 
@@ -18,21 +40,23 @@ void Lumivane2::ImportSourceImage()
     float* plane[6];
     for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
     const std::int32_t pitch = channelStore.pitch;
-    PixPtr src(sourceImage);
-    FltPixel p;
-    for (int y = 0; y < sourceImage->Height; ++y) {
-        src.GotoXY(0, y);
-        const std::size_t row = static_cast<std::size_t>(y) * pitch;
-        for (int x = 0; x < sourceImage->Width; ++x) {
-            src.GetNextPixel(p);
-            plane[0][row + x] = p.R;
-            plane[1][row + x] = p.G;
-            plane[2][row + x] = p.B;
-            plane[3][row + x] = p.A;
-            plane[4][row + x] = p.A;
-            plane[5][row + x] = p.A;
+    ForRowBands(sourceImage->Height, [&](int first, int last) {
+        PixPtr src(sourceImage);
+        FltPixel p;
+        for (int y = first; y < last; ++y) {
+            src.GotoXY(0, y);
+            const std::size_t row = static_cast<std::size_t>(y) * pitch;
+            for (int x = 0; x < sourceImage->Width; ++x) {
+                src.GetNextPixel(p);
+                plane[0][row + x] = p.R;
+                plane[1][row + x] = p.G;
+                plane[2][row + x] = p.B;
+                plane[3][row + x] = p.A;
+                plane[4][row + x] = p.A;
+                plane[5][row + x] = p.A;
+            }
         }
-    }
+    });
 }
 
 void Lumivane2::ExportOutputImage()
@@ -40,24 +64,26 @@ void Lumivane2::ExportOutputImage()
     float* plane[6];
     for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
     const std::int32_t pitch = channelStore.pitch;
-    PixPtr src(sourceImage), dst(outputImage);
-    FltPixel p;
-    for (int y = 0; y < outputImage->Height; ++y) {
-        src.GotoXY(0, y);
-        dst.GotoXY(0, y);
-        const std::size_t row = static_cast<std::size_t>(y) * pitch;
-        for (int x = 0; x < outputImage->Width; ++x) {
-            // The pixel starts as the source's, so channels other than red,
-            // green, blue and alpha pass through.
-            src.GetNextPixel(p);
-            p.R = plane[0][row + x];
-            p.G = plane[1][row + x];
-            p.B = plane[2][row + x];
-            const float ar = plane[3][row + x], ag = plane[4][row + x], ab = plane[5][row + x];
-            p.A = ar > (ag > ab ? ag : ab) ? ar : (ag > ab ? ag : ab);
-            dst.PutNextPixel(p);
+    ForRowBands(outputImage->Height, [&](int first, int last) {
+        PixPtr src(sourceImage), dst(outputImage);
+        FltPixel p;
+        for (int y = first; y < last; ++y) {
+            src.GotoXY(0, y);
+            dst.GotoXY(0, y);
+            const std::size_t row = static_cast<std::size_t>(y) * pitch;
+            for (int x = 0; x < outputImage->Width; ++x) {
+                // The pixel starts as the source's, so channels other than red,
+                // green, blue and alpha pass through.
+                src.GetNextPixel(p);
+                p.R = plane[0][row + x];
+                p.G = plane[1][row + x];
+                p.B = plane[2][row + x];
+                const float ar = plane[3][row + x], ag = plane[4][row + x], ab = plane[5][row + x];
+                p.A = ar > (ag > ab ? ag : ab) ? ar : (ag > ab ? ag : ab);
+                dst.PutNextPixel(p);
+            }
         }
-    }
+    });
 }
 
 void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk)
