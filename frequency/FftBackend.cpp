@@ -57,12 +57,12 @@ std::mutex& CacheMutex()
     return mutex;
 }
 
-// Never destroyed: plans live as long as the process, and a transform still running
-// on a worker thread while the process exits must not find them freed.
+// The plans live until the module that made them is unloaded; ReleaseAtUnload
+// below destroys them first.
 std::map<PlanKey, std::unique_ptr<FftPlanPair>>& PlanCache()
 {
-    static auto* cache = new std::map<PlanKey, std::unique_ptr<FftPlanPair>>;
-    return *cache;
+    static std::map<PlanKey, std::unique_ptr<FftPlanPair>> cache;
+    return cache;
 }
 
 std::atomic<std::uint64_t> plansCreated{0};
@@ -280,12 +280,39 @@ std::mutex& KeptMutex()
     return mutex;
 }
 
-// Newest last. Never destroyed, like the plan cache: the buffers go with the process.
+// Newest last. Freed with the plan cache when the module is unloaded.
 std::vector<KeptBuffer>& Kept()
 {
-    static auto* kept = new std::vector<KeptBuffer>;
-    return *kept;
+    static std::vector<KeptBuffer> kept;
+    return kept;
 }
+
+// Lets go of every cached plan and kept buffer when the module holding them is
+// unloaded, or the process ends, after the last render: a host that unloads a
+// plug-in gets its memory back. Made after what it releases, so it is destroyed
+// before them.
+struct ReleaseAtUnload {
+    ReleaseAtUnload()
+    {
+        PlannerMutex();
+        CacheMutex();
+        PlanCache();
+        KeptMutex();
+        Kept();
+    }
+    ~ReleaseAtUnload()
+    {
+        {
+            std::lock_guard<std::mutex> planner(PlannerMutex());
+            std::lock_guard<std::mutex> lock(CacheMutex());
+            for (auto& entry : PlanCache()) DestroyPlansLocked(*entry.second);
+            PlanCache().clear();
+        }
+        std::lock_guard<std::mutex> lock(KeptMutex());
+        for (const KeptBuffer& k : Kept()) FreeFftBuffer(k.buffer);
+        Kept().clear();
+    }
+} releaseAtUnload;
 
 }  // namespace
 

@@ -79,7 +79,7 @@ TEST_F(LimitFixture, TwoHundredFramesKeepMemoryFlat)
 {
     h.In("BlurSizeX")->SetKeys({{0, 2.0}, {199, 9.0}});
     const long images = Image::LiveCount();
-    long settled = 0;
+    [[maybe_unused]] long settled = 0;
     for (int frame = 0; frame < 200; ++frame) {
         Ref<Image> out = h.Render(frame);
         ASSERT_TRUE(out) << frame;
