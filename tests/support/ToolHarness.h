@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <functional>
 #include <string>
 #include <vector>
@@ -75,4 +76,29 @@ inline float Sample(const Image& img, int x, int y, int c)
 {
     static constexpr int kRecord[4] = {2, 1, 0, 3};
     return img.Pixel(x, y)[c < 4 ? kRecord[c] : c];
+}
+
+// The smallest power of two strictly greater than n: the default transform side.
+inline int PowerOfTwoAbove(int n)
+{
+    int p = 1;
+    while (p <= n) p *= 2;
+    return p;
+}
+
+// Red, green, blue and alpha of `got` against want(x, y, component) within float
+// rounding (1e-5 absolute plus 1e-5 relative); a failure names the worst sample.
+inline void ExpectCloseTo(const Image& got, const std::function<double(int, int, int)>& want)
+{
+    double worst = 0;
+    int wx = 0, wy = 0, wc = 0;
+    for (int y = 0; y < got.Height; ++y)
+        for (int x = 0; x < got.Width; ++x)
+            for (int c = 0; c < 4; ++c) {
+                const double w = want(x, y, c);
+                const double err = std::abs(Sample(got, x, y, c) - w) / (1e-5 + 1e-5 * std::abs(w));
+                if (err > worst) worst = err, wx = x, wy = y, wc = c;
+            }
+    EXPECT_LE(worst, 1.0) << "worst at (" << wx << ", " << wy << ") component " << wc << ": got "
+                          << Sample(got, wx, wy, wc) << ", want " << want(wx, wy, wc);
 }
