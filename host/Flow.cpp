@@ -156,7 +156,8 @@ json LoadFlow(FusionDoc& doc, const std::string& path)
     json flow;
     try {
         flow = json::parse(in);
-    } catch (const json::parse_error& e) {
+    } catch (const json::exception& e) {
+        // Syntax errors, and numbers too large for a double.
         throw std::runtime_error(path + ": not a valid flow file: " + e.what());
     }
     FlowReader reader(path);

@@ -77,6 +77,7 @@ TEST_F(FlowFile, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
     };
     const Case cases[] = {
         {"malformed", "{\"format\": ", "not a valid flow file: [json.exception.parse_error.101]"},
+        {"number past a double", "888888e888888888888", "not a valid flow file: [json.exception.out_of_range.406]"},
         {"not a flow", R"({"tools": []})", ": format: expected \"lumivane-flow\""},
         {"unknown tool", head + R"({"class": "nobody.Tool"}]})",
          ": tools[0].class: no tool class \"nobody.Tool\" is loaded (loaded: "},
