@@ -42,11 +42,11 @@ std::string Upper(std::string s)
     return s;
 }
 
-ChannelRoles RolesOf(const ImageSpec& spec)
+ChannelRoles RolesOf(const ImageSpec& layout)
 {
-    const int n = spec.nchannels;
+    const int n = layout.nchannels;
     std::vector<std::string> names(n);
-    for (int i = 0; i < n; ++i) names[i] = i < static_cast<int>(spec.channelnames.size()) ? spec.channelnames[i] : "";
+    for (int i = 0; i < n; ++i) names[i] = i < static_cast<int>(layout.channelnames.size()) ? layout.channelnames[i] : "";
     const auto named = [&](const char* want) {
         for (int i = 0; i < n; ++i)
             if (Upper(names[i]) == want) return i;
@@ -55,7 +55,7 @@ ChannelRoles RolesOf(const ImageSpec& spec)
 
     ChannelRoles r;
     r.role.assign(n, Role::Extra);
-    int alpha = spec.alpha_channel >= 0 && spec.alpha_channel < n ? spec.alpha_channel : named("A");
+    int alpha = layout.alpha_channel >= 0 && layout.alpha_channel < n ? layout.alpha_channel : named("A");
     if (alpha >= 0) r.role[alpha] = Role::Alpha;
 
     const int red = named("R"), green = named("G"), blue = named("B");
@@ -112,19 +112,19 @@ int ImageExtraFor(const Image& image, const ChannelRoles& roles, int k)
     return it == have.end() ? -1 : static_cast<int>(it - have.begin());
 }
 
-// Narrows `spec` to the channels a file format can hold: without alpha when it
+// Narrows `layout` to the channels a file format can hold: without alpha when it
 // has none, without extra channels when it holds a fixed set, and always red,
 // green and blue when it holds nothing else (grey is then spread to all three).
-void KeepChannels(ImageSpec& spec, bool alpha, bool extras, bool colourOnly)
+void KeepChannels(ImageSpec& layout, bool alpha, bool extras, bool colourOnly)
 {
-    const ChannelRoles roles = RolesOf(spec);
+    const ChannelRoles roles = RolesOf(layout);
     std::vector<std::string> names;
     std::vector<TypeDesc> formats;
     int alphaIndex = -1, zIndex = -1;
-    for (int c = 0; c < spec.nchannels; ++c) {
+    for (int c = 0; c < layout.nchannels; ++c) {
         const Role role = roles.role[c];
         if ((role == Role::Alpha && !alpha) || (role == Role::Extra && !extras)) continue;
-        const TypeDesc format = spec.channelformat(c);
+        const TypeDesc format = layout.channelformat(c);
         if (role == Role::Grey && colourOnly) {
             for (const char* n : {"R", "G", "B"}) {
                 names.emplace_back(n);
@@ -133,23 +133,23 @@ void KeepChannels(ImageSpec& spec, bool alpha, bool extras, bool colourOnly)
             continue;
         }
         if (role == Role::Alpha) alphaIndex = static_cast<int>(names.size());
-        if (c == spec.z_channel) zIndex = static_cast<int>(names.size());
-        names.push_back(spec.channelnames[c]);
+        if (c == layout.z_channel) zIndex = static_cast<int>(names.size());
+        names.push_back(layout.channelnames[c]);
         formats.push_back(format);
     }
-    const bool perChannel = !spec.channelformats.empty();
-    spec.nchannels = static_cast<int>(names.size());
-    spec.channelnames = names;
-    spec.channelformats = perChannel ? formats : std::vector<TypeDesc>{};
-    spec.alpha_channel = alphaIndex;
-    spec.z_channel = zIndex;
+    const bool perChannel = !layout.channelformats.empty();
+    layout.nchannels = static_cast<int>(names.size());
+    layout.channelnames = names;
+    layout.channelformats = perChannel ? formats : std::vector<TypeDesc>{};
+    layout.alpha_channel = alphaIndex;
+    layout.z_channel = zIndex;
 }
 
-// The image's pixels in the channel layout of `spec`.
-std::vector<float> Interleaved(const Image& image, const ImageSpec& spec)
+// The image's pixels in the channels `layout` describes.
+std::vector<float> Interleaved(const Image& image, const ImageSpec& layout)
 {
-    const ChannelRoles roles = RolesOf(spec);
-    const int n = spec.nchannels;
+    const ChannelRoles roles = RolesOf(layout);
+    const int n = layout.nchannels;
     std::vector<int> extraFor(n, -1);
     for (int c = 0; c < n; ++c)
         if (roles.role[c] == Role::Extra) extraFor[c] = ImageExtraFor(image, roles, roles.extraIndex[c]);
@@ -169,12 +169,12 @@ std::vector<float> Interleaved(const Image& image, const ImageSpec& spec)
     return pixels;
 }
 
-void Unpremultiply(std::vector<float>& pixels, const ImageSpec& spec)
+void Unpremultiply(std::vector<float>& pixels, const ImageSpec& layout)
 {
-    const ChannelRoles roles = RolesOf(spec);
-    const int n = spec.nchannels;
+    const ChannelRoles roles = RolesOf(layout);
+    const int n = layout.nchannels;
     for (std::size_t i = 0; i < pixels.size(); i += n) {
-        const float a = pixels[i + spec.alpha_channel];
+        const float a = pixels[i + layout.alpha_channel];
         if (a <= 0.0f || a == 1.0f) continue;
         for (int c = 0; c < n; ++c)
             if (roles.role[c] != Role::Alpha && roles.role[c] != Role::Extra) pixels[i + c] /= a;
@@ -197,29 +197,29 @@ ImageFile ReadImageFile(const std::string& path)
     auto in = OIIO::ImageInput::open(path, &config);
     if (!in) throw FileError("cannot read " + path + ": " + OIIO::geterror());
     ImageFile file;
-    file.spec = in->spec();
-    const ImageSpec& spec = file.spec;
-    if (spec.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
-    if (spec.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
+    file.layout = in->spec();
+    const ImageSpec& layout = file.layout;
+    if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
+    if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
 
-    const ChannelRoles roles = RolesOf(spec);
-    const int n = spec.nchannels;
-    std::vector<float> pixels(static_cast<std::size_t>(spec.width) * spec.height * n);
+    const ChannelRoles roles = RolesOf(layout);
+    const int n = layout.nchannels;
+    std::vector<float> pixels(static_cast<std::size_t>(layout.width) * layout.height * n);
     if (!in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()))
         throw FileError("cannot read " + path + ": " + in->geterror());
     in->close();
 
-    file.image = Ref<Image>(new Image(spec.width, spec.height, DepthOf(spec.format), roles.extras));
+    file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(layout.format), roles.extras));
     Image& img = *file.image;
-    img.XScale = spec.get_float_attribute(kAspectAttribute, 1.0f);
+    img.XScale = layout.get_float_attribute(kAspectAttribute, 1.0f);
     if (!(img.XScale > 0.0) || !std::isfinite(img.XScale)) img.XScale = 1.0;
     img.YScale = 1.0;
 
-    const bool premultiply = spec.get_int_attribute(kUnassociatedAttribute, 0) != 0;
-    file.spec.erase_attribute(kUnassociatedAttribute);
+    const bool premultiply = layout.get_int_attribute(kUnassociatedAttribute, 0) != 0;
+    file.layout.erase_attribute(kUnassociatedAttribute);
     const float* src = pixels.data();
-    for (int y = 0; y < spec.height; ++y)
-        for (int x = 0; x < spec.width; ++x, src += n) {
+    for (int y = 0; y < layout.height; ++y)
+        for (int x = 0; x < layout.width; ++x, src += n) {
             float* p = img.Pixel(x, y);  // blue, green, red, alpha, extras
             p[3] = 1.0f;
             for (int c = 0; c < n; ++c) switch (roles.role[c]) {
@@ -238,68 +238,68 @@ ImageFile ReadImageFile(const std::string& path)
 
 ImageSpec DefaultSpec(const Image& image)
 {
-    ImageSpec spec(image.Width, image.Height, 4 + static_cast<int>(image.ExtraChannels().size()), FormatOf(image.Depth));
-    spec.channelnames = {"R", "G", "B", "A"};
-    for (const std::string& name : image.ExtraChannels()) spec.channelnames.push_back(name);
-    spec.alpha_channel = 3;
-    return spec;
+    ImageSpec layout(image.Width, image.Height, 4 + static_cast<int>(image.ExtraChannels().size()), FormatOf(image.Depth));
+    layout.channelnames = {"R", "G", "B", "A"};
+    for (const std::string& name : image.ExtraChannels()) layout.channelnames.push_back(name);
+    layout.alpha_channel = 3;
+    return layout;
 }
 
 void WriteImageFile(const std::string& path, const Image& image, const ImageSpec& like, std::optional<int> depth)
 {
     CheckOutputFolder(path);
-    ImageSpec spec = like;
-    if (spec.full_width <= 0 || like.width != image.Width || like.height != image.Height) {
-        spec.full_x = spec.x;
-        spec.full_y = spec.y;
-        spec.full_width = image.Width;
-        spec.full_height = image.Height;
+    ImageSpec layout = like;
+    if (layout.full_width <= 0 || like.width != image.Width || like.height != image.Height) {
+        layout.full_x = layout.x;
+        layout.full_y = layout.y;
+        layout.full_width = image.Width;
+        layout.full_height = image.Height;
     }
-    spec.width = image.Width;
-    spec.height = image.Height;
+    layout.width = image.Width;
+    layout.height = image.Height;
     const int outDepth = depth.value_or(image.Depth);
     if (outDepth != DepthOf(like.format) || depth) {
-        spec.set_format(FormatOf(outDepth));
-        spec.channelformats.clear();
-        spec.erase_attribute(kBitsAttribute);
+        layout.set_format(FormatOf(outDepth));
+        layout.channelformats.clear();
+        layout.erase_attribute(kBitsAttribute);
     }
     const double aspect = image.XScale / image.YScale;
     if (aspect != 1.0 || like.find_attribute(kAspectAttribute))
-        spec.attribute(kAspectAttribute, static_cast<float>(aspect));
+        layout.attribute(kAspectAttribute, static_cast<float>(aspect));
 
     const bool pfm = IsPfmPath(path);
     std::unique_ptr<OIIO::ImageOutput> out;
     if (pfm) {
-        KeepChannels(spec, false, false, false);
+        KeepChannels(layout, false, false, false);
     } else {
         out = OIIO::ImageOutput::create(path);
         if (!out) throw FileError("cannot write " + path + ": " + OIIO::geterror());
         const std::string format = out->format_name();
-        KeepChannels(spec, out->supports("alpha"), out->supports("nchannels"), format == "hdr");
-        if (!out->supports("tiles")) spec.tile_width = spec.tile_height = spec.tile_depth = 0;
-        if (!out->supports("channelformats")) spec.channelformats.clear();
+        KeepChannels(layout, out->supports("alpha"), out->supports("nchannels"), format == "hdr");
+        if (!out->supports("tiles")) layout.tile_width = layout.tile_height = layout.tile_depth = 0;
+        if (!out->supports("channelformats")) layout.channelformats.clear();
         // PNG holds 8 or 16 bits; float data keeps the most of itself in 16.
-        if (format == "png" && spec.format.is_floating_point()) spec.set_format(TypeDesc::UINT16);
+        if (format == "png" && layout.format.is_floating_point()) layout.set_format(TypeDesc::UINT16);
     }
-    std::vector<float> pixels = Interleaved(image, spec);
+    std::vector<float> pixels = Interleaved(image, layout);
     // PNG stores colour unassociated; divide by alpha here, in float, rather
     // than let the writer do it at the file's precision.
-    spec.erase_attribute(kUnassociatedAttribute);
-    if (out && std::string(out->format_name()) == "png" && spec.alpha_channel >= 0) {
-        Unpremultiply(pixels, spec);
-        spec.attribute(kUnassociatedAttribute, 1);
+    layout.erase_attribute(kUnassociatedAttribute);
+    if (out && std::string(out->format_name()) == "png" && layout.alpha_channel >= 0) {
+        Unpremultiply(pixels, layout);
+        layout.attribute(kUnassociatedAttribute, 1);
     }
 
     PendingFile pending(path);
     if (pfm) {
-        const std::string why = WritePfm(pending.TempPath(), spec.width, spec.height, spec.nchannels, pixels.data());
+        const std::string why = WritePfm(pending.TempPath(), layout.width, layout.height, layout.nchannels, pixels.data());
         if (!why.empty()) throw FileError("cannot write " + path + ": " + why);
     } else {
         const auto fail = [&](const std::string& why) {
             out.reset();  // closes the temporary file before PendingFile removes it
             return FileError("cannot write " + path + ": " + why);
         };
-        if (!out->open(pending.TempPath(), spec)) throw fail(out->geterror());
+        if (!out->open(pending.TempPath(), layout)) throw fail(out->geterror());
         if (!out->write_image(TypeDesc::FLOAT, pixels.data())) throw fail(out->geterror());
         if (!out->close()) throw fail(out->geterror());
         out.reset();

@@ -28,7 +28,7 @@
 
 struct ImageFile {
     Ref<Image> image;
-    OIIO::ImageSpec spec;  // the file's description: layout, formats, metadata
+    OIIO::ImageSpec layout;  // the file's description: layout, formats, metadata
 };
 
 // Reads the first subimage. Throws a file ProgramError naming the file, with

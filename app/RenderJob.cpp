@@ -217,7 +217,7 @@ int RunRender(const RenderOptions& opt)
             if (!result) throw RenderError(frameConsole.Why());
             const auto* image = dynamic_cast<const Image*>(result.get());
             if (!image) throw RenderError("the tool's output is not an image");
-            WriteImageFile(out, *image, source.spec, job.outDepth);
+            WriteImageFile(out, *image, source.layout, job.outDepth);
             ++rendered;
             progress.FrameDone(frame, out);
         } catch (const std::exception& e) {

@@ -80,12 +80,12 @@ RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string
 OIIO::ImageBuf TestPicture(int width, int height, const std::vector<std::string>& channels, bool hdr)
 {
     const int n = static_cast<int>(channels.size());
-    OIIO::ImageSpec spec(width, height, n, OIIO::TypeDesc::FLOAT);
-    spec.channelnames = channels;
-    spec.alpha_channel = -1;
+    OIIO::ImageSpec layout(width, height, n, OIIO::TypeDesc::FLOAT);
+    layout.channelnames = channels;
+    layout.alpha_channel = -1;
     for (int c = 0; c < n; ++c)
-        if (channels[c] == "A") spec.alpha_channel = c;
-    OIIO::ImageBuf buf(spec);
+        if (channels[c] == "A") layout.alpha_channel = c;
+    OIIO::ImageBuf buf(layout);
     std::vector<float> px(n);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
