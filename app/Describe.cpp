@@ -5,6 +5,7 @@
 #include "app/Settings.h"
 #include "host/Registry.h"
 #include "host/Tags.h"
+#include "util/Text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -15,13 +16,6 @@
 using json = nlohmann::ordered_json;
 
 namespace {
-
-std::string Num(double v)
-{
-    std::ostringstream s;
-    s << v;
-    return s.str();
-}
 
 std::string KindOfControl(const InputDeclaration& d)
 {
@@ -90,7 +84,7 @@ void PrintText(const Registry& reg, const Operator& tool, const std::string& mod
             const InputDeclaration& d = in->Decl();
             if (d.IsImage() || d.Page != page) continue;
             std::string details = KindOfControl(d);
-            if (d.IsNumber()) details += ", " + AcceptedValues(d) + ", default " + Num(d.Default);
+            if (d.IsNumber()) details += ", " + AcceptedValues(d) + ", default " + FormatNumber(d.Default);
             if (d.IsText()) details += ", \"" + d.DefaultText + "\"";
             if (ReadOnly(d)) details += ", read-only";
             if (d.Notify) details += ", notifies";
@@ -131,9 +125,7 @@ int RunDescribe(const DescribeOptions& opt)
         host.Doc().RemoveTool(tool);
     }
     if (first && !opt.json) {
-        std::string folders;
-        for (const std::string& f : host.Folders()) folders += (folders.empty() ? "" : ", ") + f;
-        std::printf("no tools loaded (searched: %s)\n", folders.c_str());
+        std::printf("no tools loaded (searched: %s)\n", Join(host.Folders()).c_str());
     }
     if (opt.json) std::cout << json{{"tools", tools}}.dump(2) << "\n";
     return ExitStatus(Exit::Success);

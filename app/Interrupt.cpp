@@ -51,33 +51,23 @@ bool InterruptRequested() { return g_signals.load() > 0; }
 
 void RequestInterrupt() { g_signals.fetch_add(1); }
 
-PendingFile::PendingFile(std::string finalPath) : m_final(std::move(finalPath))
+PendingFile::PendingFile(std::string finalPath) : m_file(std::move(finalPath))
 {
-    const std::filesystem::path p(m_final);
-    // Beside the final file, so the rename stays on one file system; hidden, and
-    // with the final extension so that it is still recognisable.
-    m_temp = (p.parent_path() / ("." + p.filename().string() + "." + std::to_string(::getpid()) + ".tmp" +
-                                 p.extension().string()))
-                 .string();
-    if (m_temp.size() <= PATH_MAX) {
+    const std::string& temp = m_file.TempPath();
+    if (temp.size() <= PATH_MAX) {
         g_hasPending.store(false);
-        std::memcpy(g_pending, m_temp.c_str(), m_temp.size() + 1);
+        std::memcpy(g_pending, temp.c_str(), temp.size() + 1);
         g_hasPending.store(true);
     }
 }
 
-PendingFile::~PendingFile()
-{
-    g_hasPending.store(false);
-    if (!m_done) std::remove(m_temp.c_str());
-}
+// The temporary file, unless committed, goes with m_file.
+PendingFile::~PendingFile() { g_hasPending.store(false); }
 
 void PendingFile::Commit()
 {
-    if (std::rename(m_temp.c_str(), m_final.c_str()) != 0) {
-        const std::string why = std::strerror(errno);
-        throw FileError("cannot write " + m_final + ": renaming the finished file into place failed: " + why);
-    }
-    m_done = true;
     g_hasPending.store(false);
+    const std::string why = m_file.Commit();
+    if (!why.empty())
+        throw FileError("cannot write " + FinalPath() + ": renaming the finished file into place failed: " + why);
 }

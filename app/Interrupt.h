@@ -5,6 +5,8 @@
 // steps, drops the frame it was on and exits with status 130. A second signal
 // stops at once; the only file that could be partial then is the one being
 // written, and the handler removes it before exiting.
+#include "util/AtomicFile.h"
+
 #include <string>
 
 void InstallInterruptHandlers();
@@ -13,9 +15,9 @@ bool InterruptRequested();
 void RequestInterrupt();
 
 // An output file written under a temporary name in its own folder and renamed
-// over the final name by Commit, so the final name only ever holds a complete
-// file. Until then the temporary file is removed when this object goes away,
-// and by the signal handler on a second signal.
+// over the final name by Commit (util/AtomicFile.h), so the final name only ever
+// holds a complete file. Until then the temporary file is removed when this
+// object goes away, and by the signal handler on a second signal.
 class PendingFile {
 public:
     explicit PendingFile(std::string finalPath);
@@ -23,13 +25,11 @@ public:
     PendingFile(const PendingFile&) = delete;
     PendingFile& operator=(const PendingFile&) = delete;
 
-    const std::string& TempPath() const { return m_temp; }
-    const std::string& FinalPath() const { return m_final; }
+    const std::string& TempPath() const { return m_file.TempPath(); }
+    const std::string& FinalPath() const { return m_file.FinalPath(); }
     // Throws a file ProgramError with the system's reason when the rename fails.
     void Commit();
 
 private:
-    std::string m_final;
-    std::string m_temp;
-    bool m_done = false;
+    AtomicFile m_file;
 };

@@ -2,12 +2,63 @@
 
 #include "app/ExitCodes.h"
 #include "app/ImageFiles.h"
-#include "kernel/KernelPreview.h"
-#include "tool/Lumivane2.h"
+#include "app/Interrupt.h"
+#include "app/Plugins.h"
+#include "app/ToolConsole.h"
+#include "host/Image.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
-#include <memory>
 #include <optional>
+
+namespace {
+
+constexpr const char* kSourceInput = "input";
+constexpr int kColours = 3;
+// Samples below this fraction of their channel's peak are the transforms'
+// rounding, not the kernel: they are drawn black and do not count to its extent.
+constexpr double kNoise = 1e-6;
+
+// The response to a point at the frame's centre, cropped to the largest
+// kernel's extent (odd sides, centred on the point), each channel divided by its
+// peak magnitude; alpha is 1.
+Ref<Image> Drawing(const Image& response, int cx, int cy)
+{
+    double peak[kColours] = {};
+    for (int y = 0; y < response.Height; ++y)
+        for (int x = 0; x < response.Width; ++x)
+            for (int c = 0; c < kColours; ++c)
+                peak[c] = std::max(peak[c], std::fabs(double{response.Pixel(x, y)[kRecordPosition[c]]}));
+    auto kept = [&](int x, int y, int c) {
+        const double v = response.Pixel(x, y)[kRecordPosition[c]];
+        return peak[c] > 0.0 && std::fabs(v) >= kNoise * peak[c];
+    };
+    int reachX = 0, reachY = 0;
+    for (int y = 0; y < response.Height; ++y)
+        for (int x = 0; x < response.Width; ++x)
+            for (int c = 0; c < kColours; ++c)
+                if (kept(x, y, c)) {
+                    reachX = std::max(reachX, std::abs(x - cx));
+                    reachY = std::max(reachY, std::abs(y - cy));
+                }
+    Ref<Image> drawing(new Image(2 * reachX + 1, 2 * reachY + 1));
+    for (int y = 0; y < drawing->Height; ++y)
+        for (int x = 0; x < drawing->Width; ++x) {
+            const int sx = cx - reachX + x, sy = cy - reachY + y;
+            const bool inside = sx >= 0 && sx < response.Width && sy >= 0 && sy < response.Height;
+            float* out = drawing->Pixel(x, y);
+            for (int c = 0; c < kColours; ++c)
+                out[kRecordPosition[c]] =
+                    inside && kept(sx, sy, c)
+                        ? static_cast<float>(response.Pixel(sx, sy)[kRecordPosition[c]] / peak[c])
+                        : 0.0f;
+            out[kRecordPosition[3]] = 1.0f;
+        }
+    return drawing;
+}
+
+}  // namespace
 
 int RunKernel(const KernelOptions& opt)
 {
@@ -17,28 +68,31 @@ int RunKernel(const KernelOptions& opt)
     std::optional<int> depth;
     if (!opt.depth.empty()) depth = ParseDepth(opt.depth);
 
-    // A tool outside any document: made, notified of its initial values and
-    // edited exactly as a host would, but never rendered.
-    auto tool = std::make_unique<Lumivane2>(nullptr, ScriptVal{}, TagList{});
-    tool->ReportInitialValues();
+    PluginHost host(PluginFolders(opt.plugins), [](const std::string& w) {
+        std::fprintf(stderr, "lumivane: warning: %s\n", w.c_str());
+    });
+    FrameConsole console;
+    host.Doc().SetConsoleListener([&](const ConsoleLine& line) { console.Add(line); });
+    Operator* tool = host.Doc().AddTool(FuID(host.ToolClass()));
     ApplySettings(*tool, opt.settings, opt.frame);
+    // With black edges the point's response is the kernel alone.
+    ApplySettings(*tool, {{"Edges", "Black", "drawing the kernels"}}, opt.frame);
 
-    Ref<Image> blank(new Image(opt.width, opt.height));
-    tool->FindInput("input")->SetSource(blank.get(), opt.frame);
-    Ref<Image> preview;
-    {
-        Request req(opt.frame);
-        try {
-            tool->ReadRenderState(&req);
-            preview = Ref<Image>(MakeKernelPreview(*tool, tool->blurSizeX, tool->blurSizeY));
-        } catch (const std::exception& e) {
-            throw RenderError(std::string("cannot make the kernels: ") + e.what());
-        }
-    }
-    tool->FindInput("input")->SetSource(nullptr, opt.frame);
-    WriteImageFile(opt.output, *preview, DefaultSpec(*preview), depth);
-    std::printf("wrote %s: %dx%d; kernel sizes in pixels: red %gx%g, green %gx%g, blue %gx%g\n", opt.output.c_str(),
-                preview->Width, preview->Height, tool->blurSizeX[0], tool->blurSizeY[0], tool->blurSizeX[1],
-                tool->blurSizeY[1], tool->blurSizeX[2], tool->blurSizeY[2]);
+    Ref<Image> point(new Image(opt.width, opt.height));
+    const int cx = opt.width / 2, cy = opt.height / 2;
+    for (int c = 0; c < kColours; ++c) point->Pixel(cx, cy)[kRecordPosition[c]] = 1.0f;
+    Input* source = tool->FindInput(kSourceInput);
+    if (!source) throw FileError(std::string("the tool has no \"") + kSourceInput + "\" input");
+    source->SetSource(point.get(), opt.frame);
+    Ref<Parameter> result = host.Doc().Render(tool, opt.frame);
+    source->SetSource(nullptr, opt.frame);
+    if (InterruptRequested()) return ExitStatus(Exit::Interrupted);
+    const auto* response = dynamic_cast<const Image*>(result.get());
+    if (!response) throw RenderError("cannot make the kernels: " + console.Why());
+
+    const Ref<Image> drawing = Drawing(*response, cx, cy);
+    WriteImageFile(opt.output, *drawing, DefaultSpec(*drawing), depth);
+    std::printf("wrote %s: %dx%d, the kernels of a %dx%d frame at time %d\n", opt.output.c_str(), drawing->Width,
+                drawing->Height, opt.width, opt.height, opt.frame);
     return ExitStatus(Exit::Success);
 }

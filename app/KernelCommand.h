@@ -1,7 +1,9 @@
 #pragma once
-// `lumivane kernel`: writes the kernels the settings would synthesise for red,
-// green and blue, side by side in the colour channels of one image. Uses the
-// tool's code built into the program rather than a plug-in module.
+// `lumivane kernel`: draws the kernels the settings would filter red, green and
+// blue with, side by side in the colour channels of one image. The loaded tool
+// draws them: it renders one bright pixel on a black frame (Edges set to Black),
+// whose response is each colour's kernel, and the program keeps the kernels'
+// extent, each channel scaled to a peak magnitude of 1.
 #include "app/Settings.h"
 
 #include <string>
@@ -9,6 +11,7 @@
 
 struct KernelOptions {
     std::string output;
+    std::string plugins;
     std::vector<Setting> settings;  // in command-line order
     int width = 1920;   // of the image the sizes are relative to
     int height = 1080;

@@ -2,6 +2,8 @@
 
 #include "app/ExitCodes.h"
 #include "host/Registry.h"
+#include "host/Tags.h"
+#include "util/Text.h"
 
 #include <cstdlib>
 #include <sstream>
@@ -14,13 +16,6 @@
 namespace {
 
 constexpr const char* kPathVariable = "LUMIVANE_PLUGIN_PATH";
-
-std::string Joined(const std::vector<std::string>& items)
-{
-    std::string s;
-    for (const auto& i : items) s += (s.empty() ? "" : ", ") + i;
-    return s;
-}
 
 }  // namespace
 
@@ -62,9 +57,15 @@ std::string PluginHost::ModuleOf(const std::string& classId) const
     return {};
 }
 
-void PluginHost::Require(const std::string& classId) const
+std::string PluginHost::ToolClass() const
 {
-    if (ClassRegistry->Find(FuID(classId))) return;
-    throw FileError("no plug-in module provides the tool \"" + classId + "\" (searched: " + Joined(m_folders) +
-                    "; give a folder with --plugins DIR or " + kPathVariable + ")");
+    std::vector<std::string> tools;
+    for (Registry* reg : ClassRegistry->Entries())
+        if (reg->Tags().GetLong(REGI_ClassType, 0) == CT_Tool) tools.push_back(reg->ID().str());
+    if (tools.size() == 1) return tools.front();
+    if (tools.empty())
+        throw FileError("no plug-in module provides a tool (searched: " + Join(m_folders) +
+                        "; give a folder with --plugins DIR or " + kPathVariable + ")");
+    throw UsageError("the plug-in folders (" + Join(m_folders) + ") provide several tools (" + Join(tools) +
+                     "): name the one to use with --plugins DIR, or render a flow of it");
 }

@@ -30,9 +30,10 @@ public:
     const PluginSet& Plugins() const { return m_plugins; }
     // The module file that registered a tool class, or "".
     std::string ModuleOf(const std::string& classId) const;
-    // Throws a file ProgramError naming the folders searched when no loaded
-    // module registered `classId`.
-    void Require(const std::string& classId) const;
+    // The class ID of the tool the loaded modules provide, as the registry has
+    // it. Throws a file ProgramError naming the folders searched when none does,
+    // and a usage one naming them when several do.
+    std::string ToolClass() const;
 
 private:
     std::vector<std::string> m_folders;

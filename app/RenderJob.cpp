@@ -6,8 +6,8 @@
 #include "app/Interrupt.h"
 #include "app/Plugins.h"
 #include "app/Progress.h"
+#include "app/ToolConsole.h"
 #include "host/Flow.h"
-#include "tool/Identity.h"
 
 #include <mutex>
 #include <optional>
@@ -44,39 +44,6 @@ private:
     ImageFile m_file;
 };
 
-// The tool's console lines of the frame being rendered.
-class FrameConsole {
-public:
-    void Clear()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_failures.clear();
-    }
-    void Add(const ConsoleLine& line)
-    {
-        if (line.SubID != CONSOLE_Error) return;
-        std::string text = line.Text;
-        while (!text.empty() && text.back() == '\n') text.pop_back();
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_failures.push_back(text);
-    }
-    bool HasFailure() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return !m_failures.empty();
-    }
-    std::string Why() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_failures.empty()) return "the tool set no output and gave no reason";
-        return "the tool set no output: " + m_failures.back();
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::vector<std::string> m_failures;
-};
-
 std::string FromProgram(const json& program, const char* key)
 {
     if (!program.is_object() || !program.contains(key)) return {};
@@ -102,20 +69,20 @@ struct Job {
     bool sequence = false;
 };
 
-// The tool from the flow, or a new one with its defaults; `program` gets the
-// flow's "program" object.
+// The tool from the flow, or a new one of the loaded tool class with its
+// defaults; `program` gets the flow's "program" object.
 Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
 {
-    host.Require(lumivane::kClassId);
-    if (flow.empty()) return host.Doc().AddTool(FuID(lumivane::kClassId));
+    const std::string toolClass = host.ToolClass();
+    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
         program = LoadFlow(host.Doc(), flow);
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }
     for (const auto& t : host.Doc().Tools())
-        if (t->Reg() && t->Reg()->ID().str() == lumivane::kClassId) return t.get();
-    throw FileError(flow + ": the flow holds no " + lumivane::kClassId + " tool");
+        if (t->Reg()) return t.get();
+    throw FileError(flow + ": the flow holds no tool");
 }
 
 Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, const json& program)

@@ -2,6 +2,7 @@
 
 #include "app/ExitCodes.h"
 #include "host/Tags.h"
+#include "util/Text.h"
 
 #include <CLI/CLI.hpp>
 
@@ -48,13 +49,6 @@ constexpr FriendlyOption kFriendly[] = {
     {"--angle", "DEGREES", nullptr, "Polygon rotation in degrees (KernelAngle)", {{"KernelAngle", nullptr}, {}}},
 };
 
-std::string Num(double v)
-{
-    std::ostringstream s;
-    s << v;
-    return s.str();
-}
-
 std::string Normalised(const std::string& s)
 {
     std::string out;
@@ -92,10 +86,10 @@ int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
 
 std::string ControlList(const Operator& tool)
 {
-    std::string list;
+    std::vector<std::string> ids;
     for (const auto& in : tool.Inputs())
-        if (in->Decl().IsNumber()) list += (list.empty() ? "" : ", ") + in->ID().str();
-    return list;
+        if (in->Decl().IsNumber()) ids.push_back(in->ID().str());
+    return Join(ids);
 }
 
 [[noreturn]] void UnknownControl(const Operator& tool, const Setting& s)
@@ -130,8 +124,8 @@ std::string AcceptedValues(const InputDeclaration& d)
     }
     if (d.Control == CheckboxControlID) return "0 or 1 (off/on, false/true, no/yes)";
     std::string s = d.Integer ? "a whole number" : "a number";
-    if (d.MinAllowed) s += " from " + Num(*d.MinAllowed);
-    if (d.SliderTop) s += " (slider " + Num(d.MinAllowed.value_or(0.0)) + " to " + Num(*d.SliderTop) + ")";
+    if (d.MinAllowed) s += " from " + FormatNumber(*d.MinAllowed);
+    if (d.SliderTop) s += " (slider " + FormatNumber(d.MinAllowed.value_or(0.0)) + " to " + FormatNumber(*d.SliderTop) + ")";
     return s;
 }
 

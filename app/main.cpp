@@ -6,7 +6,7 @@
 #include "app/RenderJob.h"
 #include "app/Settings.h"
 
-#include "host/MemoryBudget.h"
+#include "host/EngineSettings.h"
 
 #include <CLI/CLI.hpp>
 
@@ -37,14 +37,15 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
                                            "or LUMIVANE_PLUGIN_PATH)")
         ->type_name("DIR")
         ->group(group);
-    app.add_option("--threads", g.threads, "Worker threads for the tool (sets LUMIVANE_THREADS)")
+    app.add_option("--threads", g.threads, "Worker threads for the tool, 1 to 256 (default: LUMIVANE_THREADS, "
+                                           "else one per core)")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
         ->group(group);
-    app.add_option("--fft-planning", g.planning, "FFT planning effort (sets LUMIVANE_FFT_PLANNING)")
-        ->check(CLI::IsMember({"estimate", "measure"}))
+    app.add_option("--fft-planning", g.planning,
+                   "FFT planning effort: estimate or measure (default: LUMIVANE_FFT_PLANNING, else estimate)")
+        ->type_name("EFFORT")
         ->group(group);
-    app.add_option("--fft-wisdom", g.wisdom, "FFTW wisdom file, read and updated (sets LUMIVANE_FFT_WISDOM)")
+    app.add_option("--fft-wisdom", g.wisdom, "FFTW wisdom file, read and updated (default: LUMIVANE_FFT_WISDOM)")
         ->type_name("FILE")
         ->group(group);
     app.add_option("--max-memory", g.maxMemory,
@@ -54,19 +55,30 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
         ->group(group);
 }
 
-// The module reads these when it first needs them, so they are set before it loads.
-void ExportEngineSettings(const GlobalOptions& g)
+// `text` read by `parse`, a usage error naming `flag` when it is malformed.
+template <class Parse>
+auto FlagValue(const char* flag, const std::string& text, Parse parse)
 {
-    if (!g.threads.empty()) ::setenv("LUMIVANE_THREADS", g.threads.c_str(), 1);
-    if (!g.planning.empty()) ::setenv("LUMIVANE_FFT_PLANNING", g.planning.c_str(), 1);
-    if (!g.wisdom.empty()) ::setenv("LUMIVANE_FFT_WISDOM", g.wisdom.c_str(), 1);
-    if (!g.maxMemory.empty()) {
-        try {
-            SetMemoryLimit(ParseMemorySize(g.maxMemory));
-        } catch (const std::invalid_argument& e) {
-            throw ProgramError(Exit::Usage, std::string("--max-memory: ") + e.what());
-        }
+    try {
+        return parse(text);
+    } catch (const std::invalid_argument& e) {
+        throw ProgramError(Exit::Usage, std::string(flag) + ": " + e.what());
     }
+}
+
+// The host's engine settings: the flags over the environment, each checked
+// before anything starts.
+void ApplyEngineSettings(const GlobalOptions& g)
+{
+    try {
+        CheckEngineEnvironment();
+    } catch (const std::invalid_argument& e) {
+        throw ProgramError(Exit::Usage, e.what());
+    }
+    if (!g.threads.empty()) SetEngineThreads(FlagValue("--threads", g.threads, ParseThreads));
+    if (!g.planning.empty()) SetEngineFftPlanning(FlagValue("--fft-planning", g.planning, ParseFftPlanning));
+    if (!g.wisdom.empty()) SetEngineFftWisdom(g.wisdom);
+    if (!g.maxMemory.empty()) SetMemoryLimit(FlagValue("--max-memory", g.maxMemory, ParseMemorySize));
 }
 
 }  // namespace
@@ -123,7 +135,7 @@ int main(int argc, char** argv)
     }
 
     try {
-        ExportEngineSettings(global);
+        ApplyEngineSettings(global);
         InstallInterruptHandlers();
         if (renderCmd->parsed()) {
             render.settings = SettingsInCommandLineOrder(*renderCmd);
@@ -132,6 +144,7 @@ int main(int argc, char** argv)
         }
         if (kernelCmd->parsed()) {
             kernel.settings = SettingsInCommandLineOrder(*kernelCmd);
+            kernel.plugins = global.plugins;
             return RunKernel(kernel);
         }
         describe.plugins = global.plugins;

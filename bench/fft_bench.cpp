@@ -9,8 +9,10 @@
 // plans are cached for the life of the process with the effort they were first made
 // with, so run the two efforts as separate invocations:
 //   bench_fft --benchmark_filter=/0/   and   bench_fft --benchmark_filter=/1/
-#include "frequency/FftBackend.h"
-#include "frequency/FrequencyArray.h"
+#include "fft/FftBuffers.h"
+#include "fft/FftPlans.h"
+#include "fft/StagedTransform.h"
+#include "fft/FrequencyArray.h"
 
 #include <benchmark/benchmark.h>
 #include <fftw3.h>

@@ -16,8 +16,10 @@
 //
 // CONFIG: disk1, disk2.5, disk5, polygon, gaussian, kernel-image, per-channel,
 // deconvolve, or disk-px:N (a disk of N pixels, absolute).
-#include "frequency/FftBackend.h"
-#include "frequency/FrequencyArray.h"
+#include "fft/FftBuffers.h"
+#include "fft/FftPlans.h"
+#include "fft/StagedTransform.h"
+#include "fft/FrequencyArray.h"
 #include "host/FusionDoc.h"
 #include "host/Image.h"
 #include "host/Tags.h"

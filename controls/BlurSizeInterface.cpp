@@ -1,5 +1,6 @@
 #include "controls/BlurSizeInterface.h"
 
+#include "controls/ControlValue.h"
 #include "host/Image.h"
 #include "host/Operator.h"
 #include "host/Tags.h"
@@ -10,10 +11,6 @@ constexpr const char* kSizeXIds[3] = {"BlurSizeX", "GreenBlurSizeX", "BlueBlurSi
 constexpr const char* kSizeYIds[3] = {"BlurSizeY", "GreenBlurSizeY", "BlueBlurSizeY"};
 constexpr const char* kSizeXLabels[3] = {"Blur Size", "Green Blur Size X", "Blue Blur Size X"};
 constexpr const char* kSizeYLabels[3] = {"Blur Size Y", "Green Blur Size Y", "Blue Blur Size Y"};
-
-double ValueOf(Parameter* p) { return *static_cast<Number*>(p); }
-
-double ValueOf(Input* in, Request* req) { return ValueOf(in->GetValue(req, 0)); }
 
 void SetLabel(Input* in, const char* label) { in->SetAttrs({{LINKS_Name, label}, {TAG_DONE}}); }
 

@@ -5,7 +5,7 @@
 // needs it, and read by the others. When the three alpha planes meet the same
 // kernel their results are identical, so only the first is filtered and the
 // other two copy it.
-#include "frequency/FrequencyArray.h"
+#include "fft/FrequencyArray.h"
 
 #include <condition_variable>
 #include <functional>

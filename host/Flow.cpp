@@ -1,6 +1,8 @@
 #include "host/Flow.h"
 
 #include "host/FusionDoc.h"
+#include "util/AtomicFile.h"
+#include "util/Text.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -86,10 +88,10 @@ public:
             for (const auto& [id, value] : t["inputs"].items()) {
                 Input* in = tool->FindInput(id);
                 if (!in) {
-                    std::string known;
+                    std::vector<std::string> known;
                     for (const auto& i : tool->Inputs())
-                        if (!i->Decl().IsImage()) known += (known.empty() ? "" : ", ") + i->ID().str();
-                    Fail(where + ".inputs." + id, "the tool has no control \"" + id + "\" (controls: " + known + ")");
+                        if (!i->Decl().IsImage()) known.push_back(i->ID().str());
+                    Fail(where + ".inputs." + id, "the tool has no control \"" + id + "\" (controls: " + Join(known) + ")");
                 }
                 ApplyInput(*in, value, where + ".inputs." + id);
             }
@@ -131,22 +133,15 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program
     }
     if (!program.is_null()) flow["program"] = program;
 
-    const std::string tmp = path + ".tmp" + std::to_string(::getpid());
+    AtomicFile file(path);
     {
-        std::ofstream out(tmp, std::ios::trunc);
+        std::ofstream out(file.TempPath(), std::ios::trunc);
         out << flow.dump(2) << "\n";
         out.flush();
-        if (!out) {
-            std::remove(tmp.c_str());
-            throw std::runtime_error("cannot write flow " + path + ": the file could not be written");
-        }
+        if (!out) throw std::runtime_error("cannot write flow " + path + ": the file could not be written");
     }
-    std::error_code ec;
-    std::filesystem::rename(tmp, path, ec);
-    if (ec) {
-        std::remove(tmp.c_str());
-        throw std::runtime_error("cannot write flow " + path + ": " + ec.message());
-    }
+    const std::string why = file.Commit();
+    if (!why.empty()) throw std::runtime_error("cannot write flow " + path + ": " + why);
 }
 
 json LoadFlow(FusionDoc& doc, const std::string& path)

@@ -1,6 +1,7 @@
 #include "host/FusionDoc.h"
 
 #include "host/Tags.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -57,8 +58,9 @@ Operator* FusionDoc::AddTool(const FuID& classId, const std::string& name)
 {
     Registry* reg = ClassRegistry->Find(classId);
     if (!reg) {
-        std::string known;
-        for (Registry* r : ClassRegistry->Entries()) known += (known.empty() ? "" : ", ") + r->ID().str();
+        std::vector<std::string> ids;
+        for (Registry* r : ClassRegistry->Entries()) ids.push_back(r->ID().str());
+        const std::string known = Join(ids);
         throw std::runtime_error("no tool class \"" + classId.str() + "\" is loaded (loaded: " +
                                  (known.empty() ? "none" : known) + ")");
     }

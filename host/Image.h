@@ -13,6 +13,9 @@
 #include <string>
 #include <vector>
 
+// Where red, green, blue and alpha (0 .. 3) lie in a pixel record.
+constexpr int kRecordPosition[4] = {2, 1, 0, 3};
+
 // Data depths a host image can be saved at.
 enum ImageDepth : int {
     IMDP_Int8 = 5,

@@ -2,20 +2,10 @@
 
 #include "host/Operator.h"
 #include "host/Tags.h"
+#include "util/Text.h"
 
 #include <cmath>
 #include <sstream>
-
-namespace {
-
-std::string Num(double v)
-{
-    std::ostringstream s;
-    s << v;
-    return s.str();
-}
-
-}  // namespace
 
 InputDeclaration InputDeclaration::FromTags(const FuID& label, const FuID& id, const std::string& page,
                                             const TagList& tags)
@@ -44,19 +34,19 @@ InputDeclaration InputDeclaration::FromTags(const FuID& label, const FuID& id, c
 std::string InputDeclaration::CheckNumber(double v) const
 {
     if (!IsNumber()) return "it is not a number control";
-    if (!std::isfinite(v)) return Num(v) + " is not a finite number";
+    if (!std::isfinite(v)) return FormatNumber(v) + " is not a finite number";
     if (Control == MultiButtonControlID) {
         if (v != std::floor(v) || v < 0 || v >= static_cast<double>(Entries.size())) {
             std::string accepted;
             for (std::size_t i = 0; i < Entries.size(); ++i)
                 accepted += (i ? ", " : "") + std::to_string(i) + " \"" + Entries[i] + "\"";
-            return Num(v) + " is not one of " + accepted;
+            return FormatNumber(v) + " is not one of " + accepted;
         }
         return {};
     }
-    if (Control == CheckboxControlID) return (v == 0.0 || v == 1.0) ? std::string() : Num(v) + " is not 0 (off) or 1 (on)";
-    if (MinAllowed && v < *MinAllowed) return Num(v) + " is less than the lowest value " + Num(*MinAllowed);
-    if (Integer && v != std::floor(v)) return Num(v) + " is not a whole number";
+    if (Control == CheckboxControlID) return (v == 0.0 || v == 1.0) ? std::string() : FormatNumber(v) + " is not 0 (off) or 1 (on)";
+    if (MinAllowed && v < *MinAllowed) return FormatNumber(v) + " is less than the lowest value " + FormatNumber(*MinAllowed);
+    if (Integer && v != std::floor(v)) return FormatNumber(v) + " is not a whole number";
     return {};
 }
 

@@ -1,5 +1,7 @@
 #include "host/WorkerPool.h"
 
+#include "host/EngineSettings.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -66,12 +68,8 @@ void WorkerPool::WorkerLoop()
 
 WorkerPool& WorkerPool::Shared()
 {
-    static WorkerPool pool([] {
-        if (const char* env = std::getenv("LUMIVANE_THREADS")) {
-            const long n = std::strtol(env, nullptr, 10);
-            if (n > 0 && n <= 256) return static_cast<unsigned>(n);
-        }
-        return std::max(1u, std::thread::hardware_concurrency());
-    }());
+    // Made at the first render with the threads set then; later changes of the
+    // setting do not resize it.
+    static WorkerPool pool(EngineThreads());
     return pool;
 }

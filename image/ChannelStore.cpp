@@ -1,35 +1,23 @@
 #include "image/ChannelStore.h"
 
-#include <sys/mman.h>
+#include "util/AlignedMemory.h"
 
-#include <cstdlib>
 #include <stdexcept>
 
 namespace {
 
 constexpr std::size_t kAlignment = 16;
-// Planes from this size up start on a huge page and are advised for huge pages:
-// the import writes every page of six planes at once.
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
-// Null when the memory cannot be had: the store reports that itself.
-void* AlignedAlloc(std::size_t bytes)
-{
-    void* p = nullptr;
-    // An empty plane still gets a buffer, so a zero-size store reads and writes nothing
-    // rather than reporting a failed allocation.
-    if (bytes < kAlignment) bytes = kAlignment;
-    const bool huge = bytes >= kHugePage;
-    if (posix_memalign(&p, huge ? kHugePage : kAlignment, bytes) != 0) return nullptr;
-    if (huge) madvise(p, bytes / kHugePage * kHugePage, MADV_HUGEPAGE);
-    return p;
-}
+// Null when the memory cannot be had: the store reports that itself. An empty
+// plane still gets a buffer, so a zero-size store reads and writes nothing rather
+// than reporting a failed allocation.
+void* AlignedAlloc(std::size_t bytes) { return AllocateAligned(bytes, kAlignment); }
 
 template <class T>
 void Reallocate(std::map<std::string, T*>& table, std::size_t bytes)
 {
     for (auto& entry : table) {
-        std::free(entry.second);
+        FreeAligned(entry.second);
         entry.second = static_cast<T*>(AlignedAlloc(bytes));
     }
 }
@@ -45,7 +33,7 @@ bool AllAllocated(const std::map<std::string, T*>& table)
 template <class T>
 void FreeAll(std::map<std::string, T*>& table)
 {
-    for (auto& entry : table) std::free(entry.second);
+    for (auto& entry : table) FreeAligned(entry.second);
     table.clear();
 }
 

@@ -1,46 +1,21 @@
-// Moving the image between the host's image and the planes of the tool's
-// channel store, and between a plane and a chunk's frequency array.
-#include "frequency/FrequencyArray.h"
-#include "host/WorkerPool.h"
-#include "tool/Lumivane2.h"
+#include "image/ImageTransfer.h"
 
-#include <algorithm>
+#include "fft/FrequencyArray.h"
+#include "host/Image.h"
+#include "image/ChannelStore.h"
+
 #include <cstring>
-#include <functional>
 #include <stdexcept>
 
-namespace {
+const char* const kChunkPlanes[kChunks] = {"R", "G", "B", "AR", "AG", "AB"};
 
-// The plane each chunk filters: the colours, then alpha once per colour kernel.
-constexpr const char* kChunkPlanes[6] = {"R", "G", "B", "AR", "AG", "AB"};
-// Fewer rows than this per band are not worth handing to another thread.
-constexpr int kRowsPerBand = 64;
-
-// Runs rows(first, last) over bands of rows on the host's workers, which would
-// otherwise wait while the render thread moves the whole image alone. The
-// bands write disjoint rows.
-void ForRowBands(int height, const std::function<void(int, int)>& rows)
+void ImportImage(Image& source, ChannelStore& channelStore, const RowBands& bands)
 {
-    WorkerPool& pool = WorkerPool::Shared();
-    const int bands = std::max(1, std::min(static_cast<int>(pool.ThreadCount()), height / kRowsPerBand));
-    if (bands == 1) {
-        rows(0, height);
-        return;
-    }
-    pool.Run(bands, [&](int band) {
-        rows(static_cast<int>(static_cast<long long>(height) * band / bands),
-             static_cast<int>(static_cast<long long>(height) * (band + 1) / bands));
-    });
-}
-
-}  // namespace
-
-void Lumivane2::ImportSourceImage()
-{
-    float* plane[6];
-    for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
+    Image* sourceImage = &source;
+    float* plane[kChunks];
+    for (int k = 0; k < kChunks; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
     const std::int32_t pitch = channelStore.pitch;
-    ForRowBands(sourceImage->Height, [&](int first, int last) {
+    bands(sourceImage->Height, [&](int first, int last) {
         PixPtr src(sourceImage);
         FltPixel p;
         for (int y = first; y < last; ++y) {
@@ -59,12 +34,14 @@ void Lumivane2::ImportSourceImage()
     });
 }
 
-void Lumivane2::ExportOutputImage()
+void ExportImage(Image& source, Image& output, ChannelStore& channelStore, const RowBands& bands)
 {
-    float* plane[6];
-    for (int k = 0; k < 6; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
+    Image* sourceImage = &source;
+    Image* outputImage = &output;
+    float* plane[kChunks];
+    for (int k = 0; k < kChunks; ++k) plane[k] = channelStore.GetChannel(kChunkPlanes[k]);
     const std::int32_t pitch = channelStore.pitch;
-    ForRowBands(outputImage->Height, [&](int first, int last) {
+    bands(outputImage->Height, [&](int first, int last) {
         PixPtr src(sourceImage), dst(outputImage);
         FltPixel p;
         for (int y = first; y < last; ++y) {
@@ -86,7 +63,7 @@ void Lumivane2::ExportOutputImage()
     });
 }
 
-void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk)
+void ReadPlane(FrequencyArray& array, ChannelStore& channelStore, std::int32_t chunk)
 {
     if (static_cast<std::uint32_t>(chunk) > 5) throw std::runtime_error("Unable to access storage channel");
     const float* plane = channelStore.GetChannel(kChunkPlanes[chunk]);
@@ -100,7 +77,7 @@ void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk)
     }
 }
 
-void Lumivane2::WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk)
+void WritePlane(const FrequencyArray& array, ChannelStore& channelStore, std::int32_t chunk)
 {
     const double scale = 1.0 / static_cast<double>(array.height * array.width);
     if (static_cast<std::uint32_t>(chunk) > 5) throw std::runtime_error("Unable to access storage channel");
@@ -114,7 +91,7 @@ void Lumivane2::WriteStorageChannel(const FrequencyArray& array, std::int32_t ch
     }
 }
 
-void Lumivane2::CopyStorageChannel(std::int32_t fromChunk, std::int32_t toChunk)
+void CopyPlane(ChannelStore& channelStore, std::int32_t fromChunk, std::int32_t toChunk)
 {
     if (static_cast<std::uint32_t>(fromChunk) > 5 || static_cast<std::uint32_t>(toChunk) > 5)
         throw std::runtime_error("Unable to access storage channel");

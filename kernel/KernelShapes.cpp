@@ -1,14 +1,14 @@
 #include "kernel/KernelShapes.h"
 
-#include "controls/FilterInterface.h"
+#include "kernel/KernelParams.h"
 #include "host/Image.h"
 #include "host/Object.h"
 #include "host/Tags.h"
 #include "kernel/KernelSize.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -31,18 +31,11 @@ constexpr double kAiryCentreArgument = 1e-11;
 constexpr std::int32_t kMinimumSides = 3;
 constexpr double kFewTurns = 64.0;
 
-std::string FormatNumber(double v)
-{
-    std::ostringstream s;
-    s << v;
-    return s.str();
-}
-
 // Makes an n by n kernel image and sets every pixel to value(dx, dy), the
 // offsets of the pixel from the centre. For odd n the centre (n - 1) / 2 is a
 // whole pixel, so the kernel is symmetric about it.
 template <class ValueAt>
-Image* FillKernel(const filter_interface& params, double size, std::int32_t minimumSize, ValueAt valueAt)
+Image* FillKernel(const KernelParams& params, double size, std::int32_t minimumSize, ValueAt valueAt)
 {
     const std::int32_t n = std::max(OddKernelSize(size), minimumSize);
     Image* kernel = NewImage({{IMG_Like, static_cast<const void*>(params.modelImage)},
@@ -88,7 +81,7 @@ double RimShading(double d, double e, double badBokeh)
     return 0.0;
 }
 
-Image* MakeDiskKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakeDiskKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     double radius = (size - 1.0) * 0.5;
     if (radius < kMinimumRadius) radius = kMinimumRadius;
@@ -98,7 +91,7 @@ Image* MakeDiskKernel(const filter_interface& params, double size, std::int32_t 
                       [=](double dx, double dy) { return RimShading(Distance(dx, dy), radius, badBokeh); });
 }
 
-Image* MakePolygonKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     if (params.sideCount < kMinimumSides)
         throw std::runtime_error("Polygon Side Count " + std::to_string(params.sideCount) + " is below " +
@@ -130,7 +123,7 @@ Image* MakePolygonKernel(const filter_interface& params, double size, std::int32
     });
 }
 
-Image* MakeGaussianKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakeGaussianKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     const double sigma = size / kSigmasPerSize;
     const double centreValue = GaussianValue(0.0, sigma);
@@ -141,7 +134,7 @@ Image* MakeGaussianKernel(const filter_interface& params, double size, std::int3
     });
 }
 
-Image* MakeAiryKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakeAiryKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     const double scale = size / kAiryScaleDivisor;
     return FillKernel(params, size, minimumSize, [=](double dx, double dy) {
@@ -153,7 +146,7 @@ Image* MakeAiryKernel(const filter_interface& params, double size, std::int32_t 
     });
 }
 
-Image* MakeLaplacianKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakeLaplacianKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     const double sigma = size / kSigmasPerSize;
     const double divisor = sigma * sigma * 2.0;
@@ -165,7 +158,7 @@ Image* MakeLaplacianKernel(const filter_interface& params, double size, std::int
     });
 }
 
-Image* MakeKernel(const filter_interface& params, double size, std::int32_t minimumSize)
+Image* MakeKernel(const KernelParams& params, double size, std::int32_t minimumSize)
 {
     switch (params.kernelStyle) {
     case 0: return MakeDiskKernel(params, size, minimumSize);
@@ -179,7 +172,7 @@ Image* MakeKernel(const filter_interface& params, double size, std::int32_t mini
     }
 }
 
-Image* MakeChannelKernel(const filter_interface& params, double sizeX, double sizeY)
+Image* MakeChannelKernel(const KernelParams& params, double sizeX, double sizeY)
 {
     if (!(sizeX > 0.0 && sizeY > 0.0))
         throw std::runtime_error("Blur size " + FormatNumber(sizeX) + " x " + FormatNumber(sizeY) +

@@ -10,7 +10,7 @@
 #include <cstdint>
 
 class Image;
-class filter_interface;
+struct KernelParams;
 
 // e^(-a^2 / sigma^2) / sigma^2.
 double GaussianValue(double a, double sigma);
@@ -21,19 +21,19 @@ double GaussianValue(double a, double sigma);
 // brightness to 0 over the pixel beyond the edge, 0 further out.
 double RimShading(double d, double e, double badBokeh);
 
-Image* MakeDiskKernel(const filter_interface& params, double size, std::int32_t minimumSize);
+Image* MakeDiskKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 // Throws std::runtime_error when params.sideCount is below 3.
-Image* MakePolygonKernel(const filter_interface& params, double size, std::int32_t minimumSize);
-Image* MakeGaussianKernel(const filter_interface& params, double size, std::int32_t minimumSize);
-Image* MakeAiryKernel(const filter_interface& params, double size, std::int32_t minimumSize);
-Image* MakeLaplacianKernel(const filter_interface& params, double size, std::int32_t minimumSize);
+Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t minimumSize);
+Image* MakeGaussianKernel(const KernelParams& params, double size, std::int32_t minimumSize);
+Image* MakeAiryKernel(const KernelParams& params, double size, std::int32_t minimumSize);
+Image* MakeLaplacianKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 
 // The generator for params.kernelStyle: 0 Disk, 1 Polygon, 2 Gaussian, 3 Airy
 // Disk, 4 Laplacian. Throws std::runtime_error for any other style.
-Image* MakeKernel(const filter_interface& params, double size, std::int32_t minimumSize);
+Image* MakeKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 
 // The synthesised kernel one colour is filtered with for blur sizes sizeX by
 // sizeY (pixels): the square kernel for the larger size, resized with the
 // host's area filter to OddKernelSize(sizeX) by OddKernelSize(sizeY) when the
 // two differ. Throws std::runtime_error unless both sizes are above 0.
-Image* MakeChannelKernel(const filter_interface& params, double sizeX, double sizeY);
+Image* MakeChannelKernel(const KernelParams& params, double sizeX, double sizeY);

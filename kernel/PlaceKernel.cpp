@@ -1,6 +1,6 @@
 #include "kernel/PlaceKernel.h"
 
-#include "frequency/FrequencyArray.h"
+#include "fft/FrequencyArray.h"
 #include "host/Image.h"
 
 #include <cstddef>

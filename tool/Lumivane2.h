@@ -4,7 +4,9 @@
 // the image on the "kernel" input or a shape made per channel.
 #include "controls/BlurSizeInterface.h"
 #include "controls/FilterInterface.h"
+#include "frequency/FilterChunk.h"
 #include "frequency/KernelSpectra.h"
+#include "frequency/TransformSize.h"
 #include "host/Image.h"
 #include "host/ThreadedOperator.h"
 #include "image/ChannelStore.h"
@@ -31,7 +33,8 @@ public:
     // state, with the blur sizes in pixels. Throws when no image is connected.
     void ReadRenderState(Request* req);
 
-    // Moving the image between the host and the planes of channelStore.
+    // Moving the image between the host and the planes of channelStore
+    // (image/ImageTransfer.h).
     void ImportSourceImage();
     void ExportOutputImage();
     void ReadStorageChannel(FrequencyArray& array, std::int32_t chunk);
@@ -58,6 +61,7 @@ public:
     std::int32_t edgeType = 0;
     bool convolve = true;
     double wienerParam = 0.0;
+    ChunkPlan chunkPlan;  // made from the state above once the kernels are shared
 
     // Declared so that destruction releases the mutex, then the message, then
     // the planes.
@@ -68,19 +72,17 @@ public:
     std::string errorMessage;
     boost::shared_ptr<boost::mutex> errorMutex;
 
-    // A colour's kernel edge and the padded transform size: powers of two
-    // strictly greater than image plus kernel. Throws for a size not above 0
-    // or one past the largest transform side.
-    struct TransformSize {
-        std::int32_t kernelWidth = 0, kernelHeight = 0, width = 0, height = 0;
-    };
+    // A colour's kernel edge and padded transform size (frequency/TransformSize.h)
+    // under the host's transform size rule.
+    using TransformSize = ::TransformSize;
     TransformSize TransformSizeFor(std::int32_t colour) const;
 
 private:
     void CreateControls();
+    ChunkPlan Plan();
     // Throws, naming the sizes, when the frame would need more memory than the
     // host allows, before anything large is allocated.
-    void CheckFrameMemory() const;
+    void CheckFrameMemory();
     // Finds the colours whose kernels are identical, before the chunks run.
     void ShareKernels();
     void ReportChunkError(const std::string& message);

@@ -1,6 +1,9 @@
 // Answering the host's render requests.
+#include "controls/ControlValue.h"
 #include "host/FusionDoc.h"
 #include "host/Tags.h"
+#include "image/ImageTransfer.h"
+#include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
 
 #include <stdexcept>
@@ -8,9 +11,6 @@
 namespace {
 
 constexpr double kDegreesToRadians = 0.017453292519943295;
-constexpr std::int32_t kChunks = 6;
-
-double ValueOf(Input* in, Request* req) { return *static_cast<Number*>(in->GetValue(req, 0)); }
 
 }  // namespace
 
@@ -52,7 +52,9 @@ void Lumivane2::Process(Request* req)
             outputImage = sourceImage->CopyOfImage(false);
         } else {
             ShareKernels();
+            chunkPlan = Plan();
             CheckFrameMemory();
+            ApplyHostFftSettings();
             channelStore.Allocate(sourceImage->Width, sourceImage->Height);
             ImportSourceImage();
             print(CONSOLE_Progress, "Lumivane 2: Setup Complete\n");

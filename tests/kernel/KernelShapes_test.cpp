@@ -1,6 +1,6 @@
 #include "kernel/KernelShapes.h"
 
-#include "controls/FilterInterface.h"
+#include "kernel/KernelParams.h"
 #include "host/Image.h"
 #include "host/Object.h"
 
@@ -17,9 +17,9 @@ namespace {
 enum Style { Disk, Polygon, Gaussian, Airy, Laplacian };
 const double kPi = std::acos(-1.0);
 
-filter_interface Params(int style, double badBokeh = 0.0, double degrees = 0.0, int sides = 6)
+KernelParams Params(int style, double badBokeh = 0.0, double degrees = 0.0, int sides = 6)
 {
-    filter_interface p;
+    KernelParams p;
     p.kernelStyle = style;
     p.badBokeh = badBokeh;
     p.angle = degrees * kPi / 180.0;
@@ -27,7 +27,7 @@ filter_interface Params(int style, double badBokeh = 0.0, double degrees = 0.0, 
     return p;
 }
 
-Ref<Image> Make(const filter_interface& p, double size, int minimumSize = 0)
+Ref<Image> Make(const KernelParams& p, double size, int minimumSize = 0)
 {
     return Ref<Image>(MakeKernel(p, size, minimumSize));
 }
@@ -39,7 +39,7 @@ class EveryStyle : public ::testing::TestWithParam<int> {};
 TEST_P(EveryStyle, EdgeIsOddAndAtLeastTheSizeWhateverTheModelImage)
 {
     Image model(64, 48, IMDP_Int8);
-    filter_interface p = Params(GetParam());
+    KernelParams p = Params(GetParam());
     p.modelImage = &model;
     const struct { double size; int minimumSize, edge; } cases[] = {
         {1, 0, 1}, {2, 0, 3}, {4, 0, 5}, {4.2, 0, 5}, {5, 0, 5}, {6, 0, 7}, {2, 9, 9}};
@@ -172,7 +172,7 @@ TEST(KernelErrors, SayWhatWasWrongAndWhatIsAccepted)
 
 TEST(PolygonKernel, AnglesOfManyTurnsOrNoneAtAllNeitherHangNorPass)
 {
-    filter_interface p = Params(Polygon);
+    KernelParams p = Params(Polygon);
     p.angle = 1e300;
     const Ref<Image> k(MakePolygonKernel(p, 9.0, 0));
     EXPECT_EQ(At(k, 4, 4), 1.0f);

@@ -1,7 +1,7 @@
 #include "kernel/PlaceKernel.h"
 
-#include "controls/FilterInterface.h"
-#include "frequency/FrequencyArray.h"
+#include "kernel/KernelParams.h"
+#include "fft/FrequencyArray.h"
 #include "host/Image.h"
 #include "host/Object.h"
 #include "kernel/KernelShapes.h"
@@ -60,7 +60,7 @@ TEST(PlaceKernel, ReadsTheComponentOfTheChannel)
         k->Pixel(0, 0)[c] = static_cast<float>(c + 1);  // B 1, G 2, R 3, A 4
         k->Pixel(1, 0)[c] = 1;
     }
-    filter_interface laplacian;
+    KernelParams laplacian;
     laplacian.kernelStyle = 4;
     const Ref<Image> synthesised(MakeKernel(laplacian, 6.0, 0));
     FrequencyArray red;

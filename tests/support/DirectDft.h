@@ -1,7 +1,7 @@
 #pragma once
 // The spectrum of a FrequencyArray computed the slow, obvious way, to check the
 // transforms against.
-#include "frequency/FrequencyArray.h"
+#include "fft/FrequencyArray.h"
 
 #include <complex>
 #include <cstdint>

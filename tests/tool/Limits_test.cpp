@@ -1,6 +1,6 @@
 // Frames too large for the machine fail at once with a message; long runs do
 // not grow.
-#include "host/MemoryBudget.h"
+#include "host/EngineSettings.h"
 #include "support/ToolHarness.h"
 
 #include <fstream>

@@ -1,6 +1,6 @@
 // What a render does around the filtering: console lines, the pass-through,
 // failures, and the planes kept between renders.
-#include "frequency/FrequencyArray.h"
+#include "fft/FrequencyArray.h"
 #include "support/ToolHarness.h"
 
 #include <cmath>

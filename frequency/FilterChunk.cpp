@@ -1,0 +1,153 @@
+#include "frequency/FilterChunk.h"
+
+#include "fft/EdgeExtension.h"
+#include "fft/FrequencyArray.h"
+#include "fft/SpectrumOps.h"
+#include "frequency/KernelSpectra.h"
+#include "frequency/TransformSize.h"
+#include "host/Image.h"
+#include "host/Tags.h"
+#include "image/ChannelStore.h"
+#include "image/ImageTransfer.h"
+#include "kernel/KernelShapes.h"
+#include "kernel/KernelSize.h"
+#include "kernel/PlaceKernel.h"
+#include "util/Text.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+bool SameComponents(const Image& img, int a, int b)
+{
+    for (int y = 0; y < img.Height; ++y)
+        for (int x = 0; x < img.Width; ++x) {
+            const float* p = img.Pixel(x, y);
+            if (p[kRecordPosition[a]] != p[kRecordPosition[b]]) return false;
+        }
+    return true;
+}
+
+TransformSize SizeFor(const ChunkPlan& plan, std::int32_t colour)
+{
+    return TransformSizeFor(plan.imageWidth, plan.imageHeight, plan.sizeX[colour], plan.sizeY[colour], colour,
+                            plan.rule);
+}
+
+// Tells the other alpha chunks, when the first one is done, whether it filtered.
+struct AlphaReport {
+    KernelSpectra& spectra;
+    bool active;
+    bool filtered = false;
+    ~AlphaReport()
+    {
+        if (active) spectra.AlphaFinished(filtered);
+    }
+};
+
+}  // namespace
+
+void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource)
+{
+    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
+    const std::uint64_t w = static_cast<std::uint64_t>(plan.imageWidth);
+    const std::uint64_t h = static_cast<std::uint64_t>(plan.imageHeight);
+    const std::uint64_t planes = kChunks * ((w + 3) / 4 * 4) * h * sizeof(float);
+    const std::uint64_t output = w * h * static_cast<std::uint64_t>(pixelStride) * sizeof(float);
+
+    // Each distinct kernel spectrum lives for the whole render; each worker
+    // holds one image array while it filters.
+    std::uint64_t spectra = 0, largest = 0;
+    int distinct = 0;
+    for (int c = 0; c < 3; ++c) {
+        TransformSize t;
+        try {
+            t = SizeFor(plan, c);
+        } catch (const std::runtime_error&) {
+            continue;  // that colour's chunks report it themselves
+        }
+        const std::uint64_t bytes = (static_cast<std::uint64_t>(t.width) + 2) * t.height * sizeof(double);
+        if (bytes > largest) largest = bytes;
+        if (plan.spectra->Owner(c) == c) spectra += bytes, ++distinct;
+    }
+    const int filtering = plan.spectra->AlphaShared() ? 4 : kChunks;
+    const int inFlight = std::min<int>(filtering, static_cast<int>(plan.threads));
+    const std::uint64_t arrays = spectra + static_cast<std::uint64_t>(inFlight) * largest;
+    const std::uint64_t total = planes + output + arrays;
+    if (total > limit)
+        throw std::runtime_error("the frame needs about " + mib(total) + " (" + std::to_string(kChunks) +
+                                 " planes " + mib(planes) + ", " + std::to_string(distinct + inFlight) +
+                                 " transform arrays " + mib(arrays) + ", the output image " + mib(output) +
+                                 ") but " + limitSource + " is " + mib(limit));
+}
+
+void ShareKernels(KernelSpectra& spectra, const double blurSizeX[3], const double blurSizeY[3], const Image* kernelImage)
+{
+    int owner[3] = {0, 1, 2};
+    for (int c = 1; c < 3; ++c)
+        for (int o = 0; o < c; ++o)
+            if (owner[o] == o && blurSizeX[c] == blurSizeX[o] && blurSizeY[c] == blurSizeY[o] &&
+                (!kernelImage || SameComponents(*kernelImage, c, o))) {
+                owner[c] = o;
+                break;
+            }
+    spectra.Reset(owner);
+}
+
+Image* ObtainKernel(const ChunkPlan& plan, std::int32_t colour)
+{
+    const double sx = plan.sizeX[colour], sy = plan.sizeY[colour];
+    if (!plan.kernelImage) return MakeChannelKernel(*plan.shape, sx, sy);
+    return plan.kernelImage->ResizeOfImage(
+        {{RSZ_Width, OddKernelSize(sx)}, {RSZ_Height, OddKernelSize(sy)}, {RSZ_Filter, RSZ_FILTER_AREA}, {TAG_DONE}});
+}
+
+void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
+{
+    KernelSpectra& kernelSpectra = *plan.spectra;
+    ChannelStore& channelStore = *plan.store;
+    AlphaReport alpha{kernelSpectra, chunk == 3};
+    if (chunk > 3 && kernelSpectra.AlphaShared()) {
+        // The first alpha chunk has reported its own failure, if it failed.
+        if (kernelSpectra.WaitForAlpha()) CopyPlane(channelStore, 3, chunk);
+        return;
+    }
+    const std::int32_t c = chunk % 3;
+    const TransformSize size = SizeFor(plan, c);
+    FrequencyArray image;
+    // The plane fills the top-left corner; only the rest needs zeroing.
+    image.CreateForPlane(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
+                         static_cast<std::uint32_t>(channelStore.height));
+    ReadPlane(image, channelStore, chunk);
+    ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
+    // Edge extension writes at most half the kernel plus one row below the
+    // image and as many at the far end of the array; every other row is still
+    // zero, and only the image's own rows of the result are read back.
+    const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
+    const std::int32_t imageHeight = channelStore.height;
+    if (!image.ForwardRows(imageHeight + reach, reach))
+        throw std::runtime_error("the forward transform of the image failed");
+
+    const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
+        Ref<Image> kernel(ObtainKernel(plan, c));
+        spectrum.Create(size.width, size.height);
+        PlaceKernel(spectrum, kernel.get(), c);
+        // A kernel that other colours share is waited for by their chunks, whose
+        // workers would sit idle: its transform is spread over as many threads.
+        const unsigned sharers = static_cast<unsigned>(kernelSpectra.Sharers(c));
+        spectrum.SetTransformThreads(static_cast<int>(std::min(plan.threads, sharers)));
+        // The kernel sits centred on the origin: its rows are the first and the
+        // last few of the array.
+        const std::int32_t kernelReach = kernel->Height / 2 + 1;
+        if (!spectrum.ForwardRows(kernelReach, kernelReach))
+            throw std::runtime_error("the forward transform of the kernel failed");
+    });
+
+    if (plan.convolve) MultiplySpectra(image, k);
+    else WienerDivideSpectra(image, k, plan.wiener);
+    if (!image.BackwardRows(imageHeight)) throw std::runtime_error("the inverse transform of the image failed");
+    WritePlane(image, channelStore, chunk);
+    alpha.filtered = true;
+}

@@ -1,0 +1,46 @@
+#pragma once
+// One chunk of a render: one plane filtered with one colour's kernel in the
+// frequency domain, and what the chunks of a render share.
+#include "host/EngineSettings.h"
+
+#include <cstdint>
+#include <string>
+
+class ChannelStore;
+class Image;
+class KernelSpectra;
+struct KernelParams;
+
+// What every chunk of one render reads; the planes and the spectra are written
+// by the chunks, each its own.
+struct ChunkPlan {
+    ChannelStore* store = nullptr;
+    KernelSpectra* spectra = nullptr;
+    const KernelParams* shape = nullptr;  // the synthesised kernels' parameters
+    Image* kernelImage = nullptr;         // the image to filter with instead, or null
+    std::int32_t imageWidth = 0, imageHeight = 0;
+    const double* sizeX = nullptr;  // blur sizes in pixels, red, green, blue
+    const double* sizeY = nullptr;
+    TransformSizes rule = TransformSizes::PowersOfTwo;
+    std::int32_t edgeType = 0;
+    bool convolve = true;  // else Wiener deconvolution with `wiener`
+    double wiener = 0.0;
+    unsigned threads = 1;  // the host's workers
+};
+
+// Finds the colours whose kernels are identical (same sizes, and for a kernel
+// image the same components), before the chunks run.
+void ShareKernels(KernelSpectra& spectra, const double sizeX[3], const double sizeY[3], const Image* kernelImage);
+
+// The kernel image colour c is filtered with: the kernel image resized to the
+// colour's blur size with the host's area filter, or the shape the parameters
+// name. The caller owns it.
+Image* ObtainKernel(const ChunkPlan& plan, std::int32_t colour);
+
+// Throws, naming the sizes, when the frame would need more memory than `limit`
+// (whose origin `limitSource` names), before anything large is allocated.
+void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource);
+
+// Filters chunk 0 .. 5 (ImageTransfer.h) of the store in place. Throws
+// std::runtime_error with the reason when it fails.
+void FilterChunk(const ChunkPlan& plan, std::int32_t chunk);

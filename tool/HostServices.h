@@ -1,0 +1,20 @@
+#pragma once
+// What the tool asks of its host beyond the SDK's classes: the host's worker pool,
+// to move images in bands while the render thread would otherwise work alone, and
+// the engine settings (memory limit, transform sizes, FFT planning) the host was
+// started with. Everything the tool needs from the host that is not an SDK call
+// goes through here.
+#include "host/EngineSettings.h"
+#include "image/ImageTransfer.h"
+
+#include <cstdint>
+#include <string>
+
+// Bands of rows run on the host's workers.
+RowBands HostRowBands();
+unsigned HostThreadCount();
+std::uint64_t HostMemoryLimit();
+std::string HostMemoryLimitSource();
+TransformSizes HostTransformSizes();
+// Passes the host's FFT planning effort and wisdom file on to the FFT layer.
+void ApplyHostFftSettings();

@@ -1,0 +1,27 @@
+#include "util/Text.h"
+
+#include <cmath>
+#include <cstdio>
+#include <sstream>
+
+std::string FormatNumber(double value)
+{
+    std::ostringstream s;
+    s << value;
+    return s.str();
+}
+
+std::string FormatMemorySize(std::uint64_t bytes)
+{
+    char text[32];
+    if (bytes >= (std::uint64_t{1} << 30)) std::snprintf(text, sizeof text, "%.1f GiB", bytes / 1073741824.0);
+    else std::snprintf(text, sizeof text, "%.0f MiB", std::ceil(bytes / 1048576.0));
+    return text;
+}
+
+std::string Join(const std::vector<std::string>& items, const std::string& separator)
+{
+    std::string s;
+    for (std::size_t i = 0; i < items.size(); ++i) s += (i ? separator : std::string()) + items[i];
+    return s;
+}

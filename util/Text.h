@@ -1,0 +1,13 @@
+#pragma once
+// Numbers, sizes and lists as messages show them.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// The shortest plain form of a number with six significant digits: 2.5, 1e+20,
+// 0.0001, nan, inf.
+std::string FormatNumber(double value);
+// Bytes as whole MiB (rounded up), or as GiB with one decimal from 1 GiB up.
+std::string FormatMemorySize(std::uint64_t bytes);
+// "a, b, c"; "" for no items.
+std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ");
