@@ -1,155 +1,149 @@
 // Blur size labels, visibility, lock copies and the conversion to pixels.
-#include "support/ToolHarness.h"
+#include "controls/BlurSizeInterface.h"
+#include "host/Image.h"
+#include "host/Operator.h"
+#include "host/Tags.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
 
 namespace {
 
-struct LockState {
-    bool xy, rgb;
-    const char* redX;
-    const char* redY;
-    bool redYShown;
-    const char* greenX;
-    bool greenXShown, greenYShown;
-    const char* blueX;
-    bool blueXShown, blueYShown;
+using V = std::vector<double>;
+
+// An operator with the per-channel blur size controls, told of their changes as
+// a tool is; `reported` says whether the host has told it the initial values.
+class SizeTool : public Operator, public blur_size_interface {
+public:
+    explicit SizeTool(bool reported = true) : Operator(nullptr, ScriptVal{}, TagList{})
+    {
+        CreateBlurSizeControls(this, 10.0, true);
+        if (reported) ReportInitialValues();
+    }
+    void NotifyChanged(Input* in, Parameter* value, TimeStamp time, const TagList*) override
+    {
+        UpdateBlurSizeControls(in, value, time);
+    }
+    Input* In(const std::string& id) const { return FindInput(id); }
+    void Set(const std::string& id, double v, TimeStamp t = 0.0) const
+    {
+        In(id)->SetSource(Ref<Number>(new Number(v)).get(), t);
+    }
+    void Set(std::initializer_list<std::pair<const char*, double>> values) const
+    {
+        for (const auto& [id, v] : values) Set(id, v);
+    }
+    std::vector<double> Get(std::initializer_list<const char*> ids) const
+    {
+        std::vector<double> values;
+        for (const char* id : ids) values.push_back(static_cast<Number&>(*Ref<Parameter>(In(id)->GetSource(0.0))));
+        return values;
+    }
+    void Read(int width, int height, double xScale = 1)
+    {
+        Ref<Image> img(new Image(width, height));
+        img->XScale = xScale;
+        Request req(0.0);
+        ReadBlurSizes(&req, img.get());
+    }
 };
 
 TEST(BlurSizeControls, LabelsAndVisibilityFollowTheLocks)
 {
-    const LockState states[] = {
-        {true, true, "Blur Size", "Blur Size Y", false, "Green Blur Size", false, false, "Blue Blur Size", false, false},
-        {false, true, "Blur Size X", "Blur Size Y", true, "Green Blur Size X", false, false, "Blue Blur Size X", false,
-         false},
-        {true, false, "Red Blur Size", "Red Blur Size Y", false, "Green Blur Size", true, false, "Blue Blur Size", true,
-         false},
-        {false, false, "Red Blur Size X", "Red Blur Size Y", true, "Green Blur Size X", true, true, "Blue Blur Size X",
-         true, true},
+    // Labels of red, green and blue X then Y, hidden ones in brackets.
+    const std::tuple<bool, bool, std::string> states[] = {
+        {true, true, "Blur Size, [Green Blur Size], [Blue Blur Size], [Blur Size Y], [Green Blur Size Y], "
+                     "[Blue Blur Size Y]"},
+        {false, true, "Blur Size X, [Green Blur Size X], [Blue Blur Size X], Blur Size Y, [Green Blur Size Y], "
+                      "[Blue Blur Size Y]"},
+        {true, false, "Red Blur Size, Green Blur Size, Blue Blur Size, [Red Blur Size Y], [Green Blur Size Y], "
+                      "[Blue Blur Size Y]"},
+        {false, false, "Red Blur Size X, Green Blur Size X, Blue Blur Size X, Red Blur Size Y, Green Blur Size Y, "
+                       "Blue Blur Size Y"},
     };
-    ToolHarness h;
-    for (const LockState& s : states) {
-        SCOPED_TRACE(std::string("xy ") + (s.xy ? "on" : "off") + ", rgb " + (s.rgb ? "on" : "off"));
-        h.Set("LockXY", s.xy);
-        h.Set("PerChannel", s.rgb);
-        EXPECT_EQ(h.In("BlurSizeX")->GetLabel(), s.redX);
-        EXPECT_EQ(h.In("BlurSizeY")->GetLabel(), s.redY);
-        EXPECT_EQ(h.In("BlurSizeY")->IsVisible(), s.redYShown);
-        EXPECT_EQ(h.In("GreenBlurSizeX")->GetLabel(), s.greenX);
-        EXPECT_EQ(h.In("GreenBlurSizeX")->IsVisible(), s.greenXShown);
-        EXPECT_EQ(h.In("GreenBlurSizeY")->IsVisible(), s.greenYShown);
-        EXPECT_EQ(h.In("BlueBlurSizeX")->GetLabel(), s.blueX);
-        EXPECT_EQ(h.In("BlueBlurSizeX")->IsVisible(), s.blueXShown);
-        EXPECT_EQ(h.In("BlueBlurSizeY")->IsVisible(), s.blueYShown);
-        EXPECT_EQ(h.In("GreenBlurSizeY")->GetLabel(), "Green Blur Size Y");
-        EXPECT_EQ(h.In("BlueBlurSizeY")->GetLabel(), "Blue Blur Size Y");
+    SizeTool h;
+    for (const auto& [xy, rgb, want] : states) {
+        h.Set({{"LockXY", xy}, {"PerChannel", rgb}});
+        std::string got;
+        for (const char* id : {"BlurSizeX", "GreenBlurSizeX", "BlueBlurSizeX", "BlurSizeY", "GreenBlurSizeY",
+                               "BlueBlurSizeY"}) {
+            const Input* in = h.In(id);
+            got += (got.empty() ? "" : ", ") + (in->IsVisible() ? in->GetLabel() : "[" + in->GetLabel() + "]");
+        }
+        EXPECT_EQ(got, want) << "xy " << xy << ", rgb " << rgb;
     }
 }
 
 TEST(BlurSizeControls, InitialReportLocksTheChannelsOnce)
 {
-    ToolHarness h;
-    EXPECT_TRUE(h.tool->channelsLocked);
-    EXPECT_FALSE(h.tool->xyLocked);  // the X/Y flag waits for a change of its control
+    SizeTool h;
+    EXPECT_TRUE(h.channelsLocked);
+    EXPECT_FALSE(h.xyLocked);  // the X/Y flag waits for a change of its control
     // A repeated report with the same value copies nothing but re-applies the labels.
     h.Set("BlurSizeX", 4);
     h.In("BlurSizeX")->SetAttrs({{LINKS_Name, "stale"}});
     h.Set("PerChannel", 1);
-    EXPECT_EQ(h.Get("GreenBlurSizeX"), 0.0);
+    EXPECT_EQ(h.Get({"GreenBlurSizeX"}), V{0});
     EXPECT_EQ(h.In("BlurSizeX")->GetLabel(), "Blur Size X");
+    // Releasing a lock copies the value at that time.
+    h.In("BlurSizeX")->SetKeys({{0.0, 2.0}, {10.0, 4.0}});
+    h.Set("LockXY", 1);
+    h.Set("LockXY", 0, 5.0);
+    EXPECT_EQ(h.Get({"BlurSizeY"}), V{3});
 }
 
 TEST(BlurSizeControls, ReleasingALockCopiesTheSizesItHid)
 {
-    ToolHarness h;
-    h.Set("LockXY", 1);
-    h.Set("BlurSizeX", 3);
-    h.Set("BlurSizeY", 9);
-    h.Set("GreenBlurSizeX", 5);
+    SizeTool h;
+    h.Set({{"LockXY", 1}, {"BlurSizeX", 3}, {"BlurSizeY", 9}, {"GreenBlurSizeX", 5}});
     h.Set("LockXY", 0);  // green stays locked to red: only red's Y is copied
-    EXPECT_EQ(h.Get("BlurSizeY"), 3);
-    EXPECT_EQ(h.Get("GreenBlurSizeY"), 0);
+    EXPECT_EQ(h.Get({"BlurSizeY", "GreenBlurSizeY"}), (V{3, 0}));
 
-    h.Set("BlurSizeY", 7);
-    h.Set("LockXY", 1);  // locking copies nothing
-    EXPECT_EQ(h.Get("BlurSizeY"), 7);
+    h.Set({{"BlurSizeY", 7}, {"LockXY", 1}});  // locking copies nothing
+    EXPECT_EQ(h.Get({"BlurSizeY"}), V{7});
 
     h.Set("PerChannel", 0);  // released while X/Y is locked: still copies X and Y
-    for (const char* id : {"GreenBlurSizeX", "BlueBlurSizeX"}) EXPECT_EQ(h.Get(id), 3) << id;
-    for (const char* id : {"GreenBlurSizeY", "BlueBlurSizeY"}) EXPECT_EQ(h.Get(id), 7) << id;
+    EXPECT_EQ(h.Get({"GreenBlurSizeX", "BlueBlurSizeX", "GreenBlurSizeY", "BlueBlurSizeY"}), (V{3, 3, 7, 7}));
 
-    h.Set("GreenBlurSizeX", 6);
-    h.Set("BlueBlurSizeX", 8);
-    h.Set("LockXY", 0);  // now the channels are free: each Y starts from its X
-    EXPECT_EQ(h.Get("BlurSizeY"), 3);
-    EXPECT_EQ(h.Get("GreenBlurSizeY"), 6);
-    EXPECT_EQ(h.Get("BlueBlurSizeY"), 8);
+    h.Set({{"GreenBlurSizeX", 6}, {"BlueBlurSizeX", 8}, {"LockXY", 0}});  // channels free: each Y starts from its X
+    EXPECT_EQ(h.Get({"BlurSizeY", "GreenBlurSizeY", "BlueBlurSizeY"}), (V{3, 6, 8}));
 
-    h.Set("GreenBlurSizeX", 2);
-    h.Set("PerChannel", 1);  // locking again copies nothing
-    EXPECT_EQ(h.Get("GreenBlurSizeX"), 2);
+    h.Set({{"GreenBlurSizeX", 2}, {"PerChannel", 1}});  // locking again copies nothing
+    EXPECT_EQ(h.Get({"GreenBlurSizeX"}), V{2});
 }
-
-TEST(BlurSizeControls, ReleasingALockCopiesTheValueAtThatTime)
-{
-    ToolHarness h;
-    h.In("BlurSizeX")->SetKeys({{0.0, 2.0}, {10.0, 4.0}});
-    h.Set("LockXY", 1);
-    h.Set("LockXY", 0, 5.0);
-    EXPECT_EQ(h.Get("BlurSizeY"), 3.0);
-}
-
-struct SizeCase {
-    const char* name;
-    int width, height;
-    double xScale, yScale;
-    double unit, aspect, lockXY;
-    double x, y;
-    double wantX, wantY;
-};
 
 TEST(BlurSizeControls, ReadBlurSizesConvertsToPixels)
 {
+    struct SizeCase { const char* name; int width, height; double xScale, unit, aspect, lockXY, x, y, wantX, wantY; };
     const SizeCase cases[] = {
-        {"relative 2.5 of 1920", 1920, 1080, 1, 1, 0, 0, 1, 2.5, 0, 48.0, 48.0},
-        {"absolute 0.3 rises to a pixel", 64, 64, 1, 1, 1, 0, 1, 0.3, 0, 1.0, 1.0},
-        {"absolute 10, aspect 2:1", 64, 64, 2, 1, 1, 1, 1, 10, 0, 5.0, 10.0},
-        {"relative scales Y by the width", 200, 100, 1, 1, 0, 0, 1, 10, 0, 20.0, 20.0},
-        {"relative below a pixel", 50, 50, 1, 1, 0, 0, 1, 0.01, 0, 1.0, 1.0},
-        {"unlocked axes", 100, 100, 1, 1, 1, 0, 0, 6, 3, 6.0, 3.0},
-        {"negative typed past the limit", 100, 100, 1, 1, 1, 0, 0, -4, 0, 1.0, 1.0},
+        {"relative 2.5 of 1920", 1920, 1080, 1, 0, 0, 1, 2.5, 0, 48.0, 48.0},
+        {"absolute 0.3 rises to a pixel", 64, 64, 1, 1, 0, 1, 0.3, 0, 1.0, 1.0},
+        {"absolute 10, aspect 2:1", 64, 64, 2, 1, 1, 1, 10, 0, 5.0, 10.0},
+        {"relative scales Y by the width", 200, 100, 1, 0, 0, 1, 10, 0, 20.0, 20.0},
+        {"relative below a pixel", 50, 50, 1, 0, 0, 1, 0.01, 0, 1.0, 1.0},
+        {"unlocked axes", 100, 100, 1, 1, 0, 0, 6, 3, 6.0, 3.0},
+        {"negative typed past the limit", 100, 100, 1, 1, 0, 0, -4, 0, 1.0, 1.0},
     };
     for (const SizeCase& c : cases) {
         SCOPED_TRACE(c.name);
-        ToolHarness h;
-        h.Set("BlurSizeUnit", c.unit);
-        h.Set("ScaleBlurAspect", c.aspect);
-        h.Set("LockXY", c.lockXY);
-        h.Set("BlurSizeX", c.x);
-        h.Set("BlurSizeY", c.y);
-        Ref<Image> img(new Image(c.width, c.height));
-        img->XScale = c.xScale;
-        img->YScale = c.yScale;
-        Request req(0.0);
-        h.tool->ReadBlurSizes(&req, img.get());
+        SizeTool h;
+        h.Set({{"BlurSizeUnit", c.unit}, {"ScaleBlurAspect", c.aspect}, {"LockXY", c.lockXY}, {"BlurSizeX", c.x},
+               {"BlurSizeY", c.y}});
+        h.Read(c.width, c.height, c.xScale);
         for (int ch = 0; ch < 3; ++ch) {
-            EXPECT_DOUBLE_EQ(h.tool->blurSizeX[ch], c.wantX);
-            EXPECT_DOUBLE_EQ(h.tool->blurSizeY[ch], c.wantY);
+            EXPECT_DOUBLE_EQ(h.blurSizeX[ch], c.wantX);
+            EXPECT_DOUBLE_EQ(h.blurSizeY[ch], c.wantY);
         }
     }
-}
-
-TEST(BlurSizeControls, ChannelsReadTheirOwnSizesUntilTheLockIsReported)
-{
-    // Made without the host's initial report, the R/G/B flag is still off.
-    Lumivane2 tool(nullptr, ScriptVal{}, TagList{});
-    Ref<Number> red(new Number(5));
-    tool.FindInput("BlurSizeUnit")->SetSource(Ref<Number>(new Number(1)).get(), 0);
-    tool.FindInput("BlurSizeX")->SetSource(red.get(), 0);
-    Ref<Image> img(new Image(8, 8));
-    Request req(0.0);
-    tool.ReadBlurSizes(&req, img.get());
-    EXPECT_EQ(tool.blurSizeX[0], 5.0);
-    EXPECT_EQ(tool.blurSizeX[1], 1.0);
-    EXPECT_EQ(tool.blurSizeX[2], 1.0);
+    // Made without the host's initial report, the R/G/B flag is still off and
+    // each channel reads its own sizes.
+    SizeTool unreported(false);
+    unreported.Set({{"BlurSizeUnit", 1}, {"BlurSizeX", 5}});
+    unreported.Read(8, 8);
+    EXPECT_EQ(V(unreported.blurSizeX, unreported.blurSizeX + 3), (V{5, 1, 1}));
 }
 
 }  // namespace

@@ -1,119 +1,86 @@
-// The tool's controls as the host holds them, and what changing them does.
+// The tool's registry entry, its controls as the host holds them, and what
+// changing them does.
+#include "host/ScriptInfo.h"
 #include "support/ToolHarness.h"
 
-#include <optional>
+#include <cmath>
+#include <iomanip>
+#include <sstream>
 
 namespace {
 
-struct ControlRow {
-    const char* id;
-    const char* label;
-    const FuID* kind;
-    std::vector<std::string> entries;
-    std::optional<double> lowest, top;
-    double dflt;
-    bool notify, integer, visible;
-    const char* page;
-};
-
-const std::vector<ControlRow>& ExpectedControls()
+TEST(Registration, TheEntryMakesToolsOfItsClass)
 {
-    const FuID* mb = &MultiButtonControlID;
-    const FuID* sl = &SliderControlID;
-    const FuID* cb = &CheckboxControlID;
-    static const std::vector<ControlRow> rows = {
-        {"Operation", "Operation", mb, {"Convolve", "Deconvolve"}, {}, {}, 0, true, false, true, "Controls"},
-        {"WienerParam", "Wiener Param", sl, {}, 0.0, 0.1, 0.01, false, false, true, "Controls"},
-        {"BlurSizeUnit", "Blur Size Unit", mb, {"Relative", "Absolute"}, {}, {}, 0, false, false, true, "Controls"},
-        {"PerChannel", "Lock Blur Size R/G/B", cb, {}, {}, {}, 1, true, false, true, "Controls"},
-        {"LockXY", "Lock Blur Size X/Y", cb, {}, {}, {}, 1, true, false, true, "Controls"},
-        {"BlurSizeX", "Blur Size", sl, {}, 0.0, 10.0, 0, false, false, true, "Controls"},
-        {"BlurSizeY", "Blur Size Y", sl, {}, 0.0, 10.0, 0, false, false, false, "Controls"},
-        {"GreenBlurSizeX", "Green Blur Size X", sl, {}, 0.0, 10.0, 0, false, false, false, "Controls"},
-        {"GreenBlurSizeY", "Green Blur Size Y", sl, {}, 0.0, 10.0, 0, false, false, false, "Controls"},
-        {"BlueBlurSizeX", "Blue Blur Size X", sl, {}, 0.0, 10.0, 0, false, false, false, "Controls"},
-        {"BlueBlurSizeY", "Blue Blur Size Y", sl, {}, 0.0, 10.0, 0, false, false, false, "Controls"},
-        {"ScaleBlurAspect", "Scale Blur using Pixel Aspect Ratio", cb, {}, {}, {}, 0, false, false, true, "Controls"},
-        {"Edges", "Edges", mb, {"Duplicate", "Wrap", "Black"}, {}, {}, 0, true, false, true, "Controls"},
-        {"BlurStyle", "Blur Style", mb, {"Disk", "Polygon", "Gaussian", "Airy Disk", "Laplacian"}, {}, {}, 0,
-         true, false, true, "Controls"},
-        {"BadBokeh", "Bad Bokeh", sl, {}, 0.0, 1.0, 0, false, false, true, "Controls"},
-        {"PolygonSideCount", "Polygon Side Count", sl, {}, 3.0, 12.0, 6, false, true, true, "Controls"},
-        {"KernelAngle", "Kernel Angle", sl, {}, 0.0, 90.0, 0, false, false, true, "Controls"},
+    const Registry* reg = Lumivane2Registry();
+    ASSERT_EQ(ClassRegistry->Find(FuID("tevrinworks.Lumivane2")), reg);
+    EXPECT_TRUE(reg->Initialised());
+    // A host lists it among its tools, and hands it to the threaded base's workers.
+    EXPECT_EQ(reg->Tags().GetLong(REGI_ClassType, 0), CT_Tool);
+    EXPECT_EQ(reg->Tags().GetPtr(REGP_BaseClassID), static_cast<const void*>(&ThreadedOperator::ClassID));
+    auto* info = static_cast<ScriptInfoT<Lumivane2>*>(const_cast<void*>(reg->Tags().GetPtr(REGP_ScriptInfo)));
+    EXPECT_EQ(info->ID, "tevrinworks.Lumivane2");
+    EXPECT_NE(dynamic_cast<Lumivane2*>(FusionDoc().AddTool(FuID("tevrinworks.Lumivane2"))), nullptr);
+}
+
+// An input's declaration in one line: id, label, data type unless a number,
+// control kind, page unless Controls (images have none), entries, lowest and
+// slider top, default, connection, then flags.
+std::string Describe(const InputDeclaration& d)
+{
+    std::ostringstream s;
+    s << std::setprecision(15) << d.ID.str() << " \"" << d.Label << "\"";
+    for (const std::string& part : {d.IsNumber() ? "" : d.DataType.str(), d.Control.str(),
+                                    d.Page == "Controls" || d.IsImage() ? "" : "on " + d.Page})
+        if (!part.empty()) s << " " << part;
+    for (std::size_t i = 0; i < d.Entries.size(); ++i)
+        s << (i ? ", " : " [") << d.Entries[i] << (i + 1 < d.Entries.size() ? "" : "]");
+    if (d.MinAllowed || d.SliderTop) s << " " << d.MinAllowed.value_or(NAN) << ".." << d.SliderTop.value_or(NAN);
+    if (d.IsNumber()) s << " =" << d.Default;
+    if (d.IsText()) s << " =\"" << d.DefaultText << "\"";
+    if (d.IsImage()) s << " link " << d.LinkNumber << (d.Required ? " required" : "");
+    s << (d.Notify ? " notify" : "") << (d.InitialNotify ? " initial" : "") << (d.Integer ? " integer" : "")
+      << (d.Visible ? "" : " hidden") << (d.Tags.GetLong(MBTNC_StretchToFit, 0) ? " stretch" : "")
+      << (d.Tags.GetLong(TEC_ReadOnly, 0) ? " read-only" : "");
+    return s.str();
+}
+
+TEST(ControlSet, EveryInputAsDeclaredInCreationOrderThenTheOutput)
+{
+    const std::vector<std::string> rows = {
+        R"(Operation "Operation" MultiButtonControl [Convolve, Deconvolve] =0 notify stretch)",
+        R"(WienerParam "Wiener Param" SliderControl 0..0.1 =0.01)",
+        R"(BlurSizeUnit "Blur Size Unit" MultiButtonControl [Relative, Absolute] =0 stretch)",
+        R"(PerChannel "Lock Blur Size R/G/B" CheckboxControl =1 notify initial)",
+        R"(LockXY "Lock Blur Size X/Y" CheckboxControl =1 notify)",
+        R"(BlurSizeX "Blur Size" SliderControl 0..10 =0)",
+        R"(BlurSizeY "Blur Size Y" SliderControl 0..10 =0 hidden)",
+        R"(GreenBlurSizeX "Green Blur Size X" SliderControl 0..10 =0 hidden)",
+        R"(GreenBlurSizeY "Green Blur Size Y" SliderControl 0..10 =0 hidden)",
+        R"(BlueBlurSizeX "Blue Blur Size X" SliderControl 0..10 =0 hidden)",
+        R"(BlueBlurSizeY "Blue Blur Size Y" SliderControl 0..10 =0 hidden)",
+        R"(ScaleBlurAspect "Scale Blur using Pixel Aspect Ratio" CheckboxControl =0)",
+        R"(Edges "Edges" MultiButtonControl [Duplicate, Wrap, Black] =0 notify stretch)",
+        R"(BlurStyle "Blur Style" MultiButtonControl [Disk, Polygon, Gaussian, Airy Disk, Laplacian] =0 notify stretch)",
+        R"(BadBokeh "Bad Bokeh" SliderControl 0..1 =0)",
+        R"(PolygonSideCount "Polygon Side Count" SliderControl 3..12 =6 integer)",
+        R"(KernelAngle "Kernel Angle" SliderControl 0..90 =0)",
+        R"(CompanyName "Company name" Text TextEditControl on Info ="Tevrin Software" read-only)",
+        R"(PackageName "Package name" Text TextEditControl on Info ="Nimbrel" read-only)",
+        R"(PluginName "Plugin name" Text TextEditControl on Info ="Lumivane 2" read-only)",
+        R"(DocUrl "Documentation URL" Text TextEditControl on Info ="https://lumivane.example.org/docs/lumivane2" read-only)",
+        R"(input "Input image" Image link 1 required)",
+        R"(kernel "Convolution kernel" Image link 2)",
     };
-    return rows;
-}
-
-TEST(ControlSet, EveryControlAsDeclaredInCreationOrder)
-{
     ToolHarness h;
     const auto& inputs = h.tool->Inputs();
-    const auto& rows = ExpectedControls();
-    ASSERT_EQ(inputs.size(), rows.size() + 4 + 2);
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        const InputDeclaration& d = inputs[i]->Decl();
-        const ControlRow& r = rows[i];
-        SCOPED_TRACE(r.id);
-        EXPECT_EQ(d.ID.str(), r.id);
-        EXPECT_EQ(d.Label, r.label);
-        EXPECT_EQ(d.DataType, CLSID_DataType_Number);
-        EXPECT_EQ(d.Control, *r.kind);
-        EXPECT_EQ(d.Entries, r.entries);
-        EXPECT_EQ(d.MinAllowed, r.lowest);
-        EXPECT_EQ(d.SliderTop, r.top);
-        EXPECT_DOUBLE_EQ(d.Default, r.dflt);
-        EXPECT_EQ(d.Notify, r.notify);
-        EXPECT_EQ(d.Integer, r.integer);
-        EXPECT_EQ(d.Visible, r.visible);
-        EXPECT_EQ(d.Page, r.page);
-        EXPECT_EQ(d.Tags.GetLong(MBTNC_StretchToFit, 0), *r.kind == MultiButtonControlID ? 1 : 0);
-        EXPECT_EQ(d.InitialNotify, std::string(r.id) == "PerChannel");
-    }
-}
-
-TEST(ControlSet, InfoPageThenConnectionsAndOutput)
-{
-    ToolHarness h;
+    ASSERT_EQ(inputs.size(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) EXPECT_EQ(Describe(inputs[i]->Decl()), rows[i]);
     EXPECT_EQ(h.tool->Pages(), (std::vector<std::string>{"Controls", "Info"}));
-    const auto& inputs = h.tool->Inputs();
-    const char* info[4][3] = {{"CompanyName", "Company name", "Tevrin Software"},
-                              {"PackageName", "Package name", "Nimbrel"},
-                              {"PluginName", "Plugin name", "Lumivane 2"},
-                              {"DocUrl", "Documentation URL", nullptr}};
-    for (int i = 0; i < 4; ++i) {
-        const InputDeclaration& d = inputs[17 + i]->Decl();
-        EXPECT_EQ(d.ID.str(), info[i][0]);
-        EXPECT_EQ(d.Label, info[i][1]);
-        EXPECT_EQ(d.Page, "Info");
-        EXPECT_EQ(d.DataType, CLSID_DataType_Text);
-        EXPECT_EQ(d.Control, TextEditControlID);
-        EXPECT_EQ(d.Tags.GetLong(TEC_Lines, 0), 1);
-        EXPECT_EQ(d.Tags.GetLong(TEC_ReadOnly, 0), 1);
-        if (info[i][2]) {
-            EXPECT_EQ(d.DefaultText, info[i][2]);
-        }
-    }
-    EXPECT_EQ(inputs[20]->Decl().DefaultText, h.tool->Reg()->Tags().GetString(REGS_HelpURL));
-
-    const InputDeclaration& in = inputs[21]->Decl();
-    const InputDeclaration& kernel = inputs[22]->Decl();
-    EXPECT_EQ(in.ID.str(), "input");
-    EXPECT_EQ(in.Label, "Input image");
-    EXPECT_EQ(in.LinkNumber, 1);
-    EXPECT_TRUE(in.Required);
-    EXPECT_EQ(kernel.ID.str(), "kernel");
-    EXPECT_EQ(kernel.Label, "Convolution kernel");
-    EXPECT_EQ(kernel.LinkNumber, 2);
-    EXPECT_EQ(kernel.Tags.GetLong(INP_Priority, 0), -1);
-    EXPECT_FALSE(kernel.Required);
-    EXPECT_TRUE(in.IsImage() && kernel.IsImage());
     ASSERT_EQ(h.tool->Outputs().size(), 1u);
     EXPECT_EQ(h.tool->Outputs()[0]->ID().str(), "m_outImageput");
-    EXPECT_EQ(h.tool->Outputs()[0]->Decl().Label, "Output image");
-    EXPECT_EQ(h.tool->Outputs()[0]->Decl().LinkNumber, 1);
 }
 
-TEST(ControlSet, OperationShowsWienerOnlyForDeconvolve)
+TEST(ControlSet, ChoicesShowTheControlsTheyUse)
 {
     ToolHarness h;
     for (double v : {1.0, 0.0, 0.5, 0.49}) {
@@ -121,31 +88,23 @@ TEST(ControlSet, OperationShowsWienerOnlyForDeconvolve)
         EXPECT_EQ(h.tool->convolve, v < 0.5) << v;
         EXPECT_EQ(h.In("WienerParam")->IsVisible(), v >= 0.5) << v;
     }
-}
-
-TEST(ControlSet, BlurStyleShowsTheShapeControlsItUses)
-{
-    ToolHarness h;
-    struct Row { double style; bool bokeh, angle, sides; };
-    for (const Row& r : {Row{2, false, false, false}, Row{0, true, false, false}, Row{1, true, true, true},
-                         Row{3, false, false, false}, Row{4, false, false, false}, Row{1.9, true, true, true}}) {
-        h.Set("BlurStyle", r.style);
-        EXPECT_EQ(h.In("BadBokeh")->IsVisible(), r.bokeh) << r.style;
-        EXPECT_EQ(h.In("KernelAngle")->IsVisible(), r.angle) << r.style;
-        EXPECT_EQ(h.In("PolygonSideCount")->IsVisible(), r.sides) << r.style;
+    // Bad Bokeh, Kernel Angle and Polygon Side Count shown for each style.
+    for (const auto& [style, want] : {std::pair{2.0, "000"}, {0.0, "100"}, {1.0, "111"}, {3.0, "000"}, {4.0, "000"},
+                                      {1.9, "111"}}) {
+        h.Set("BlurStyle", style);
+        std::string shown;
+        for (const char* id : {"BadBokeh", "KernelAngle", "PolygonSideCount"})
+            shown += h.In(id)->IsVisible() ? '1' : '0';
+        EXPECT_EQ(shown, want) << style;
     }
-    h.tool->shapeControlsEnabled = false;
-    h.Set("BlurStyle", 1);
-    EXPECT_FALSE(h.In("BadBokeh")->IsVisible() || h.In("KernelAngle")->IsVisible());
-}
-
-TEST(ControlSet, EdgesChangesNoVisibility)
-{
-    ToolHarness h;
+    // Edges changes no visibility.
     std::vector<bool> before;
     for (const auto& in : h.tool->Inputs()) before.push_back(in->IsVisible());
     h.Set("Edges", 2);
-    for (std::size_t i = 0; i < before.size(); ++i) EXPECT_EQ(h.tool->Inputs()[i]->IsVisible(), before[i]);
+    for (std::size_t i = 0; i < before.size(); ++i) EXPECT_EQ(h.tool->Inputs()[i]->IsVisible(), before[i]) << i;
+    h.tool->shapeControlsEnabled = false;
+    h.Set("BlurStyle", 1);
+    EXPECT_FALSE(h.In("BadBokeh")->IsVisible() || h.In("KernelAngle")->IsVisible());
 }
 
 }  // namespace

@@ -1,0 +1,123 @@
+// The tool's real plug-in module: loading it, refusing what is not one, and
+// saving its settings to a flow file and loading them back.
+#include "host/Flow.h"
+#include "host/PluginLoader.h"
+#include "support/DocHarness.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+TEST(PluginLoader, ModuleRegistersItsToolWhileLoaded)
+{
+    const std::size_t before = ClassRegistry->Count();
+    {
+        auto module = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
+        EXPECT_EQ(module->ToolIDs(), std::vector<std::string>{"tevrinworks.Lumivane2"});
+        Registry* reg = ClassRegistry->Find(FuID("tevrinworks.Lumivane2"));
+        ASSERT_NE(reg, nullptr);
+        EXPECT_EQ(reg->Name(), "Lumivane 2");
+        EXPECT_EQ(FusionDoc().AddTool(FuID("tevrinworks.Lumivane2"))->Inputs().size(), 23u);
+    }
+    EXPECT_EQ(ClassRegistry->Count(), before);
+    EXPECT_EQ(ClassRegistry->Find(FuID("tevrinworks.Lumivane2")), nullptr);
+}
+
+// A folder of its own for each test.
+struct PluginFolder : ::testing::Test {
+    fs::path dir = fs::temp_directory_path() / ("lumivane_plugins_" + std::to_string(::getpid()));
+    void SetUp() override { fs::create_directories(dir); }
+    void TearDown() override { fs::remove_all(dir); }
+};
+
+TEST_F(PluginFolder, SkipsAndReportsWhatIsNotAToolPlugin)
+{
+    fs::copy_file(LUMIVANE_PLUGIN_FILE, dir / "Lumivane2.plugin", fs::copy_options::overwrite_existing);
+    fs::copy_file(LUMIVANE_EMPTY_MODULE, dir / "empty.plugin", fs::copy_options::overwrite_existing);
+    std::ofstream(dir / "text.plugin") << "not a module";
+    std::ofstream(dir / "readme.txt") << "ignored";
+    PluginSet set;
+    const std::vector<std::string> problems = set.LoadFolder(dir.string());
+    ASSERT_EQ(problems.size(), 2u);
+    EXPECT_NE(problems[0].find("empty.plugin is not a tool plug-in: it registered no tools"), std::string::npos)
+        << problems[0];
+    EXPECT_NE(problems[1].find("cannot load plug-in " + (dir / "text.plugin").string() + ": "), std::string::npos)
+        << problems[1];
+    EXPECT_EQ(set.Modules().size(), 1u);
+    EXPECT_THROW(PluginSet().LoadFolder((dir / "missing").string()), std::runtime_error);
+}
+
+TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
+{
+    const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
+    DocHarness a;
+    for (const auto& [id, value] : {std::pair{"LockXY", 1}, {"LockXY", 0}, {"PerChannel", 0}, {"BlurStyle", 4},
+                                    {"Edges", 1}, {"Operation", 1}})
+        a.Set(id, value);  // every size control shown, and choices away from their defaults
+    double v = 0.5;
+    for (const auto& in : a.op->Inputs())
+        if (in->Decl().IsNumber() && in->Decl().Control == SliderControlID) a.Set(in->ID().str(), v += 1.0);
+    a.In("GreenBlurSizeX")->SetKeys({{1, 2.0}, {9, 8.5}});
+    a.In("CompanyName")->SetSource(Ref<Text>(new Text("Someone Else")).get(), 0);
+    a.In("input")->SetConnection("plate.####.exr");
+    const std::string path = (dir / "saved.flow").string();
+    SaveFlow(a.doc, path, {{"frames", "1-9"}});
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // no temporary left
+
+    FusionDoc doc;
+    EXPECT_EQ(LoadFlow(doc, path), (nlohmann::ordered_json{{"frames", "1-9"}}));
+    ASSERT_EQ(doc.Tools().size(), 1u);
+    Operator* b = doc.Tools()[0].get();
+    EXPECT_EQ(b->Name(), a.op->Name());
+    for (const auto& in : a.op->Inputs()) {
+        Input* other = b->FindInput(in->ID().str());
+        SCOPED_TRACE(in->ID().str());
+        EXPECT_EQ(std::make_tuple(other->IsVisible(), other->GetLabel(), other->Keys(), other->Connection()),
+                  std::make_tuple(in->IsVisible(), in->GetLabel(), in->Keys(), in->Connection()));
+        if (in->Decl().IsImage()) continue;
+        Ref<Parameter> x(in->GetSource(5)), y(other->GetSource(5));
+        if (in->Decl().IsText()) {
+            EXPECT_EQ(static_cast<Text&>(*x).Value(), static_cast<Text&>(*y).Value());
+        } else {
+            EXPECT_EQ(static_cast<Number&>(*x).Value(), static_cast<Number&>(*y).Value());
+        }
+    }
+}
+
+TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
+{
+    const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
+    const std::string head = R"({"format": "lumivane-flow", "version": 1, "tools": [)";
+    const std::string tool = R"({"class": "tevrinworks.Lumivane2", "inputs": )";
+    const std::pair<std::string, std::string> cases[] = {  // text, what the message says
+        {"{\"format\": ", "not a valid flow file: [json.exception.parse_error.101]"},
+        {"888888e888888888888", "not a valid flow file: [json.exception.out_of_range.406]"},
+        {R"({"tools": []})", ": format: expected \"lumivane-flow\""},
+        {head + R"({"class": "nobody.Tool"}]})", ": tools[0].class: no tool class \"nobody.Tool\" is loaded (loaded: "},
+        {head + tool + R"({"Size": 3}}]})",
+         ": tools[0].inputs.Size: the tool has no control \"Size\" (controls: Operation, WienerParam, BlurSizeUnit"},
+        {head + tool + R"({"BlurSizeX": "big"}}]})",
+         ": tools[0].inputs.BlurSizeX: expected a number or {\"keys\": [[time, value], ...]}, got string"},
+        {head + tool + R"({"BlurSizeX": {"keys": [[1]]}}}]})", ": tools[0].inputs.BlurSizeX.keys[0]: expected [time, value]"},
+        {head + tool + R"({"CompanyName": 3}}]})", ": tools[0].inputs.CompanyName: expected a text, got number"},
+    };
+    const std::string path = (dir / "bad.flow").string();
+    for (const auto& [text, message] : cases) {
+        std::ofstream(path) << text;
+        try {
+            FusionDoc doc;
+            LoadFlow(doc, path);
+            ADD_FAILURE() << "loaded " << text;
+        } catch (const std::runtime_error& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(path, 0), 0u) << e.what();
+            EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
+        }
+    }
+    FusionDoc doc;
+    EXPECT_THROW(SaveFlow(doc, (dir / "no" / "such" / "folder.flow").string()), std::runtime_error);
+}
+
+}  // namespace
