@@ -61,7 +61,7 @@ ChunkPlan Lumivane2::Plan()
 
 void Lumivane2::ShareKernels() { ::ShareKernels(kernelSpectra, blurSizeX, blurSizeY, kernelImage); }
 
-void Lumivane2::CheckFrameMemory()
+void Lumivane2::CheckFrameMemory() const
 {
     ::CheckFrameMemory(chunkPlan, sourceImage->PixelStride(), HostMemoryLimit(), HostMemoryLimitSource());
 }

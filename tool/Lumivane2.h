@@ -82,7 +82,7 @@ private:
     ChunkPlan Plan();
     // Throws, naming the sizes, when the frame would need more memory than the
     // host allows, before anything large is allocated.
-    void CheckFrameMemory();
+    void CheckFrameMemory() const;
     // Finds the colours whose kernels are identical, before the chunks run.
     void ShareKernels();
     void ReportChunkError(const std::string& message);

@@ -1,3 +1,5 @@
+// Control settings from the command line: parsing, values by number or name,
+// refusals that say what is accepted, and the order they are applied in.
 #include "app/ExitCodes.h"
 #include "app/Settings.h"
 #include "host/PluginLoader.h"
@@ -11,17 +13,11 @@
 namespace {
 
 // A tool as the program makes it: from the loaded plug-in, through the registry.
-std::unique_ptr<DocHarness> NewHarness()
-{
-    static const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
-    return std::make_unique<DocHarness>();
-}
-
-double ValueOf(Operator& tool, const char* id)
-{
-    Ref<Parameter> v(tool.FindInput(id)->GetSource(0.0));
-    return static_cast<Number&>(*v).Value();
-}
+struct LoadedTool : DocHarness {
+    LoadedTool() : DocHarness((Plugin(), kToolClass)) {}
+    static void Plugin() { static const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE); }
+    const InputDeclaration& Decl(const char* id) const { return In(id)->Decl(); }
+};
 
 // The usage error `fn` throws, or "" when it throws none.
 template <class F>
@@ -39,112 +35,62 @@ std::string UsageMessage(F fn)
 TEST(ParseSetArgument, SplitsAtTheFirstEquals)
 {
     const Setting s = ParseSetArgument("KernelAngle=1=2");
-    EXPECT_EQ(s.id, "KernelAngle");
-    EXPECT_EQ(s.value, "1=2");
-    EXPECT_EQ(s.origin, "--set KernelAngle=1=2");
+    EXPECT_TRUE(s.id == "KernelAngle" && s.value == "1=2" && s.origin == "--set KernelAngle=1=2");
     for (const char* bad : {"BlurSizeX", "=3", ""})
         EXPECT_NE(UsageMessage([&] { ParseSetArgument(bad); }).find("expected ControlID=VALUE"), std::string::npos)
             << bad;
 }
 
-struct ValueCase {
-    const char* id;
-    const char* text;
-    double expected;
-};
-
-void PrintTo(const ValueCase& c, std::ostream* os) { *os << c.id << "=" << c.text; }
-
-class ResolveAccepted : public ::testing::TestWithParam<ValueCase> {};
-
-TEST_P(ResolveAccepted, GivesTheNumber)
+TEST(ResolveNumber, TakesNumbersNamesAndSwitchesAndSaysWhatIsAccepted)
 {
-    const auto toolDoc = NewHarness();
-    Operator* tool = toolDoc->op;
-    const ValueCase& c = GetParam();
-    EXPECT_EQ(ResolveNumber(tool->FindInput(c.id)->Decl(), c.text, "test"), c.expected);
+    const LoadedTool t;
+    const struct { const char* id; const char* text; double value; } accepted[] = {
+        {"BlurStyle", "Polygon", 1}, {"BlurStyle", "airy disk", 3}, {"BlurStyle", "AiryDisk", 3},
+        {"BlurStyle", "airy", 3},    {"BlurStyle", "4", 4},         {"Edges", "WRAP", 1},
+        {"Operation", "d", 1},       {"PerChannel", "off", 0},      {"LockXY", "yes", 1},
+        {"BlurSizeX", "2.5", 2.5},   {"BlurSizeX", "1e2", 100},     {"PolygonSideCount", "7", 7}};
+    for (const auto& c : accepted) EXPECT_EQ(ResolveNumber(t.Decl(c.id), c.text, "test"), c.value) << c.text;
+    const struct { const char* id; const char* text; const char* message; } refused[] = {
+        {"BlurStyle", "hexagon", "0 \"Disk\", 1 \"Polygon\", 2 \"Gaussian\""},
+        {"Edges", "3", "3 is not one of 0 \"Duplicate\""}, {"Edges", "1.5", "is not one of"},
+        {"Operation", "", "is not one of"}, {"LockXY", "2", "is not 0 (off) or 1 (on)"}, {"LockXY", "maybe", "off/on"},
+        {"PolygonSideCount", "4.5", "not a whole number"}, {"BlurSizeX", "-1", "less than the lowest value 0"},
+        {"BlurSizeX", "nan", "not a number"}, {"BlurSizeX", "inf", "not a number"}, {"BlurSizeX", " 2", "not a number"},
+        {"BlurSizeX", "2px", "not a number"}};
+    for (const auto& c : refused) {
+        const std::string message = UsageMessage([&] { ResolveNumber(t.Decl(c.id), c.text, "--opt"); });
+        EXPECT_NE(message.find(c.message), std::string::npos) << message;
+        EXPECT_EQ(message.rfind("--opt: ", 0), 0u) << message;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, ResolveAccepted,
-                         ::testing::Values(ValueCase{"BlurStyle", "Polygon", 1}, ValueCase{"BlurStyle", "airy disk", 3},
-                                           ValueCase{"BlurStyle", "AiryDisk", 3}, ValueCase{"BlurStyle", "airy", 3},
-                                           ValueCase{"BlurStyle", "4", 4}, ValueCase{"Edges", "WRAP", 1},
-                                           ValueCase{"Operation", "d", 1}, ValueCase{"PerChannel", "off", 0},
-                                           ValueCase{"LockXY", "yes", 1}, ValueCase{"BlurSizeX", "2.5", 2.5},
-                                           ValueCase{"BlurSizeX", "1e2", 100}, ValueCase{"PolygonSideCount", "7", 7}));
-
-struct RefusedCase {
-    const char* id;
-    const char* text;
-    const char* expected;  // part of the message
-};
-
-void PrintTo(const RefusedCase& c, std::ostream* os) { *os << c.id << "=" << c.text; }
-
-class ResolveRefused : public ::testing::TestWithParam<RefusedCase> {};
-
-TEST_P(ResolveRefused, SaysWhatIsAccepted)
-{
-    const auto toolDoc = NewHarness();
-    Operator* tool = toolDoc->op;
-    const RefusedCase& c = GetParam();
-    const std::string message = UsageMessage([&] { ResolveNumber(tool->FindInput(c.id)->Decl(), c.text, "--opt"); });
-    EXPECT_NE(message.find(c.expected), std::string::npos) << message;
-    EXPECT_EQ(message.rfind("--opt: ", 0), 0u) << message;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, ResolveRefused,
-    ::testing::Values(RefusedCase{"BlurStyle", "hexagon", "0 \"Disk\", 1 \"Polygon\", 2 \"Gaussian\""},
-                      RefusedCase{"Edges", "3", "3 is not one of 0 \"Duplicate\""},
-                      RefusedCase{"Edges", "1.5", "is not one of"},
-                      RefusedCase{"Operation", "", "is not one of"},
-                      RefusedCase{"LockXY", "2", "is not 0 (off) or 1 (on)"},
-                      RefusedCase{"LockXY", "maybe", "off/on"},
-                      RefusedCase{"PolygonSideCount", "4.5", "not a whole number"},
-                      RefusedCase{"BlurSizeX", "-1", "less than the lowest value 0"},
-                      RefusedCase{"BlurSizeX", "nan", "not a number"},
-                      RefusedCase{"BlurSizeX", "inf", "not a number"},
-                      RefusedCase{"BlurSizeX", " 2", "not a number"},
-                      RefusedCase{"BlurSizeX", "2px", "not a number"}));
-
-TEST(ApplySettings, NotifiesInTheOrderGiven)
+TEST(ApplySettings, NotifiesInTheOrderGivenAndReplacesKeys)
 {
     // Releasing the R/G/B lock copies red's sizes to green and blue, so the
     // order of a size and the release decides what green ends up with.
-    const auto beforeDoc = NewHarness();
-    Operator* before = beforeDoc->op;
-    ApplySettings(*before, {{"BlurSizeX", "3", "a"}, {"PerChannel", "0", "b"}}, 0.0);
-    EXPECT_EQ(ValueOf(*before, "GreenBlurSizeX"), 3.0);
-    EXPECT_TRUE(before->FindInput("GreenBlurSizeX")->IsVisible());
+    const LoadedTool before, after;
+    ApplySettings(*before.op, {{"BlurSizeX", "3", "a"}, {"PerChannel", "0", "b"}}, 0.0);
+    EXPECT_EQ(before.Get("GreenBlurSizeX"), 3.0);
+    EXPECT_TRUE(before.In("GreenBlurSizeX")->IsVisible());
+    ApplySettings(*after.op, {{"PerChannel", "0", "b"}, {"BlurSizeX", "3", "a"}}, 0.0);
+    EXPECT_EQ(after.Get("GreenBlurSizeX"), 0.0);
+    EXPECT_EQ(after.Get("BlurSizeX"), 3.0);
 
-    const auto afterDoc = NewHarness();
-    Operator* after = afterDoc->op;
-    ApplySettings(*after, {{"PerChannel", "0", "b"}, {"BlurSizeX", "3", "a"}}, 0.0);
-    EXPECT_EQ(ValueOf(*after, "GreenBlurSizeX"), 0.0);
-    EXPECT_EQ(ValueOf(*after, "BlurSizeX"), 3.0);
-}
-
-TEST(ApplySettings, ReplacesKeysWithTheValue)
-{
-    const auto toolDoc = NewHarness();
-    Operator* tool = toolDoc->op;
-    tool->FindInput("KernelAngle")->SetKeys({{0.0, 10.0}, {10.0, 20.0}});
-    ApplySettings(*tool, {{"KernelAngle", "45", "x"}}, 5.0);
-    EXPECT_FALSE(tool->FindInput("KernelAngle")->IsAnimated());
-    EXPECT_EQ(ValueOf(*tool, "KernelAngle"), 45.0);
+    after.In("KernelAngle")->SetKeys({{0.0, 10.0}, {10.0, 20.0}});
+    ApplySettings(*after.op, {{"KernelAngle", "45", "x"}}, 5.0);
+    EXPECT_FALSE(after.In("KernelAngle")->IsAnimated());
+    EXPECT_EQ(after.Get("KernelAngle"), 45.0);
 }
 
 TEST(ApplySettings, RefusesWhatIsNotASettableControl)
 {
-    const auto toolDoc = NewHarness();
-    Operator* tool = toolDoc->op;
-    const std::string unknown = UsageMessage([&] { ApplySettings(*tool, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
+    const LoadedTool t;
+    const std::string unknown = UsageMessage([&] { ApplySettings(*t.op, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
     EXPECT_NE(unknown.find("no control \"blursizex\" (did you mean \"BlurSizeX\"?)"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("Operation, WienerParam, BlurSizeUnit"), std::string::npos) << unknown;
-    EXPECT_NE(UsageMessage([&] { ApplySettings(*tool, {{"kernel", "k.exr", "o"}}, 0); }).find("image input"),
+    EXPECT_NE(UsageMessage([&] { ApplySettings(*t.op, {{"kernel", "k.exr", "o"}}, 0); }).find("image input"),
               std::string::npos);
-    EXPECT_NE(UsageMessage([&] { ApplySettings(*tool, {{"CompanyName", "x", "o"}}, 0); }).find("read-only"),
+    EXPECT_NE(UsageMessage([&] { ApplySettings(*t.op, {{"CompanyName", "x", "o"}}, 0); }).find("read-only"),
               std::string::npos);
 }
 

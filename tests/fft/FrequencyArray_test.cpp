@@ -1,7 +1,6 @@
-#include "fft/FftBuffers.h"
-#include "fft/FftPlans.h"
-#include "fft/StagedTransform.h"
+// FrequencyArray against a direct DFT, its sizes and buffers, and use from many threads.
 #include "fft/FrequencyArray.h"
+#include "fft/FftPlans.h"
 #include "support/DirectDft.h"
 
 #include <gtest/gtest.h>
@@ -61,18 +60,6 @@ TEST_P(FrequencyArrayDft, ForwardIsTheDftAndRoundTripScalesByArea)
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FrequencyArrayDft, ::testing::Values(Size{6, 5}, Size{8, 3}, Size{5, 4}, Size{7, 1}));
 
-TEST(FrequencyArray, ImpulseGivesFlatSpectrum)
-{
-    FrequencyArray a;
-    a.Create(16, 8);
-    a.data[0] = 1.0;
-    ASSERT_TRUE(a.Forward());
-    for (std::int32_t v = 0; v < 8; ++v)
-        for (std::int32_t u = 0; u <= 8; ++u) EXPECT_EQ(Bin(a, u, v), std::complex<double>(1.0, 0.0));
-    ASSERT_TRUE(a.Backward());
-    EXPECT_DOUBLE_EQ(a.data[0], 16.0 * 8.0);
-}
-
 TEST(FrequencyArray, CreateEmptiesKeepsOrRenews)
 {
     FrequencyArray a;
@@ -84,12 +71,9 @@ TEST(FrequencyArray, CreateEmptiesKeepsOrRenews)
     a.Create(3, 4);
     EXPECT_EQ(a.size, 20);
     EXPECT_EQ(std::count(a.data, a.data + a.size, 0.0), 20);
-    for (const Size empty : {Size{0, 3}, Size{4, 0}}) {
-        a.Create(4, 3);
-        a.Create(empty.width, empty.height);
-        EXPECT_TRUE(!a.data && !a.descriptor && a.size == 0 && a.width == 0 && a.height == 0);
-        EXPECT_FALSE(a.Forward() || a.Backward());
-    }
+    a.Create(0, 3);
+    EXPECT_TRUE(!a.data && !a.descriptor && a.size == 0 && a.width == 0 && a.height == 0);
+    EXPECT_FALSE(a.Forward() || a.Backward());
     // Buffer lengths beyond int32 fail as allocations instead of wrapping round.
     for (const Size huge : {Size{65536, 65536}, Size{0xffffffffu, 1}, Size{1, 0xffffffffu}, Size{0x7ffffffeu, 1}}) {
         a.Create(4, 4);
@@ -119,23 +103,6 @@ TEST(FrequencyArray, ConcurrentUseMatchesSerialAndPlansEachSizeOnce)
         EXPECT_EQ(std::memcmp(serial.data(), concurrent[t].data(), serial.size() * sizeof(double)), 0) << t;
     }
     EXPECT_EQ(FftPlansCreated(), plansMade);
-}
-
-TEST(FftBackend, MisalignedBufferRunsOnUnalignedPlans)
-{
-    FrequencyArray a;
-    a.Create(16, 6);
-    FillRandom(a, 7);
-    double* block = AllocateFftBuffer(a.size + 1);
-    std::copy(a.data, a.data + a.size, block + 1);
-    const FftPlanPair* plans = nullptr;
-    ASSERT_EQ(AcquireFftPlans(16, 6, true, plans), FftStatus::NoError);
-    EXPECT_FALSE(FftPlansFit(*a.descriptor, block + 1));
-    ASSERT_TRUE(FftPlansFit(*plans, block + 1));
-    ExecuteForwardFft(*plans, block + 1);
-    ASSERT_TRUE(a.Forward());
-    for (std::int32_t i = 0; i < a.size; ++i) EXPECT_NEAR(block[i + 1], a.data[i], 1e-12) << i;
-    FreeFftBuffer(block);
 }
 
 }  // namespace

@@ -137,24 +137,6 @@ TEST(Image, ResizeAveragesWhenShrinkingAndCopiesAtTheSameSize)
     EXPECT_THROW(img->ResizeOfImage({{RSZ_Width, 3}, {RSZ_Filter, 2}}), std::invalid_argument);
 }
 
-TEST(Image, PixelAccessCarriesExtraChannels)
-{
-    Ref<Image> a(new Image(2, 1, IMDP_Float32, {"Z", "id"}));
-    Ref<Image> like(NewImage({{IMG_Like, static_cast<const void*>(a.get())}}));
-    EXPECT_EQ(like->ExtraChannels(), a->ExtraChannels());
-    EXPECT_EQ(Ref<Image>(NewImage({{IMG_Width, 2}, {IMG_Height, 1}}))->PixelStride(), 4);
-    for (int c = 0; c < 6; ++c) a->Pixel(1, 0)[c] = float(c + 1);
-    PixPtr in(a.get()), out(like.get());
-    FltPixel p;
-    in.GotoXY(1, 0);
-    in.GetNextPixel(p);
-    EXPECT_TRUE(p.R == 3.0f && p.B == 1.0f) << p.R << " " << p.B;
-    p.R = 9;
-    out.GotoXY(1, 0);
-    out.PutNextPixel(p);
-    EXPECT_EQ(std::vector<float>(like->Pixel(1, 0), like->Pixel(1, 0) + 6), (std::vector<float>{1, 2, 9, 4, 5, 6}));
-}
-
 struct Variable {
     const char* name;
     Variable(const char* n, const char* value) : name(n) { setenv(name, value, 1); }

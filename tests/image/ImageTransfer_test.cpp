@@ -29,23 +29,6 @@ TEST(ImageTransfer, AlphaIsTheLargestOfTheThreeFilteredPlanesAndOtherChannelsPas
     EXPECT_EQ(Sample(*out, 1, 0, 4), 4.0f);
 }
 
-TEST(ImageTransfer, PlanesRoundTripThroughAnArrayScaledByItsSize)
-{
-    ChannelStore store;
-    store.Allocate(5, 3);
-    EXPECT_EQ(store.pitch, 8);
-    for (int i = 0; i < 5 * 3; ++i) store.GetChannel("G")[i / 5 * store.pitch + i % 5] = float(i);
-    FrequencyArray array;
-    array.Create(8, 4);
-    ReadPlane(array, store, 1);
-    EXPECT_EQ(array.data[2 * (8 + 2) + 4], 14.0);
-    for (int i = 0; i < array.size; ++i) array.data[i] *= 8 * 4;  // what the two transforms leave
-    WritePlane(array, store, 2);
-    EXPECT_EQ(store.GetChannel("B")[2 * store.pitch + 4], 14.0f);
-    CopyPlane(store, 2, 5);
-    EXPECT_EQ(store.GetChannel("AB")[1 * store.pitch + 3], 8.0f);
-}
-
 TEST(ChannelStore, PitchNamesAndBadChunks)
 {
     ChannelStore store;

@@ -2,8 +2,6 @@
 // failures.
 #include "support/ToolHarness.h"
 
-#include <cmath>
-#include <limits>
 #include <tuple>
 
 namespace {
