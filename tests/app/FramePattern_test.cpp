@@ -1,22 +1,12 @@
 // Frame fields in file names and frame ranges.
 #include "app/FramePattern.h"
+#include "support/Refusal.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 
 namespace {
-
-// The message `fn` throws as std::invalid_argument, or "accepted".
-std::string Refusal(const std::function<void()>& fn)
-{
-    try {
-        fn();
-    } catch (const std::invalid_argument& e) {
-        return e.what();
-    }
-    return "accepted";
-}
 
 TEST(FramePattern, ExpandsOneFrameField)
 {

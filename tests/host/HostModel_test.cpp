@@ -8,6 +8,7 @@
 #include "host/Tags.h"
 #include "host/ThreadedOperator.h"
 #include "host/WorkerPool.h"
+#include "support/Refusal.h"
 
 #include <gtest/gtest.h>
 
@@ -19,17 +20,6 @@
 #include <thread>
 
 namespace {
-
-// The message `read` is refused with, or "accepted".
-std::string Refusal(const std::function<void()>& read)
-{
-    try {
-        read();
-    } catch (const std::invalid_argument& e) {
-        return e.what();
-    }
-    return "accepted";
-}
 
 TEST(TagList, ValuesFollowTheKindOfTheirTag)
 {
