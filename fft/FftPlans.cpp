@@ -158,8 +158,10 @@ FftStatus MakePlansLocked(std::int32_t width, std::int32_t height, bool unaligne
 }
 
 // Destroys every cached plan when the module holding them is unloaded, or the
-// process ends, after the last render. Made after what it releases, so it is
-// destroyed before them.
+// process ends, after the last render, and then FFTW's own planner state: the
+// plug-in is the only user of FFTW in the host's process, and FFTW's library goes
+// away with the module, taking with it the only pointer to that state. Made after
+// what it releases, so it is destroyed before them.
 struct ReleaseAtUnload {
     ReleaseAtUnload()
     {
@@ -173,6 +175,7 @@ struct ReleaseAtUnload {
         std::lock_guard<std::mutex> lock(CacheMutex());
         for (auto& entry : PlanCache()) DestroyPlansLocked(*entry.second);
         PlanCache().clear();
+        fftw_cleanup();
     }
 } releaseAtUnload;
 
