@@ -22,7 +22,7 @@ struct FailureCase {
     std::vector<std::string> args;
     int status;
     const char* message;  // part of standard error
-    Files outputs;        // what the output folder holds afterwards
+    Files outputs = {};   // what the output folder holds afterwards
 };
 
 std::string PrintName(const ::testing::TestParamInfo<FailureCase>& info) { return info.param.name; }
@@ -50,41 +50,35 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
 INSTANTIATE_TEST_SUITE_P(
     Failures, CommandFailure,
     ::testing::Values(
-        FailureCase{"MissingInput", {"render", "missing.exr", "out/o.exr"}, 3, "cannot read missing.exr: no such file", {}},
-        FailureCase{"UnreadableInput", {"render", "garbage.exr", "out/o.exr"}, 3, "cannot read garbage.exr: ", {}},
-        FailureCase{"UnknownControl",
-                    {"render", "in.exr", "out/o.exr", "--set", "Blurr=1"}, 2,
-                    "--set Blurr=1: the tool has no control \"Blurr\"; its controls are: Operation", {}},
-        FailureCase{"BadValue",
-                    {"render", "in.exr", "out/o.exr", "--set", "Edges=7"}, 2,
-                    "--set Edges=7: Edges: 7 is not one of 0 \"Duplicate\", 1 \"Wrap\", 2 \"Black\"", {}},
+        FailureCase{"MissingInput", {"render", "missing.exr", "out/o.exr"}, 3, "cannot read missing.exr: no such file"},
+        FailureCase{"UnreadableInput", {"render", "garbage.exr", "out/o.exr"}, 3, "cannot read garbage.exr: "},
+        FailureCase{"UnknownControl", {"render", "in.exr", "out/o.exr", "--set", "Blurr=1"}, 2,
+                    "--set Blurr=1: the tool has no control \"Blurr\"; its controls are: Operation"},
+        FailureCase{"BadValue", {"render", "in.exr", "out/o.exr", "--set", "Edges=7"}, 2,
+                    "--set Edges=7: Edges: 7 is not one of 0 \"Duplicate\", 1 \"Wrap\", 2 \"Black\""},
         FailureCase{"BadStyleName", {"render", "in.exr", "out/o.exr", "--style", "hexagon"}, 2,
-                    "hexagon not in {disk,polygon,gaussian,airy,laplacian}", {}},
-        FailureCase{"NoOutput", {"render", "in.exr"}, 2, "no OUTPUT file given", {}},
+                    "hexagon not in {disk,polygon,gaussian,airy,laplacian}"},
+        FailureCase{"NoOutput", {"render", "in.exr"}, 2, "no OUTPUT file given"},
         FailureCase{"MissingOutputFolder", {"render", "in.exr", "out/none/o.exr"}, 3,
-                    "cannot write out/none/o.exr: folder out/none does not exist", {}},
+                    "cannot write out/none/o.exr: folder out/none does not exist"},
         FailureCase{"PatternWithoutFrames", {"render", "seq.####.exr", "out/o.####.exr"}, 2,
-                    "seq.####.exr names a sequence: say which frames with --frames", {}},
-        FailureCase{"ManyFramesOneFile", {"render", "in.exr", "out/o.exr", "--frames", "1-2"}, 2,
-                    "has no frame field", {}},
-        FailureCase{"MissingMiddleFrame", {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--size", "20"}, 3,
-                    "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr"}},
+                    "seq.####.exr names a sequence: say which frames with --frames"},
+        FailureCase{"ManyFramesOneFile", {"render", "in.exr", "out/o.exr", "--frames", "1-2"}, 2, "has no frame field"},
+        FailureCase{"MissingMiddleFrame", {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--size", "20"},
+                    3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr"}},
         FailureCase{"MissingMiddleFrameKeepGoing",
-                    {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--keep-going"}, 3,
-                    "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+                    {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--keep-going"}, 3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
         FailureCase{"MissingKernelFrame",
-                    {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--size", "20"}, 3,
-                    "frame 2: cannot read k.0002.exr: no such file", {"o.0001.exr"}},
-        FailureCase{"ToolSetsNoOutput",
-                    {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
-                    "Lumivane 2: the frame needs about", {}},
-        FailureCase{"OverMemoryLimit",
-                    {"--max-memory", "20K", "render", "in.exr", "out/o.exr", "--size", "50"}, 4,
-                    "but the memory limit is 1 MiB", {}},
+                    {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--size", "20"},
+                    3, "frame 2: cannot read k.0002.exr: no such file", {"o.0001.exr"}},
+        FailureCase{"ToolSetsNoOutput", {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
+                    "Lumivane 2: the frame needs about"},
+        FailureCase{"OverMemoryLimit", {"--max-memory", "20K", "render", "in.exr", "out/o.exr", "--size", "50"}, 4,
+                    "but the memory limit is 1 MiB"},
         FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
-                    "--max-memory: \"lots\" is not a size such as 512M", {}},
+                    "--max-memory: \"lots\" is not a size such as 512M"},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
-                    "broken.json: not a valid flow file", {}}),
+                    "broken.json: not a valid flow file"}),
     PrintName);
 
 TEST(CommandFailure, UnwritableOutputFolder)

@@ -82,21 +82,18 @@ OIIO::ImageBuf TestPicture(int width, int height, const std::vector<std::string>
     const int n = static_cast<int>(channels.size());
     OIIO::ImageSpec layout(width, height, n, OIIO::TypeDesc::FLOAT);
     layout.channelnames = channels;
-    layout.alpha_channel = -1;
-    for (int c = 0; c < n; ++c)
-        if (channels[c] == "A") layout.alpha_channel = c;
+    const auto alpha = std::find(channels.begin(), channels.end(), "A");
+    layout.alpha_channel = alpha == channels.end() ? -1 : static_cast<int>(alpha - channels.begin());
     OIIO::ImageBuf buf(layout);
     std::vector<float> px(n);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
+            // Multiples of 1/255 keep 8-bit files exact; the points exceed 1 for HDR files.
             for (int c = 0; c < n; ++c) {
-                // Multiples of 1/255 keep 8-bit files exact; the points exceed 1 for HDR files.
                 const int level = (x * 7 + y * 13 + c * 61) % 256;
-                px[c] = channels[c] == "A" ? (level % 2 ? 1.0f : 0.5f) : level / 255.0f;
+                px[c] = c == layout.alpha_channel ? (level % 2 ? 1.0f : 0.5f)
+                        : hdr && (x * 31 + y * 17) % 97 == 0 ? 12.0f + c : level / 255.0f;
             }
-            if (hdr && (x * 31 + y * 17) % 97 == 0)
-                for (int c = 0; c < n; ++c)
-                    if (channels[c] != "A") px[c] = 12.0f + c;
             buf.setpixel(x, y, px.data());
         }
     return buf;
@@ -116,22 +113,19 @@ OIIO::ImageBuf ReadFile(const std::string& path)
 
 Difference Compare(const OIIO::ImageBuf& a, const OIIO::ImageBuf& b)
 {
-    Difference d;
     const OIIO::ImageSpec &sa = a.spec(), &sb = b.spec();
-    if (sa.width != sb.width || sa.height != sb.height || sa.nchannels != sb.nchannels) {
-        d.worst = std::numeric_limits<double>::infinity();
-        return d;
+    if (sa.width != sb.width || sa.height != sb.height || sa.nchannels != sb.nchannels)
+        return {std::numeric_limits<double>::infinity()};
+    std::vector<float> pa(sa.image_pixels() * sa.nchannels), pb(pa.size());
+    a.get_pixels(a.roi(), OIIO::TypeDesc::FLOAT, pa.data());
+    b.get_pixels(b.roi(), OIIO::TypeDesc::FLOAT, pb.data());
+    Difference d;
+    for (std::size_t i = 0; i < pa.size(); ++i) {
+        const double diff = std::fabs(static_cast<double>(pa[i]) - pb[i]);
+        const int pixel = static_cast<int>(i) / sa.nchannels;
+        if (diff > d.worst || std::isnan(diff))
+            d = {std::isnan(diff) ? 1e30 : diff, pixel % sa.width, pixel / sa.width, static_cast<int>(i) % sa.nchannels};
     }
-    std::vector<float> pa(sa.nchannels), pb(sa.nchannels);
-    for (int y = 0; y < sa.height; ++y)
-        for (int x = 0; x < sa.width; ++x) {
-            a.getpixel(x + sa.x, y + sa.y, pa.data());
-            b.getpixel(x + sb.x, y + sb.y, pb.data());
-            for (int c = 0; c < sa.nchannels; ++c) {
-                const double diff = std::fabs(static_cast<double>(pa[c]) - pb[c]);
-                if (diff > d.worst || std::isnan(diff)) d = Difference{std::isnan(diff) ? 1e30 : diff, x, y, c};
-            }
-        }
     return d;
 }
 

@@ -64,34 +64,24 @@ TEST(ResolveNumber, TakesNumbersNamesAndSwitchesAndSaysWhatIsAccepted)
     }
 }
 
-TEST(ApplySettings, NotifiesInTheOrderGivenAndReplacesKeys)
+// Releasing the R/G/B lock copies red's sizes to green and blue, so the order of
+// a size and the release decides what green ends up with.
+TEST(ApplySettings, NotifiesInTheOrderGivenReplacesKeysAndRefusesWhatIsNotSettable)
 {
-    // Releasing the R/G/B lock copies red's sizes to green and blue, so the
-    // order of a size and the release decides what green ends up with.
     const LoadedTool before, after;
     ApplySettings(*before.op, {{"BlurSizeX", "3", "a"}, {"PerChannel", "0", "b"}}, 0.0);
-    EXPECT_EQ(before.Get("GreenBlurSizeX"), 3.0);
-    EXPECT_TRUE(before.In("GreenBlurSizeX")->IsVisible());
+    EXPECT_TRUE(before.Get("GreenBlurSizeX") == 3.0 && before.In("GreenBlurSizeX")->IsVisible());
     ApplySettings(*after.op, {{"PerChannel", "0", "b"}, {"BlurSizeX", "3", "a"}}, 0.0);
-    EXPECT_EQ(after.Get("GreenBlurSizeX"), 0.0);
-    EXPECT_EQ(after.Get("BlurSizeX"), 3.0);
-
+    EXPECT_TRUE(after.Get("GreenBlurSizeX") == 0.0 && after.Get("BlurSizeX") == 3.0);
     after.In("KernelAngle")->SetKeys({{0.0, 10.0}, {10.0, 20.0}});
     ApplySettings(*after.op, {{"KernelAngle", "45", "x"}}, 5.0);
-    EXPECT_FALSE(after.In("KernelAngle")->IsAnimated());
-    EXPECT_EQ(after.Get("KernelAngle"), 45.0);
-}
+    EXPECT_TRUE(!after.In("KernelAngle")->IsAnimated() && after.Get("KernelAngle") == 45.0);
 
-TEST(ApplySettings, RefusesWhatIsNotASettableControl)
-{
-    const LoadedTool t;
-    const std::string unknown = UsageMessage([&] { ApplySettings(*t.op, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
+    const std::string unknown = UsageMessage([&] { ApplySettings(*after.op, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
     EXPECT_NE(unknown.find("no control \"blursizex\" (did you mean \"BlurSizeX\"?)"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("Operation, WienerParam, BlurSizeUnit"), std::string::npos) << unknown;
-    EXPECT_NE(UsageMessage([&] { ApplySettings(*t.op, {{"kernel", "k.exr", "o"}}, 0); }).find("image input"),
-              std::string::npos);
-    EXPECT_NE(UsageMessage([&] { ApplySettings(*t.op, {{"CompanyName", "x", "o"}}, 0); }).find("read-only"),
-              std::string::npos);
+    for (const auto& [id, why] : {std::pair{"kernel", "image input"}, {"CompanyName", "read-only"}})
+        EXPECT_NE(UsageMessage([&] { ApplySettings(*after.op, {{id, "x", "o"}}, 0); }).find(why), std::string::npos) << id;
 }
 
 TEST(SettingsInCommandLineOrder, InterleavesFriendlyOptionsAndSet)

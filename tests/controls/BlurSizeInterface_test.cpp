@@ -27,27 +27,15 @@ public:
     {
         UpdateBlurSizeControls(in, value, time);
     }
-    Input* In(const std::string& id) const { return FindInput(id); }
-    void Set(const std::string& id, double v, TimeStamp t = 0.0) const
+    void Set(std::initializer_list<std::pair<const char*, double>> values, TimeStamp t = 0.0) const
     {
-        In(id)->SetSource(Ref<Number>(new Number(v)).get(), t);
+        for (const auto& [id, v] : values) FindInput(id)->SetSource(Ref<Number>(new Number(v)).get(), t);
     }
-    void Set(std::initializer_list<std::pair<const char*, double>> values) const
+    V Get(std::initializer_list<const char*> ids) const
     {
-        for (const auto& [id, v] : values) Set(id, v);
-    }
-    std::vector<double> Get(std::initializer_list<const char*> ids) const
-    {
-        std::vector<double> values;
-        for (const char* id : ids) values.push_back(static_cast<Number&>(*Ref<Parameter>(In(id)->GetSource(0.0))));
+        V values;
+        for (const char* id : ids) values.push_back(static_cast<Number&>(*Ref<Parameter>(FindInput(id)->GetSource(0.0))));
         return values;
-    }
-    void Read(int width, int height, double xScale = 1)
-    {
-        Ref<Image> img(new Image(width, height));
-        img->XScale = xScale;
-        Request req(0.0);
-        ReadBlurSizes(&req, img.get());
     }
 };
 
@@ -70,7 +58,7 @@ TEST(BlurSizeControls, LabelsAndVisibilityFollowTheLocks)
         std::string got;
         for (const char* id : {"BlurSizeX", "GreenBlurSizeX", "BlueBlurSizeX", "BlurSizeY", "GreenBlurSizeY",
                                "BlueBlurSizeY"}) {
-            const Input* in = h.In(id);
+            const Input* in = h.FindInput(id);
             got += (got.empty() ? "" : ", ") + (in->IsVisible() ? in->GetLabel() : "[" + in->GetLabel() + "]");
         }
         EXPECT_EQ(got, want) << "xy " << xy << ", rgb " << rgb;
@@ -83,15 +71,15 @@ TEST(BlurSizeControls, InitialReportLocksTheChannelsOnce)
     EXPECT_TRUE(h.channelsLocked);
     EXPECT_FALSE(h.xyLocked);  // the X/Y flag waits for a change of its control
     // A repeated report with the same value copies nothing but re-applies the labels.
-    h.Set("BlurSizeX", 4);
-    h.In("BlurSizeX")->SetAttrs({{LINKS_Name, "stale"}});
-    h.Set("PerChannel", 1);
+    h.Set({{"BlurSizeX", 4}});
+    h.FindInput("BlurSizeX")->SetAttrs({{LINKS_Name, "stale"}});
+    h.Set({{"PerChannel", 1}});
     EXPECT_EQ(h.Get({"GreenBlurSizeX"}), V{0});
-    EXPECT_EQ(h.In("BlurSizeX")->GetLabel(), "Blur Size X");
+    EXPECT_EQ(h.FindInput("BlurSizeX")->GetLabel(), "Blur Size X");
     // Releasing a lock copies the value at that time.
-    h.In("BlurSizeX")->SetKeys({{0.0, 2.0}, {10.0, 4.0}});
-    h.Set("LockXY", 1);
-    h.Set("LockXY", 0, 5.0);
+    h.FindInput("BlurSizeX")->SetKeys({{0.0, 2.0}, {10.0, 4.0}});
+    h.Set({{"LockXY", 1}});
+    h.Set({{"LockXY", 0}}, 5.0);
     EXPECT_EQ(h.Get({"BlurSizeY"}), V{3});
 }
 
@@ -99,13 +87,13 @@ TEST(BlurSizeControls, ReleasingALockCopiesTheSizesItHid)
 {
     SizeTool h;
     h.Set({{"LockXY", 1}, {"BlurSizeX", 3}, {"BlurSizeY", 9}, {"GreenBlurSizeX", 5}});
-    h.Set("LockXY", 0);  // green stays locked to red: only red's Y is copied
+    h.Set({{"LockXY", 0}});  // green stays locked to red: only red's Y is copied
     EXPECT_EQ(h.Get({"BlurSizeY", "GreenBlurSizeY"}), (V{3, 0}));
 
     h.Set({{"BlurSizeY", 7}, {"LockXY", 1}});  // locking copies nothing
     EXPECT_EQ(h.Get({"BlurSizeY"}), V{7});
 
-    h.Set("PerChannel", 0);  // released while X/Y is locked: still copies X and Y
+    h.Set({{"PerChannel", 0}});  // released while X/Y is locked: still copies X and Y
     EXPECT_EQ(h.Get({"GreenBlurSizeX", "BlueBlurSizeX", "GreenBlurSizeY", "BlueBlurSizeY"}), (V{3, 3, 7, 7}));
 
     h.Set({{"GreenBlurSizeX", 6}, {"BlueBlurSizeX", 8}, {"LockXY", 0}});  // channels free: each Y starts from its X
@@ -132,7 +120,10 @@ TEST(BlurSizeControls, ReadBlurSizesConvertsToPixels)
         SizeTool h;
         h.Set({{"BlurSizeUnit", c.unit}, {"ScaleBlurAspect", c.aspect}, {"LockXY", c.lockXY}, {"BlurSizeX", c.x},
                {"BlurSizeY", c.y}});
-        h.Read(c.width, c.height, c.xScale);
+        Ref<Image> img(new Image(c.width, c.height));
+        img->XScale = c.xScale;
+        Request req(0.0);
+        h.ReadBlurSizes(&req, img.get());
         for (int ch = 0; ch < 3; ++ch) {
             EXPECT_DOUBLE_EQ(h.blurSizeX[ch], c.wantX);
             EXPECT_DOUBLE_EQ(h.blurSizeY[ch], c.wantY);
@@ -142,7 +133,8 @@ TEST(BlurSizeControls, ReadBlurSizesConvertsToPixels)
     // each channel reads its own sizes.
     SizeTool unreported(false);
     unreported.Set({{"BlurSizeUnit", 1}, {"BlurSizeX", 5}});
-    unreported.Read(8, 8);
+    Request req(0.0);
+    unreported.ReadBlurSizes(&req, Ref<Image>(new Image(8, 8)).get());
     EXPECT_EQ(V(unreported.blurSizeX, unreported.blurSizeX + 3), (V{5, 1, 1}));
 }
 

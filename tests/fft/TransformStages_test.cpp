@@ -1,4 +1,5 @@
-// The staged transform: rows known to be zero left out of the forward transform,
+// The transform against a direct DFT, and its stages: rows known to be zero left
+// out of the forward transform,
 // rows nobody reads left out of the inverse, the column stage shared between
 // threads, and arrays whose buffers earlier arrays left dirty.
 #include "fft/FftBuffers.h"
@@ -26,20 +27,7 @@ struct Case {
 
 std::ostream& operator<<(std::ostream& out, const Case& c)
 {
-    return out << c.width << "x" << c.height << " rows " << c.leading << "+" << c.trailing << " threads "
-               << c.threads;
-}
-
-// Random samples in the given rows, zeros elsewhere (the spare doubles included).
-void FillRows(FrequencyArray& a, const Case& c, unsigned seed)
-{
-    std::mt19937 generator(seed);
-    std::uniform_real_distribution<double> value(-1.0, 1.0);
-    for (std::int32_t y = 0; y < a.height; ++y)
-        for (std::int32_t x = 0; x < a.width + 2; ++x) {
-            const bool used = (y < c.leading || y >= a.height - c.trailing) && x < a.width;
-            a.data[y * (a.width + 2) + x] = used ? value(generator) : 0.0;
-        }
+    return out << c.width << "x" << c.height << " rows " << c.leading << "+" << c.trailing << " threads " << c.threads;
 }
 
 class StagedTransform : public ::testing::TestWithParam<Case> {};
@@ -49,9 +37,13 @@ TEST_P(StagedTransform, SkippedRowsChangeNeitherTheSpectrumNorTheRowsKept)
     const Case c = GetParam();
     FrequencyArray a;
     a.Create(c.width, c.height);
-    FillRows(a, c, c.width * 31 + c.height);
-    const std::vector<double> in(a.data, a.data + a.size);
     const std::int32_t w = a.width, h = a.height;
+    // Random samples in the given rows, zeros elsewhere (the spare doubles included).
+    std::mt19937 generator(w * 31 + h);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    for (std::int32_t i = 0; i < a.size; ++i)
+        a.data[i] = (i / (w + 2) < c.leading || i / (w + 2) >= h - c.trailing) && i % (w + 2) < w ? value(generator) : 0.0;
+    const std::vector<double> in(a.data, a.data + a.size);
 
     a.SetTransformThreads(c.threads);
     ASSERT_TRUE(a.ForwardRows(c.leading, c.trailing));
@@ -81,7 +73,9 @@ TEST_P(StagedTransform, SkippedRowsChangeNeitherTheSpectrumNorTheRowsKept)
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, StagedTransform,
-                         ::testing::Values(Case{20, 12, 3, 2, 1},    // a last column block of 3
+                         ::testing::Values(Case{6, 5, 5, 0, 1}, Case{8, 3, 3, 0, 1},  // whole transforms
+                                           Case{5, 4, 4, 0, 1}, Case{7, 1, 1, 0, 1},  // ... of odd sides
+                                           Case{20, 12, 3, 2, 1},    // a last column block of 3
                                            Case{20, 12, 3, 2, 3},    // ... shared by three threads
                                            Case{64, 10, 4, 0, 2},    // no wrapped rows
                                            Case{18, 9, 0, 3, 1},     // only wrapped rows

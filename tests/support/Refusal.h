@@ -3,12 +3,13 @@
 #include <stdexcept>
 #include <string>
 
-// The message `fn` throws as std::invalid_argument, or "accepted".
-inline std::string Refusal(const std::function<void()>& fn)
+// The message `fn` throws as an E, or "accepted".
+template <class E = std::invalid_argument>
+std::string Refusal(const std::function<void()>& fn)
 {
     try {
         fn();
-    } catch (const std::invalid_argument& e) {
+    } catch (const E& e) {
         return e.what();
     }
     return "accepted";

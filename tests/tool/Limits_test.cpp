@@ -66,11 +66,10 @@ TEST(Registration, ManyInstancesLeaveNothingBehind)
             if (Operator* t = doc.AddTool(FuID("tevrinworks.Lumivane2")); i % 2) doc.RemoveTool(t);
         EXPECT_EQ(doc.Tools().size(), 25u);
         Ref<Image> img(MakeImage(9, 7, [](int x, int, int) { return float(x); }));
-        Ref<Number> absolute(new Number(1)), size(new Number(3));
         for (const auto& t : doc.Tools()) {
             t->FindInput("input")->SetSource(img.get(), 0);
-            t->FindInput("BlurSizeUnit")->SetSource(absolute.get(), 0);
-            t->FindInput("BlurSizeX")->SetSource(size.get(), 0);
+            for (const auto& [id, v] : {std::pair{"BlurSizeUnit", 1.0}, {"BlurSizeX", 3.0}})
+                t->FindInput(id)->SetSource(Ref<Number>(new Number(v)).get(), 0);
             EXPECT_TRUE(doc.Render(t.get(), 0));
         }
     }

@@ -8,11 +8,9 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-const Lines kFullRender = {"Lumivane 2: Starting\n", "Lumivane 2: Setup Complete\n",
-                           "Lumivane 2: Threads completed\n", "Lumivane 2: Output setting complete\n",
-                           "Lumivane 2: Done\n"};
-const Lines kPassThrough = {"Lumivane 2: Starting\n", "Lumivane 2: Output setting complete\n",
-                            "Lumivane 2: Done\n"};
+const Lines kFullRender = {"Lumivane 2: Starting\n", "Lumivane 2: Setup Complete\n", "Lumivane 2: Threads completed\n",
+                           "Lumivane 2: Output setting complete\n", "Lumivane 2: Done\n"};
+const Lines kPassThrough = {"Lumivane 2: Starting\n", "Lumivane 2: Output setting complete\n", "Lumivane 2: Done\n"};
 
 // The tool on an 11 x 7 image with a depth channel, blur sizes in pixels.
 struct Rig : ToolHarness {
@@ -20,7 +18,7 @@ struct Rig : ToolHarness {
     explicit Rig(double size = 0) { Connect("input", src.get()), Set("BlurSizeUnit", 1), Set("BlurSizeX", size); }
 };
 
-TEST(RenderDriver, NormalRenderPrintsEveryStepAndUnlockedChannelsCount)
+TEST(RenderDriver, NormalRenderPrintsEveryStepAndOnePixelKernelsPassTheImageThrough)
 {
     Rig h(3);
     EXPECT_TRUE(h.Render());
@@ -32,21 +30,18 @@ TEST(RenderDriver, NormalRenderPrintsEveryStepAndUnlockedChannelsCount)
     unlocked.Set("BlueBlurSizeX", 3);
     EXPECT_TRUE(unlocked.Render());
     EXPECT_EQ(unlocked.Lines(CONSOLE_Progress), kFullRender);
-}
-
-TEST(RenderDriver, OnePixelKernelsPassTheImageThroughEvenWithAKernelImage)
-{
-    Rig h(0.4);
+    // Locked, green's size is ignored: a copy even with a kernel image.
+    Rig one(0.4);
     Ref<Image> kernel(MakeImage(5, 5, [](int, int, int) { return 1.0f; }));
-    h.Connect("kernel", kernel.get());
-    h.Set("GreenBlurSizeX", 9);  // ignored while the channels are locked: only red counts
-    Ref<Image> out = h.Render();
+    one.Connect("kernel", kernel.get());
+    one.Set("GreenBlurSizeX", 9);
+    Ref<Image> out = one.Render();
     ASSERT_TRUE(out);
-    EXPECT_NE(out.get(), h.src.get());
-    for (int y = 0; y < h.src->Height; ++y)
-        for (int x = 0; x < h.src->Width; ++x)
-            for (int c = 0; c < h.src->PixelStride(); ++c) ASSERT_EQ(Sample(*out, x, y, c), Sample(*h.src, x, y, c));
-    EXPECT_EQ(h.Lines(CONSOLE_Progress), kPassThrough);
+    EXPECT_NE(out.get(), one.src.get());
+    for (int y = 0; y < one.src->Height; ++y)
+        for (int x = 0; x < one.src->Width; ++x)
+            for (int c = 0; c < one.src->PixelStride(); ++c) ASSERT_EQ(Sample(*out, x, y, c), Sample(*one.src, x, y, c));
+    EXPECT_EQ(one.Lines(CONSOLE_Progress), kPassThrough);
 }
 
 TEST(RenderDriver, AFailingChunkSetsNoOutput)
@@ -86,20 +81,13 @@ TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)
     }
 }
 
-TEST(RenderDriver, NonFiniteAndEmptyImagesRenderWithoutCrashing)
+// Non-finite pixels are followed through a render in test_app (Reliability).
+TEST(RenderDriver, AnEmptyImageRendersToAnEmptyOutput)
 {
     Rig h(3);
-    Ref<Image> nan(MakeImage(9, 9, [](int x, int y, int) {
-        return x == 4 && y == 4 ? std::numeric_limits<float>::quiet_NaN() : x == 0 ? INFINITY : 0.5f;
-    }));
-    h.Connect("input", nan.get());
-    Ref<Image> out = h.Render();
-    ASSERT_TRUE(out);  // the non-finite values spread through the whole plane they are in
-    EXPECT_TRUE(std::isnan(Sample(*out, 8, 8, 0)));
-
     Ref<Image> empty(new Image(0, 5));
     h.Connect("input", empty.get());
-    out = h.Render();
+    Ref<Image> out = h.Render();
     ASSERT_TRUE(out);
     EXPECT_EQ(out->Width, 0);
 }
