@@ -6,12 +6,7 @@
 
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace {
 

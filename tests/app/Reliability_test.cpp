@@ -5,11 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <limits>
-
 namespace {
 
 TEST(Reliability, NonFinitePixelsSpreadThroughTheirChannelOnly)

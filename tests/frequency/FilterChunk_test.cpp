@@ -59,17 +59,6 @@ void ExpectMatchesReference(const FrameSettings& s, const Image& src, const Imag
             for (int e = 4; e < src.PixelStride(); ++e) ASSERT_EQ(Sample(out, x, y, e), Sample(src, x, y, e));
 }
 
-// Values outside 0..1, alpha that varies, and a depth channel.
-Image* TestPlate(int w, int h)
-{
-    const auto f = [](int x, int y, int c) {
-        if (c == 3) return 0.25f + 0.5f * std::sin(0.4f * x + 0.1f * y) * std::sin(0.4f * x + 0.1f * y);
-        if (c == 4) return 100.0f + x - y;
-        return static_cast<float>(((x * 7 + y * 13 + c * 5) % 11) - 3) * 0.7f + (x == 5 && y == 4 ? 20.f : 0.f);
-    };
-    return MakeImage(w, h, f, {"Z"});
-}
-
 class EveryStyleAndEdge : public ::testing::TestWithParam<std::tuple<int, int>> {};
 
 TEST_P(EveryStyleAndEdge, MatchesTheSpatialConvolution)

@@ -39,3 +39,14 @@ inline Ref<Image> FilterFrame(Image& src, FrameSettings s)
     ExportImage(src, *out, store, oneBand);
     return out;
 }
+
+// Values outside 0..1, alpha that varies, and a depth channel.
+inline Image* TestPlate(int w, int h)
+{
+    const auto f = [](int x, int y, int c) {
+        if (c == 3) return 0.25f + 0.5f * std::sin(0.4f * x + 0.1f * y) * std::sin(0.4f * x + 0.1f * y);
+        if (c == 4) return 100.0f + x - y;
+        return static_cast<float>(((x * 7 + y * 13 + c * 5) % 11) - 3) * 0.7f + (x == 5 && y == 4 ? 20.f : 0.f);
+    };
+    return MakeImage(w, h, f, {"Z"});
+}

@@ -4,8 +4,6 @@
 #include "frequency/FilterFrame.h"
 #include "frequency/TransformSize.h"
 
-#include <cmath>
-
 namespace {
 
 bool SevenSmooth(int n)
@@ -22,10 +20,7 @@ class SmoothSizes : public ::testing::TestWithParam<Case> {};
 TEST_P(SmoothSizes, AreSmallerSevenSmoothSidesAndGiveTheSameImage)
 {
     const Case c = GetParam();
-    Ref<Image> src(MakeImage(c.width, c.height, [](int x, int y, int k) {
-        if (k == 3) return 0.3f + 0.6f * float((x / 3 + y / 2) % 2);
-        return std::sin(0.37f * x + 1.3f * k) * std::cos(0.23f * y) + (x == 4 && y == 3 ? 15.f : 0.f) - 0.2f * k;
-    }));
+    Ref<Image> src(TestPlate(c.width, c.height));
     const TransformSize usual = TransformSizeFor(c.width, c.height, c.blurX, c.blurY, 0, TransformSizes::PowersOfTwo);
     const TransformSize t = TransformSizeFor(c.width, c.height, c.blurX, c.blurY, 0, TransformSizes::Smooth);
     EXPECT_EQ(usual.width, PowerOfTwoAbove(c.width + usual.kernelWidth));

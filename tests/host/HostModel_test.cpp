@@ -47,7 +47,7 @@ struct Recorder : ThreadedOperator {
     }
 };
 
-TEST(Input, NotifiesOnlyWhenAskedAndRefusesWhatIsNotFinite)
+TEST(Input, NotifiesOnlyWhenAskedAndInterpolatesKeyframes)
 {
     Recorder op;
     Input* quiet = op.AddNumber("Quiet");
@@ -62,12 +62,9 @@ TEST(Input, NotifiesOnlyWhenAskedAndRefusesWhatIsNotFinite)
     EXPECT_FALSE(loud->SetSource(Ref<Text>(new Text("x")).get(), 0));  // wrong data type
     // The other refusals are checked through the tool's controls (test_app).
     EXPECT_EQ(loud->Decl().CheckNumber(std::nan("")), "nan is not a finite number");
-}
 
-TEST(Input, KeyframesAreLinearBetweenAndConstantBeyond)
-{
-    Recorder op;
-    Input* in = op.AddNumber("Size");
+    // Keyframes are linear between and constant beyond.
+    Input* in = quiet;
     in->SetKeys({{10, 2.0}, {20, 6.0}});
     auto at = [&](double t) { return static_cast<Number&>(*Ref<Parameter>(in->GetSource(t))).Value(); };
     EXPECT_EQ(std::vector<double>({at(0), at(15), at(30)}), std::vector<double>({2, 4, 6}));

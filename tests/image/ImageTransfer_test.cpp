@@ -22,12 +22,10 @@ TEST(ImageTransfer, AlphaIsTheLargestOfTheThreeFilteredPlanesAndOtherChannelsPas
         for (int k = 0; k < 3; ++k) store.GetChannel(kChunkPlanes[3 + k])[x] = alphas[x][k];
     Ref<Image> out(NewImage({{IMG_Like, static_cast<const void*>(src.get())}}));
     ExportImage(*src, *out, store, kOneBand);
-    EXPECT_EQ(Sample(*out, 0, 0, 3), 0.7f);
-    EXPECT_EQ(Sample(*out, 1, 0, 3), 0.9f);
-    EXPECT_EQ(Sample(*out, 2, 0, 3), 0.4f);
-    EXPECT_EQ(Sample(*out, 1, 0, 0), 0.0f);
-    EXPECT_EQ(Sample(*out, 1, 0, 2), 2.0f);
-    EXPECT_EQ(Sample(*out, 1, 0, 4), 4.0f);
+    EXPECT_EQ((std::vector<float>{Sample(*out, 0, 0, 3), Sample(*out, 1, 0, 3), Sample(*out, 2, 0, 3)}),
+              (std::vector<float>{0.7f, 0.9f, 0.4f}));
+    EXPECT_EQ((std::vector<float>{Sample(*out, 1, 0, 0), Sample(*out, 1, 0, 2), Sample(*out, 1, 0, 4)}),
+              (std::vector<float>{0.0f, 2.0f, 4.0f}));
 }
 
 // Pitch and planes at real sizes are exercised by the whole-frame filter tests.
