@@ -1,6 +1,7 @@
-// What a render does around the filtering: console lines, the pass-through and
-// failures; frames too large for the machine fail at once with a message; long
-// runs and many tools leave nothing behind.
+// What changing the tool's controls does, and what a render does around the
+// filtering: console lines, the pass-through and failures. Frames too large for
+// the machine fail at once with a message; long runs and many tools leave
+// nothing behind.
 #include "host/EngineSettings.h"
 #include "support/ToolHarness.h"
 
@@ -8,6 +9,29 @@
 #include <tuple>
 
 namespace {
+
+TEST(ControlSet, ChoicesShowTheControlsTheyUse)
+{
+    ToolHarness h;
+    for (double v : {1.0, 0.0, 0.5, 0.49}) {
+        h.Set("Operation", v);
+        EXPECT_EQ(h.tool->convolve, v < 0.5) << v;
+        EXPECT_EQ(h.In("WienerParam")->IsVisible(), v >= 0.5) << v;
+    }
+    // Bad Bokeh, Kernel Angle and Polygon Side Count shown for each style.
+    for (const auto& [style, want] : {std::pair{2.0, "000"}, {0.0, "100"}, {1.0, "111"}, {3.0, "000"}, {4.0, "000"},
+                                      {1.9, "111"}}) {
+        h.Set("BlurStyle", style);
+        std::string shown;
+        for (const char* id : {"BadBokeh", "KernelAngle", "PolygonSideCount"})
+            shown += h.In(id)->IsVisible() ? '1' : '0';
+        EXPECT_EQ(shown, want) << style;
+    }
+    h.tool->shapeControlsEnabled = false;
+    h.Set("BlurStyle", 1);
+    EXPECT_FALSE(h.In("BadBokeh")->IsVisible() || h.In("KernelAngle")->IsVisible());
+}
+
 
 using Lines = std::vector<std::string>;
 
