@@ -34,10 +34,7 @@ KernelParams Params(int style, double badBokeh = 0.0, double degrees = 0.0, int 
     return p;
 }
 
-Ref<Image> Make(const KernelParams& p, double size, int minimumSize = 0)
-{
-    return Ref<Image>(MakeKernel(p, size, minimumSize));
-}
+Ref<Image> Make(const KernelParams& p, double size, int minimumSize = 0) { return Ref<Image>(MakeKernel(p, size, minimumSize)); }
 
 float At(const Ref<Image>& k, int x, int y) { return k->Pixel(x, y)[2]; }  // red
 

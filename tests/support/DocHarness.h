@@ -73,13 +73,8 @@ inline float Sample(const Image& img, int x, int y, int c)
     return img.Pixel(x, y)[c < 4 ? kRecordPosition[c] : c];
 }
 
-// The smallest power of two strictly greater than n: the default transform side.
-inline int PowerOfTwoAbove(int n)
-{
-    int p = 1;
-    while (p <= n) p *= 2;
-    return p;
-}
+// The smallest power of two strictly greater than n (n > 0): the default transform side.
+inline int PowerOfTwoAbove(int n) { return 1 << (32 - __builtin_clz(static_cast<unsigned>(n))); }
 
 // Red, green, blue and alpha of `got` against want(x, y, component) within float
 // rounding (1e-5 absolute plus 1e-5 relative); a failure names the worst sample.

@@ -29,7 +29,7 @@ TEST(AtomicFile, TheFinalNameHoldsTheOldFileUntilCommitThenTheNewOne)
         std::ofstream(abandoned.TempPath()) << "half";
     }
     EXPECT_EQ(fs::file_size(target), 8u);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // no temporary left
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // the abandoned one removed
     EXPECT_NE(AtomicFile((dir / "missing" / "x.exr").string()).Commit(), "");  // the system's reason
     fs::remove_all(dir);
 }

@@ -1,15 +1,19 @@
-// FrequencyArray: the transform against a direct DFT and its stages (rows known
-// to be zero left out of the forward transform, rows nobody reads left out of the
-// inverse, the column stage shared between threads), its sizes and buffers
-// (including ones earlier arrays left dirty), and use from many threads.
+// The transform against a direct DFT and its stages (rows known to be zero left
+// out of the forward transform, rows nobody reads left out of the inverse, the
+// column stage shared between threads); the arrays' sizes and buffers (including
+// ones earlier arrays left dirty) and use from many threads; the edge margins and
+// the products of spectra.
+#include "fft/EdgeExtension.h"
 #include "fft/FftBuffers.h"
 #include "fft/FftPlans.h"
 #include "fft/FrequencyArray.h"
+#include "fft/SpectrumOps.h"
 #include "fft/StagedTransform.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <complex>
 #include <cstring>
 #include <limits>
@@ -131,9 +135,7 @@ TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
 }
 
 
-struct Size {
-    std::uint32_t width, height;
-};
+struct Size { std::uint32_t width, height; };
 
 std::vector<double> RoundTrip(Size size, unsigned seed)
 {
@@ -185,6 +187,100 @@ TEST(FrequencyArray, ConcurrentUseMatchesSerialAndPlansEachSizeOnce)
         EXPECT_EQ(std::memcmp(serial.data(), concurrent[t].data(), serial.size() * sizeof(double)), 0) << t;
     }
     EXPECT_EQ(FftPlansCreated(), plansMade);
+}
+
+constexpr std::int32_t kDuplicate = 0;
+constexpr std::int32_t kWrap = 1;
+constexpr std::int32_t kBlack = 2;
+
+struct EdgeCase {
+    const char* name;
+    std::int32_t C, R, W, H, kw, kh, type;
+    double margin;                              // what the margins hold before
+    std::vector<std::vector<double>> expected;  // the whole array, row by row, worked by hand
+};
+
+std::ostream& operator<<(std::ostream& out, const EdgeCase& c) { return out << c.name; }
+
+double& At(FrequencyArray& a, std::int32_t x, std::int32_t y) { return a.data[y * (a.width + 2) + x]; }
+
+// The image is numbered 1, 2, ... row by row.
+void MakeImage(FrequencyArray& a, std::int32_t C, std::int32_t R, std::int32_t W, std::int32_t H, double margin)
+{
+    a.Create(C, R);
+    for (std::int32_t y = 0; y < R; ++y)
+        for (std::int32_t x = 0; x < C; ++x) At(a, x, y) = x < W && y < H ? 1 + x + W * y : margin;
+}
+
+class ExtendEdgesCase : public ::testing::TestWithParam<EdgeCase> {};
+
+TEST_P(ExtendEdgesCase, FillsTheMargins)
+{
+    const EdgeCase& c = GetParam();
+    FrequencyArray a;
+    MakeImage(a, c.C, c.R, c.W, c.H, c.margin);
+    ExtendEdges(a, c.W, c.H, c.kw, c.kh, c.type);
+    for (std::int32_t y = 0; y < c.R; ++y)
+        for (std::int32_t x = 0; x < c.C; ++x) EXPECT_EQ(At(a, x, y), c.expected[y][x]) << "at " << x << ", " << y;
+}
+
+// Image 1 2 3 / 4 5 6 unless it is 2 wide. The tight cases are exactly one sample
+// wider or taller than image plus kernel: there the far corner's extra column or
+// row lands on the last near one and the later write stands.
+INSTANTIATE_TEST_SUITE_P(
+    Margins, ExtendEdgesCase,
+    ::testing::Values(
+        EdgeCase{"WrapTwoColumnsOneRow", 8, 5, 3, 2, 3, 1, kWrap, 0,
+                 {{1, 2, 3, 1, 2, 0, 2, 3}, {4, 5, 6, 4, 5, 0, 5, 6}, {1, 2, 3, 1, 2, 0, 2, 3}, {0, 0, 0, 0, 0, 0, 0, 0},
+                  {4, 5, 6, 4, 5, 0, 5, 6}}},
+        EdgeCase{"DuplicateRoomy", 9, 7, 3, 2, 3, 1, kDuplicate, 0,
+                 {{1, 2, 3, 3, 3, 0, 0, 1, 1}, {4, 5, 6, 6, 6, 0, 0, 4, 4}, {4, 5, 6, 6, 6, 0, 4, 4, 4},
+                  {4, 5, 6, 0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0, 0, 0, 0}, {1, 2, 3, 3, 3, 0, 1, 1, 1},
+                  {1, 2, 3, 3, 3, 0, 1, 1, 1}}},
+        EdgeCase{"DuplicateTightBothWays", 4, 4, 2, 2, 1, 1, kDuplicate, 0,
+                 {{1, 2, 2, 1}, {3, 4, 4, 3}, {1, 2, 4, 3}, {1, 2, 2, 1}}},
+        EdgeCase{"DuplicateTightColumns", 7, 6, 3, 2, 3, 1, kDuplicate, 0,
+                 {{1, 2, 3, 3, 3, 1, 1}, {4, 5, 6, 6, 6, 4, 4}, {4, 5, 6, 6, 6, 4, 4}, {4, 5, 6, 0, 0, 0, 0},
+                  {1, 2, 3, 3, 3, 1, 1}, {1, 2, 3, 3, 3, 1, 1}}},
+        EdgeCase{"DuplicateTightRows", 5, 7, 2, 3, 1, 3, kDuplicate, 0,
+                 {{1, 2, 2, 0, 1}, {3, 4, 4, 0, 3}, {5, 6, 6, 0, 5}, {5, 6, 6, 5, 5}, {1, 2, 6, 5, 5}, {1, 2, 2, 1, 1},
+                  {1, 2, 2, 1, 1}}},
+        EdgeCase{"BlackClearsOldMargins", 5, 4, 3, 2, 3, 1, kBlack, 7,
+                 {{1, 2, 3, 0, 0}, {4, 5, 6, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}}}),
+    [](const auto& info) { return info.param.name; });
+
+using Complex = std::complex<double>;
+
+// A 2 x 2 array holds four complex bins, the spare doubles of each row included.
+void SetBins(FrequencyArray& a, const std::vector<Complex>& bins)
+{
+    a.Create(2, 2);
+    std::copy(bins.begin(), bins.end(), reinterpret_cast<Complex*>(a.data));
+}
+
+Complex Bin(const FrequencyArray& a, int j) { return {a.data[2 * j], a.data[2 * j + 1]}; }
+
+TEST(SpectrumOps, MultiplyAndWienerDivideEveryBin)
+{
+    const std::vector<Complex> i = {{1, 2}, {2, 0}, {0, 4}, {3, 3}}, k = {{3, -1}, {1, 1}, {0, 2}, {0, 0}};
+    const std::vector<Complex> product = {{5, 5}, {2, 2}, {-8, 0}, {0, 0}};
+    // w = 1: (1+2i)(3+i)/11, 2(1-i)/3, 4i(-2i)/5, and a zero bin of K gives 0.
+    const std::vector<Complex> wiener = {{1.0 / 11, 7.0 / 11}, {2.0 / 3, -2.0 / 3}, {8.0 / 5, 0}, {0, 0}};
+    FrequencyArray I, K;
+    SetBins(I, i);
+    SetBins(K, k);
+    MultiplySpectra(I, K);
+    for (int j = 0; j < 4; ++j) EXPECT_EQ(Bin(I, j), product[j]) << "bin " << j;
+    SetBins(I, i);
+    WienerDivideSpectra(I, K, 1.0);
+    for (int j = 0; j < 4; ++j) EXPECT_LT(std::abs(Bin(I, j) - wiener[j]), 1e-15) << "bin " << j;
+    // Without the constant it is plain division; a zero bin is not guarded against.
+    const std::vector<Complex> i0 = {{0.3, -1.7}, {-2, 0.5}, {1e-3, 4}, {1, 0}}, k0 = {{-0.8, 0.6}, {3, 0}, {1e-3, -1e-4}, {0, 0}};
+    SetBins(I, i0);
+    SetBins(K, k0);
+    WienerDivideSpectra(I, K, 0.0);
+    for (int j = 0; j < 3; ++j) EXPECT_LT(std::abs(Bin(I, j) - i0[j] / k0[j]), 1e-12 * std::abs(i0[j] / k0[j])) << j;
+    EXPECT_TRUE(std::isnan(I.data[6]));
 }
 
 }  // namespace

@@ -1,0 +1,255 @@
+// The program end to end, on files made here and read back with OpenImageIO:
+// renders; describe, kernel, and where plug-ins come from; and the conditions a
+// pipeline throws at it (non-finite pixels, writing over the input, a write that
+// fails part way through a sequence).
+#include "ProgramRunner.h"
+#include "app/PfmFile.h"
+
+#include <OpenImageIO/imagebufalgo.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using OIIO::TypeDesc;
+
+struct FormatCase {
+    const char* name;
+    const char* ext;
+    std::vector<std::string> channels;
+    TypeDesc format;
+    bool hdr;
+    double meanTolerance = 0.0;  // lossy formats: the mean difference allowed; 0: bit for bit (JPEG
+                                 // loses chroma detail again on every save)
+};
+
+std::string PrintName(const ::testing::TestParamInfo<FormatCase>& info) { return info.param.name; }
+void PrintTo(const FormatCase& c, std::ostream* os) { *os << c.name; }
+
+void WriteInput(const OIIO::ImageBuf& picture, const std::string& path, TypeDesc format)
+{
+    if (!IsPfmPath(path)) return WriteFile(picture, path, format);
+    const OIIO::ImageSpec& s = picture.spec();
+    std::vector<float> px(static_cast<std::size_t>(s.width) * s.height * s.nchannels);
+    picture.get_pixels(picture.roi(), TypeDesc::FLOAT, px.data());
+    ASSERT_EQ(WritePfm(path, s.width, s.height, s.nchannels, px.data()), "");
+}
+
+class FormatRoundTrip : public ::testing::TestWithParam<FormatCase> {};
+
+// With every size at its default the tool copies its input, so the file that
+// comes out must hold what went in, in the same layout and data type. A real
+// blur keeps the layout too, spreads the bright points, averages alpha and
+// passes other channels through untouched.
+TEST_P(FormatRoundTrip, PassThroughKeepsThePixelsAndABlurKeepsTheLayout)
+{
+    const FormatCase& c = GetParam();
+    ScratchFolder dir;
+    OIIO::ImageBuf picture = TestPicture(23, 17, c.channels, c.hdr);
+    const bool exr = std::string(c.ext) == ".exr";
+    if (exr) {
+        picture.specmod().attribute("Note", "kept");
+        picture.specmod().attribute("PixelAspectRatio", 2.0f);
+    }
+    const std::string in = dir / (std::string("in") + c.ext), out = dir / (std::string("out") + c.ext);
+    const std::string blurred = dir / (std::string("blurred") + c.ext);
+    WriteInput(picture, in, c.format);
+    for (const auto& args : {std::vector<std::string>{"render", in, out},
+                             {"render", in, blurred, "--size", "3", "--unit", "absolute"}}) {
+        const RunResult r = RunLumivane(dir, args);
+        ASSERT_EQ(r.status, 0) << r.err;
+    }
+    const OIIO::ImageBuf before = ReadFile(in), after = ReadFile(out), result = ReadFile(blurred);
+    for (const OIIO::ImageBuf* o : {&after, &result}) {
+        EXPECT_EQ(o->spec().channelnames, before.spec().channelnames);
+        EXPECT_EQ(o->nativespec().format, before.nativespec().format);
+    }
+    if (c.meanTolerance > 0.0) {
+        EXPECT_LE(OIIO::ImageBufAlgo::compare(before, after, 1.0f, 1.0f).meanerror, c.meanTolerance);
+    } else {
+        const Difference d = Compare(before, after);
+        EXPECT_EQ(d.worst, 0.0) << d;
+    }
+    if (exr) {
+        EXPECT_EQ(after.spec().get_string_attribute("Note"), "kept");
+        EXPECT_EQ(after.spec().get_float_attribute("PixelAspectRatio"), 2.0f);
+    }
+    EXPECT_GT(Compare(before, result).worst, 0.05) << "nothing was blurred";
+    for (int ch = 0; ch < before.spec().nchannels; ++ch) {
+        const std::string& name = before.spec().channelnames[ch];
+        if (name == "A") {  // alpha of 0.5 and 1 averages to something in between
+            EXPECT_GT(result.getchannel(10, 10, 0, ch), 0.5f);
+            EXPECT_LT(result.getchannel(10, 10, 0, ch), 1.0f);
+        }
+        for (int y = 0; name == "Z" && y < 17; ++y)
+            for (int x = 0; x < 23; ++x) ASSERT_EQ(result.getchannel(x, y, 0, ch), before.getchannel(x, y, 0, ch));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Formats, FormatRoundTrip,
+    ::testing::Values(FormatCase{"ExrHalfRgba", ".exr", {"R", "G", "B", "A"}, TypeDesc::HALF, true},
+                      FormatCase{"ExrFloatRgbaDepth", ".exr", {"R", "G", "B", "A", "Z"}, TypeDesc::FLOAT, true},
+                      FormatCase{"ExrGrey", ".exr", {"Y"}, TypeDesc::HALF, true},
+                      FormatCase{"ExrTwoChannels", ".exr", {"R", "G"}, TypeDesc::FLOAT, false},
+                      FormatCase{"Tiff16", ".tif", {"R", "G", "B"}, TypeDesc::UINT16, false},
+                      FormatCase{"Tiff16GreyAlpha", ".tif", {"Y", "A"}, TypeDesc::UINT16, false},
+                      FormatCase{"TiffFloatRgba", ".tif", {"R", "G", "B", "A"}, TypeDesc::FLOAT, true},
+                      FormatCase{"Png8Rgba", ".png", {"R", "G", "B", "A"}, TypeDesc::UINT8, false},
+                      FormatCase{"PngGrey", ".png", {"Y"}, TypeDesc::UINT8, false},
+                      FormatCase{"Jpeg", ".jpg", {"R", "G", "B"}, TypeDesc::UINT8, false, 0.04},
+                      FormatCase{"Dpx16", ".dpx", {"R", "G", "B"}, TypeDesc::UINT16, false},
+                      FormatCase{"RadianceHdr", ".hdr", {"R", "G", "B"}, TypeDesc::FLOAT, true},
+                      FormatCase{"PfmRgb", ".pfm", {"R", "G", "B"}, TypeDesc::FLOAT, true},
+                      FormatCase{"PfmGrey", ".pfm", {"Y"}, TypeDesc::FLOAT, true}),
+    PrintName);
+
+float Red(const OIIO::ImageBuf& img, int x, int y) { return img.getchannel(x, y, 0, 0); }
+
+// Keys in a flow give each frame its own size, and the file's pixel aspect ratio
+// narrows it horizontally; the options given with the flow, keys and all, saved
+// with --save-flow render the same frames again.
+TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
+{
+    ScratchFolder dir;
+    OIIO::ImageBuf plate(OIIO::ImageSpec(33, 33, 4, TypeDesc::FLOAT));  // one bright pixel in the middle
+    const float dark[4] = {0, 0, 0, 1}, bright[4] = {100, 100, 100, 1};
+    for (int y = 0; y < 33; ++y)
+        for (int x = 0; x < 33; ++x) plate.setpixel(x, y, x == 16 && y == 16 ? bright : dark);
+    plate.specmod().attribute("PixelAspectRatio", 2.0f);
+    for (const char* f : {"plate.0001.exr", "plate.0002.exr", "plate.0003.exr"}) WriteFile(plate, dir / f, TypeDesc::FLOAT);
+    std::ofstream(dir / "keys.json") << R"({"format": "lumivane-flow", "version": 1, "tools": [
+        {"class": "tevrinworks.Lumivane2",
+         "inputs": {"BlurSizeUnit": 1, "BlurSizeX": {"keys": [[1, 1.0], [3, 9.0]]}},
+         "connections": {"input": "plate.####.exr"}}],
+      "program": {"output": "out.####.exr", "frames": "1-3"}})";
+    const RunResult r = RunLumivane(dir, {"render", "--flow", "keys.json", "--style", "polygon", "--sides", "5",
+                                          "--set", "PerChannel=0", "--set", "BlueBlurSizeX=20", "--edges", "wrap",
+                                          "--bad-bokeh", "0.3", "--depth", "half", "--set", "ScaleBlurAspect=1",
+                                          "--save-flow", "look.json"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const float centre[3] = {Red(ReadFile(dir / "out.0001.exr"), 16, 16), Red(ReadFile(dir / "out.0002.exr"), 16, 16),
+                             Red(ReadFile(dir / "out.0003.exr"), 16, 16)};
+    EXPECT_EQ(centre[0], 100.0f);  // a size of one pixel leaves red alone
+    EXPECT_LT(centre[1], 0.5f * centre[0]);
+    EXPECT_LT(centre[2], 0.5f * centre[1]);
+    EXPECT_GT(centre[2], 0.0f);
+    const OIIO::ImageBuf last = ReadFile(dir / "out.0003.exr");
+    int wide = 0, tall = 0;
+    for (int i = 0; i < 33; ++i) wide += Red(last, i, 16) > 0.01f, tall += Red(last, 16, i) > 0.01f;
+    EXPECT_TRUE(wide == 5 && tall == 9) << wide << " by " << tall;  // the pixels are twice as wide as tall
+
+    std::filesystem::rename(dir / "out.0002.exr", dir / "first.exr");
+    const RunResult again = RunLumivane(dir, {"render", "--flow", "look.json"});
+    ASSERT_EQ(again.status, 0) << again.err;
+    const OIIO::ImageBuf a = ReadFile(dir / "first.exr"), b = ReadFile(dir / "out.0002.exr");
+    EXPECT_EQ(b.nativespec().format, TypeDesc::HALF);
+    const Difference d = Compare(a, b);
+    EXPECT_EQ(d.worst, 0.0) << d;
+}
+
+namespace fs = std::filesystem;
+
+TEST(DescribeCommand, ListsTheToolAsTheHostHoldsIt)
+{
+    ScratchFolder dir;
+    const RunResult text = RunLumivane(dir, {"describe"});
+    ASSERT_EQ(text.status, 0) << text.err;
+    for (const char* part : {"Lumivane 2 (tevrinworks.Lumivane2)", "category:    Nimbrel", "Page \"Info\"",
+                             "PolygonSideCount", "m_outImageput"})
+        EXPECT_NE(text.out.find(part), std::string::npos) << part;
+
+    const RunResult js = RunLumivane(dir, {"describe", "--json"});
+    ASSERT_EQ(js.status, 0) << js.err;
+    const auto doc = nlohmann::json::parse(js.out);
+    ASSERT_EQ(doc["tools"].size(), 1u);
+    const auto& controls = doc["tools"][0]["pages"][0]["controls"];
+    ASSERT_EQ(controls.size(), 17u);
+    EXPECT_EQ(controls[13]["entries"][3], "Airy Disk");  // BlurStyle
+    EXPECT_EQ(controls[15]["min"], 3.0);                 // PolygonSideCount
+    EXPECT_EQ(controls[8]["visible"], false);  // GreenBlurSizeY while the R/G/B lock is on
+}
+
+TEST(KernelCommand, WritesTheKernelOfEachColour)
+{
+    ScratchFolder dir;
+    const RunResult r = RunLumivane(dir, {"kernel", "k.exr", "--unit", "absolute", "--size", "7", "--set",
+                                          "PerChannel=0", "--set", "BlueBlurSizeX=11", "--style", "gaussian"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const OIIO::ImageBuf k = ReadFile(dir / "k.exr");
+    // As large as the largest kernel, blue's: 11 by 11, since with X and Y
+    // locked each colour's Y size is its X size.
+    ASSERT_EQ(k.spec().width, 11);
+    EXPECT_EQ(k.spec().height, 11);
+    for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(k.getchannel(5, 5, 0, c), 1.0f) << "channel " << c;
+    EXPECT_EQ(k.getchannel(0, 5, 0, 0), 0.0f);  // red is 7 wide, centred in 11
+    EXPECT_GT(k.getchannel(0, 5, 0, 2), 0.0f);  // blue fills the width
+
+    // Relative sizes are percent of --width: 5% of 200 pixels is 10, whose kernel is 11 wide.
+    const RunResult rel = RunLumivane(dir, {"kernel", "r.exr", "--width", "200", "--size", "5"});
+    ASSERT_EQ(rel.status, 0) << rel.err;
+    EXPECT_EQ(ReadFile(dir / "r.exr").spec().width, 11);
+}
+
+TEST(Plugins, ABrokenModuleIsSkippedWithAWarningAndAFolderWithoutTheToolIsAFileError)
+{
+    ScratchFolder dir;
+    fs::create_directory(dir / "plugins");
+    fs::create_directory(dir / "empty");
+    fs::copy_file(fs::path(LUMIVANE_PLUGIN_FOLDER_FOR_TESTS) / "Lumivane2.plugin", dir / "plugins/Lumivane2.plugin");
+    std::ofstream(dir / "plugins/Broken.plugin") << "not a module";
+    WriteFile(TestPicture(8, 8, {"R", "G", "B"}, false), dir / "in.exr", OIIO::TypeDesc::HALF);
+    const RunResult r = RunLumivane(dir, {"--plugins", "plugins", "render", "in.exr", "out.exr", "--size", "30"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("warning: cannot load plug-in"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Broken.plugin"), std::string::npos) << r.err;
+    EXPECT_TRUE(fs::exists(dir / "out.exr"));
+    const RunResult none = RunLumivane(dir, {"render", "in.exr", "out2.exr", "--plugins", "empty"});
+    EXPECT_EQ(none.status, 3) << none.err;
+    EXPECT_NE(none.err.find("no plug-in module provides a tool (searched: empty"), std::string::npos) << none.err;
+}
+
+TEST(Reliability, NonFinitePixelsSpreadThroughTheirChannelOnly)
+{
+    ScratchFolder dir;
+    OIIO::ImageBuf picture = TestPicture(16, 16, {"R", "G", "B", "A"}, false);
+    const float bad[4] = {std::numeric_limits<float>::quiet_NaN(), 0.5f, std::numeric_limits<float>::infinity(), 1.0f};
+    picture.setpixel(3, 3, bad);
+    WriteFile(picture, dir / "bad.exr", OIIO::TypeDesc::FLOAT);
+    const RunResult r = RunLumivane(dir, {"render", "bad.exr", "out.exr", "--size", "10"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const OIIO::ImageBuf out = ReadFile(dir / "out.exr");
+    EXPECT_TRUE(std::isnan(out.getchannel(12, 12, 0, 0)));  // the transform mixes every sample of a plane
+    EXPECT_TRUE(std::isfinite(out.getchannel(12, 12, 0, 1)));
+    EXPECT_FALSE(std::isfinite(out.getchannel(12, 12, 0, 2)));
+}
+
+TEST(Reliability, OutputMayReplaceTheInput)
+{
+    ScratchFolder dir;
+    const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
+    WriteFile(picture, dir / "shot.exr", OIIO::TypeDesc::HALF);
+    const RunResult r = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
+    EXPECT_EQ(dir.Files(), std::vector<std::string>{"shot.exr"});
+}
+
+TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
+{
+    ScratchFolder dir;
+    // Frame 1 is small enough for the file-size limit below, frame 2 is not:
+    // the write fails as it would on a full disk.
+    WriteFile(TestPicture(8, 8, {"R", "G", "B", "A"}, false), dir / "f.0001.exr", OIIO::TypeDesc::FLOAT);
+    WriteFile(TestPicture(400, 300, {"R", "G", "B", "A"}, true), dir / "f.0002.exr", OIIO::TypeDesc::FLOAT);
+    std::filesystem::create_directory(dir / "out");
+    const RunResult r =
+        RunLumivane(dir, {"render", "f.####.exr", "out/o.####.exr", "--frames", "1-2", "--size", "2", "-k"},
+                    "ulimit -f 64");
+    EXPECT_EQ(r.status, 3) << r.err;
+    EXPECT_NE(r.err.find("out/o.0002.exr"), std::string::npos) << r.err;
+    EXPECT_EQ(dir.Files("out"), std::vector<std::string>{"o.0001.exr"});
+    EXPECT_EQ(ReadFile(dir / "out/o.0001.exr").spec().width, 8);
+}
+
+}  // namespace
