@@ -76,7 +76,8 @@ public:
     {
         if (!t.is_object()) Fail(where, "expected an object with \"class\", \"name\" and \"inputs\"");
         if (!t.contains("class") || !t["class"].is_string()) Fail(where + ".class", "expected the tool's class ID");
-        const std::string name = t.value("name", std::string());
+        if (t.contains("name") && !t["name"].is_string()) Fail(where + ".name", "expected a text");
+        const std::string name = t.contains("name") ? t["name"].get<std::string>() : std::string();
         Operator* tool = nullptr;
         try {
             tool = doc.AddTool(FuID(t["class"].get<std::string>()), name);
@@ -156,7 +157,7 @@ json LoadFlow(FusionDoc& doc, const std::string& path)
         throw std::runtime_error(path + ": not a valid flow file: " + e.what());
     }
     FlowReader reader(path);
-    if (!flow.is_object() || flow.value("format", std::string()) != kFormat)
+    if (!flow.is_object() || !flow.contains("format") || flow["format"] != kFormat)
         reader.Fail("format", std::string("expected \"") + kFormat + "\"");
     if (!flow.contains("version") || !flow["version"].is_number_integer() || flow["version"].get<int>() != kVersion)
         reader.Fail("version", "expected " + std::to_string(kVersion));
