@@ -12,23 +12,29 @@ using OIIO::ImageSpec;
 using OIIO::TypeDesc;
 
 double EncodeSrgb(double v) { return v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1.0 / 2.4) - 0.055; }
+double DecodeSrgb(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
 
-// A black/white edge down the middle, alpha `alpha` (stored unassociated in PNG).
+constexpr double kGrey = 128.0 / 255;  // the dark side, as encoded
+
+// A grey/white edge down the middle: as encoded in an 8-bit PNG with alpha
+// (stored unassociated), or as linear light in a float EXR.
 void WriteEdge(const std::string& path, TypeDesc format, float alpha)
 {
     ImageBuf buf(ImageSpec(24, 3, 4, TypeDesc::FLOAT));
+    const float grey = static_cast<float>(format == TypeDesc::FLOAT ? DecodeSrgb(kGrey) : kGrey);
     for (int y = 0; y < 3; ++y)
         for (int x = 0; x < 24; ++x) {
-            const float v = x < 12 ? 0.0f : (format == TypeDesc::FLOAT ? alpha : 1.0f);
+            const float v = (x < 12 ? grey : 1.0f) * alpha;  // OpenImageIO takes colour premultiplied
             const float px[4] = {v, v, v, alpha};
             buf.setpixel(x, y, px);
         }
     WriteFile(buf, path, format);
 }
 
-// Light is filtered linearly: the edge's ramp, filtered as stored (0 and 1 are
-// the same in either encoding), is encoded to sRGB on the way out, whether the
-// input was an sRGB PNG with alpha or a linear EXR.
+// Light is filtered linearly: the edge's ramp (how far each pixel is from
+// grey to white, found filtering the stored values) is laid between the two
+// in linear light and encoded to sRGB on the way out, whether the input was an
+// sRGB PNG with alpha or a linear EXR.
 TEST(Plates, EncodedColourIsFilteredInLinearLight)
 {
     ScratchFolder dir;
@@ -48,7 +54,8 @@ TEST(Plates, EncodedColourIsFilteredInLinearLight)
         render(in, "out.png", {});
         const ImageBuf out = ReadFile(dir / "out.png");
         for (int x = 6; x < 18; ++x) {
-            const double linear = ramp.getchannel(x, 1, 0, 0) / ramp.getchannel(x, 1, 0, 3);
+            const double t = (ramp.getchannel(x, 1, 0, 0) / ramp.getchannel(x, 1, 0, 3) - kGrey) / (1 - kGrey);
+            const double linear = DecodeSrgb(kGrey) + t * (1 - DecodeSrgb(kGrey));
             // Read back premultiplied at 8 bits, which costs up to another 0.8 of a code.
             const double stored = out.getchannel(x, 1, 0, 0) / out.getchannel(x, 1, 0, 3);
             EXPECT_NEAR(stored, EncodeSrgb(linear), 1.5 / 255) << in << " at x " << x;
