@@ -12,7 +12,6 @@ namespace {
 constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
 constexpr const char* kWorkingRole = "scene_linear";
 constexpr const char* kLinear = "linear";
-constexpr const char* kIntegerDefault = "sRGB";
 constexpr int kSamples = 65536;  // one per 16-bit code, which holds every 8-bit code too
 
 // Calls `convert` on each row's colour, unpremultiplied, as interleaved red,

@@ -25,6 +25,8 @@ public:
     ColourSpaces();
 
     const std::string& Working() const { return m_working; }
+    // What integer data holds unless its file says otherwise.
+    static constexpr const char* kIntegerDefault = "sRGB";
     // What a file says its colour is ("oiio:ColorSpace"); failing that, sRGB
     // for integer data and the working space for float data.
     std::string OfFile(const OIIO::ImageSpec& layout) const;

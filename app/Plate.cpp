@@ -179,11 +179,11 @@ std::vector<std::string> Plate::Write(const std::string& path, const std::vector
     ImageSpec like = m_like;
     std::string space;
     if (!m_space.empty()) {
-        const bool sameKind = HoldsFloat(path, depth.value_or(out->Depth)) == like.format.is_floating_point();
-        space = !m_options.colourOut.empty() ? m_options.colourOut
-                : sameKind                   ? m_space
-                : HoldsFloat(path, depth.value_or(out->Depth)) ? m_colour.Working()
-                                                               : std::string("sRGB");
+        const bool floatOut = HoldsFloat(path, depth.value_or(out->Depth));
+        space = !m_options.colourOut.empty()                  ? m_options.colourOut
+                : floatOut == like.format.is_floating_point() ? m_space
+                : floatOut                                    ? m_colour.Working()
+                                                              : std::string(ColourSpaces::kIntegerDefault);
         like.attribute(kColourSpaceAttribute, space);
     }
     for (std::size_t k = 0; k < m_layers.size(); ++k) {
