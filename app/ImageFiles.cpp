@@ -4,6 +4,8 @@
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
 
+#include <OpenImageIO/strutil.h>
+
 
 #include <algorithm>
 #include <cctype>
@@ -23,6 +25,7 @@ namespace {
 
 constexpr const char* kAspectAttribute = "PixelAspectRatio";
 constexpr const char* kBitsAttribute = "oiio:BitsPerSample";
+constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
 // Set by a reader asked to keep unassociated alpha as stored, and telling a
 // writer that the data is unassociated.
 constexpr const char* kUnassociatedAttribute = "oiio:UnassociatedAlpha";
@@ -115,15 +118,20 @@ int ImageExtraFor(const Image& image, const ChannelRoles& roles, int k)
 // Narrows `layout` to the channels a file format can hold: without alpha when it
 // has none, without extra channels when it holds a fixed set, and always red,
 // green and blue when it holds nothing else (grey is then spread to all three).
-void KeepChannels(ImageSpec& layout, bool alpha, bool extras, bool colourOnly)
+// Returns the names of the channels left out.
+std::vector<std::string> KeepChannels(ImageSpec& layout, bool alpha, bool extras, bool colourOnly)
 {
+    std::vector<std::string> dropped;
     const ChannelRoles roles = RolesOf(layout);
     std::vector<std::string> names;
     std::vector<TypeDesc> formats;
     int alphaIndex = -1, zIndex = -1;
     for (int c = 0; c < layout.nchannels; ++c) {
         const Role role = roles.role[c];
-        if ((role == Role::Alpha && !alpha) || (role == Role::Extra && !extras)) continue;
+        if ((role == Role::Alpha && !alpha) || (role == Role::Extra && !extras)) {
+            dropped.push_back(layout.channelnames[c]);
+            continue;
+        }
         const TypeDesc format = layout.channelformat(c);
         if (role == Role::Grey && colourOnly) {
             for (const char* n : {"R", "G", "B"}) {
@@ -143,6 +151,7 @@ void KeepChannels(ImageSpec& layout, bool alpha, bool extras, bool colourOnly)
     layout.channelformats = perChannel ? formats : std::vector<TypeDesc>{};
     layout.alpha_channel = alphaIndex;
     layout.z_channel = zIndex;
+    return dropped;
 }
 
 // The image's pixels in the channels `layout` describes.
@@ -198,6 +207,10 @@ ImageFile ReadImageFile(const std::string& path)
     if (!in) throw FileError("cannot read " + path + ": " + OIIO::geterror());
     ImageFile file;
     file.layout = in->spec();
+    // Debian 12's PNM reader calls every file Rec709, float maps too, which
+    // hold linear light by convention.
+    if (std::string(in->format_name()) == "pnm" && file.layout.format.is_floating_point())
+        file.layout.erase_attribute(kColourSpaceAttribute);
     const ImageSpec& layout = file.layout;
     if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
     if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
@@ -245,7 +258,19 @@ ImageSpec DefaultSpec(const Image& image)
     return layout;
 }
 
-void WriteImageFile(const std::string& path, const Image& image, const ImageSpec& like, std::optional<int> depth)
+bool HoldsFloat(const std::string& path, int depth)
+{
+    const bool asked = depth == IMDP_Float16 || depth == IMDP_Float32;
+    if (IsPfmPath(path)) return true;
+    const std::unique_ptr<OIIO::ImageOutput> out = OIIO::ImageOutput::create(path);
+    if (!out) return asked;  // writing will say why
+    const std::string format = out->format_name();
+    if (format == "openexr" || format == "hdr") return true;
+    return asked && (format == "tiff" || format == "dpx");
+}
+
+std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const ImageSpec& like,
+                                        std::optional<int> depth)
 {
     CheckOutputFolder(path);
     ImageSpec layout = like;
@@ -269,13 +294,14 @@ void WriteImageFile(const std::string& path, const Image& image, const ImageSpec
 
     const bool pfm = IsPfmPath(path);
     std::unique_ptr<OIIO::ImageOutput> out;
+    std::vector<std::string> dropped;
     if (pfm) {
-        KeepChannels(layout, false, false, false);
+        dropped = KeepChannels(layout, false, false, false);
     } else {
         out = OIIO::ImageOutput::create(path);
         if (!out) throw FileError("cannot write " + path + ": " + OIIO::geterror());
         const std::string format = out->format_name();
-        KeepChannels(layout, out->supports("alpha"), out->supports("nchannels"), format == "hdr");
+        dropped = KeepChannels(layout, out->supports("alpha"), out->supports("nchannels"), format == "hdr");
         if (!out->supports("tiles")) layout.tile_width = layout.tile_height = layout.tile_depth = 0;
         if (!out->supports("channelformats")) layout.channelformats.clear();
         // PNG holds 8 or 16 bits; float data keeps the most of itself in 16.
@@ -290,6 +316,12 @@ void WriteImageFile(const std::string& path, const Image& image, const ImageSpec
         layout.attribute(kUnassociatedAttribute, 1);
     }
 
+    std::vector<std::string> warnings;
+    const std::string formatName = pfm ? "pfm" : out->format_name();
+    if (!dropped.empty())
+        warnings.push_back(path + ": " + formatName + " cannot hold " + std::to_string(dropped.size()) +
+                           " of the channels, left out: " + OIIO::Strutil::join(dropped, ", "));
+
     PendingFile pending(path);
     if (pfm) {
         const std::string why = WritePfm(pending.TempPath(), layout.width, layout.height, layout.nchannels, pixels.data());
@@ -300,11 +332,19 @@ void WriteImageFile(const std::string& path, const Image& image, const ImageSpec
             return FileError("cannot write " + path + ": " + why);
         };
         if (!out->open(pending.TempPath(), layout)) throw fail(out->geterror());
+        const TypeDesc written = out->spec().format;
+        if (depth && written != FormatOf(*depth))
+            warnings.push_back(path + ": " + formatName + " cannot hold --depth " + DepthName(*depth) +
+                               " data, written as " + written.c_str());
         if (!out->write_image(TypeDesc::FLOAT, pixels.data())) throw fail(out->geterror());
         if (!out->close()) throw fail(out->geterror());
         out.reset();
     }
     pending.Commit();
+    if (pfm && depth && *depth != IMDP_Float32)
+        warnings.push_back(path + ": pfm cannot hold --depth " + std::string(DepthName(*depth)) +
+                           " data, written as float");
+    return warnings;
 }
 
 void CheckOutputFolder(const std::string& path)

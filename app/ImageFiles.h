@@ -25,6 +25,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 struct ImageFile {
     Ref<Image> image;
@@ -42,10 +43,15 @@ OIIO::ImageSpec DefaultSpec(const Image& image);
 // Writes `image` laid out like `like`, with its metadata, to a temporary file
 // beside `path` that is renamed to `path` once complete. `depth` (an
 // ImageDepth) overrides the image's own. The format follows the extension.
-// Throws a file ProgramError naming the file, with OpenImageIO's reason; no
-// file is left behind then.
-void WriteImageFile(const std::string& path, const Image& image, const OIIO::ImageSpec& like,
-                    std::optional<int> depth = std::nullopt);
+// Returns warnings naming `path` and what its format could not hold: channels
+// left out, or a data type other than `depth`. Throws a file ProgramError
+// naming the file, with OpenImageIO's reason; no file is left behind then.
+std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const OIIO::ImageSpec& like,
+                                        std::optional<int> depth = std::nullopt);
+
+// Whether the format `path` names stores `depth` (an ImageDepth) as floating
+// point: OpenEXR, Radiance HDR and PFM always do, TIFF and DPX when asked.
+bool HoldsFloat(const std::string& path, int depth);
 
 // Throws a file ProgramError when the folder `path` would be written into does
 // not exist or cannot be written, so a frame fails before it is rendered.

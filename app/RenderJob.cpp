@@ -4,6 +4,7 @@
 #include "app/FramePattern.h"
 #include "app/ImageFiles.h"
 #include "app/Interrupt.h"
+#include "app/Plate.h"
 #include "app/Plugins.h"
 #include "app/Progress.h"
 #include "app/ToolConsole.h"
@@ -163,7 +164,8 @@ int RunRender(const RenderOptions& opt)
         progress.Info("saved flow " + opt.saveFlow);
     }
 
-    ImageSource sources, kernels;
+    PlateSource sources(opt.plate);
+    ImageSource kernels;
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
@@ -175,16 +177,23 @@ int RunRender(const RenderOptions& opt)
         try {
             const std::string out = job.outPattern->At(frame);
             CheckOutputFolder(out);
-            const ImageFile& source = sources.At(*job.inPattern, frame);
-            sourceInput->SetSource(source.image.get(), time);
+            const Plate& plate = sources.At(*job.inPattern, frame);
             if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
 
-            Ref<Parameter> result = doc.Render(tool, time);
-            if (InterruptRequested()) break;  // the frame is dropped, not written
-            if (!result) throw RenderError(frameConsole.Why());
-            const auto* image = dynamic_cast<const Image*>(result.get());
-            if (!image) throw RenderError("the tool's output is not an image");
-            WriteImageFile(out, *image, source.layout, job.outDepth);
+            // The frame, then each chosen layer, through the same tool at the same time.
+            std::vector<Ref<Parameter>> results;
+            std::vector<const Image*> images;
+            for (const Ref<Image>& layer : plate.Sources()) {
+                sourceInput->SetSource(layer.get(), time);
+                results.push_back(doc.Render(tool, time));
+                if (InterruptRequested()) break;  // the frame is dropped, not written
+                if (!results.back()) throw RenderError(frameConsole.Why());
+                images.push_back(dynamic_cast<const Image*>(results.back().get()));
+                if (!images.back()) throw RenderError("the tool's output is not an image");
+            }
+            if (InterruptRequested()) break;
+            for (const std::string& warning : plate.Write(out, images, job.outDepth))
+                if (sources.FirstTime(warning)) progress.Warning(warning);
             ++rendered;
             progress.FrameDone(frame, out);
         } catch (const std::exception& e) {

@@ -1,5 +1,6 @@
 #pragma once
 // `lumivane render`: one image, or a sequence frame by frame, through the tool.
+#include "app/Plate.h"
 #include "app/Settings.h"
 
 #include <string>
@@ -15,6 +16,7 @@ struct RenderOptions {
     std::string saveFlow;
     std::string plugins;
     std::vector<Setting> settings;  // in command-line order
+    PlateOptions plate;
     bool keepGoing = false;
     bool verbose = false;
     bool quiet = false;

@@ -30,7 +30,7 @@ constexpr const char* kSetOption = "--set";
 
 constexpr FriendlyOption kFriendly[] = {
     {"--size", "SIZE", nullptr,
-     "Blur size (BlurSizeX): percent of the image width, or pixels with --unit absolute",
+     "Blur size (BlurSizeX): percent of the frame width, or pixels with --unit absolute",
      {{"BlurSizeX", nullptr}, {}}},
     {"--size-y", "SIZE", nullptr,
      "Vertical blur size (BlurSizeY); releases the X/Y lock first (LockXY=0), which copies the X size to Y",

@@ -109,6 +109,7 @@ int main(int argc, char** argv)
     renderCmd->add_flag("-k,--keep-going", render.keepGoing, "Go on with the other frames after a frame fails");
     renderCmd->add_flag("-v,--verbose", render.verbose, "Show the tool's progress lines");
     renderCmd->add_flag("-q,--quiet", render.quiet, "Show errors only");
+    AddPlateOptions(*renderCmd, render.plate);
     AddSettingOptions(*renderCmd);
 
     KernelOptions kernel;

@@ -126,9 +126,10 @@ void blur_size_interface::ReadBlurSizes(Request* req, Image* image)
         double x = ValueOf(sizeXInputs[c], req);
         double y = xyLocked ? x : ValueOf(sizeYInputs[c], req);
         if (relativeUnit) {
-            // Both axes scale with the width, so a relative size means the same
-            // kernel whatever the image's shape.
-            const double w = image->Width / 100.0;
+            // Both axes scale with the frame's width, so a relative size means
+            // the same kernel whatever the image's shape, and whatever overscan
+            // or bounding box its raster has.
+            const double w = image->FrameWidth / 100.0;
             x = w * x;
             y = w * y;
         }

@@ -1,8 +1,8 @@
 #pragma once
 // The blur size controls: per colour and per axis, with an R/G/B lock and an
-// X/Y lock, a unit (percent of the image width, or pixels) and an optional
-// correction for the pixel aspect. At render time they become the blur size
-// record: sizes in pixels, each at least 1.
+// X/Y lock, a unit (percent of the width of the image's frame, or pixels) and
+// an optional correction for the pixel aspect. At render time they become the
+// blur size record: sizes in pixels, each at least 1.
 #include "host/Request.h"
 
 class Image;

@@ -58,7 +58,8 @@ void CheckSize(int w, int h)
 }  // namespace
 
 Image::Image(int width, int height, int depth, std::vector<std::string> extraChannels)
-    : Width((CheckSize(width, height), width)), Height(height), Depth(depth), m_extra(std::move(extraChannels))
+    : Width((CheckSize(width, height), width)), Height(height), Depth(depth), FrameWidth(width),
+      m_extra(std::move(extraChannels))
 {
     const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * PixelStride();
     m_data.reset(new float[n ? n : 1]());
@@ -74,6 +75,7 @@ Image* Image::CopyOfImage(bool /*copyMetadataOnly*/) const
     auto* copy = new Image(Width, Height, Depth, m_extra);
     copy->XScale = XScale;
     copy->YScale = YScale;
+    copy->FrameWidth = FrameWidth;
     std::memcpy(copy->m_data.get(), m_data.get(),
                 sizeof(float) * static_cast<std::size_t>(Width) * Height * PixelStride());
     return copy;
@@ -110,6 +112,8 @@ Image* Image::ResizeOfImage(const TagList& tags) const
     auto* out = new Image(w, h, Depth, m_extra);
     out->XScale = XScale;
     out->YScale = YScale;
+    // The frame scales with the raster.
+    out->FrameWidth = Width > 0 ? static_cast<int>(std::lround(static_cast<double>(FrameWidth) * w / Width)) : w;
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) {
             float* dst = out->Pixel(x, y);
@@ -135,6 +139,7 @@ Image* NewImage(const TagList& tags)
     if (like) {
         img->XScale = like->XScale;
         img->YScale = like->YScale;
+        if (w == like->Width) img->FrameWidth = like->FrameWidth;
     }
     return img;
 }

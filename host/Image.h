@@ -46,6 +46,11 @@ public:
     int Depth;
     double XScale = 1.0;  // horizontal component of the pixel aspect
     double YScale = 1.0;  // vertical component of the pixel aspect
+    // The width of the frame the image belongs to (a compositor's display
+    // window), which sizes relative to the image refer to. The raster may be
+    // wider (overscan) or cover more than a bounding box would; by default the
+    // frame is the raster.
+    int FrameWidth;
 
     const std::vector<std::string>& ExtraChannels() const { return m_extra; }
     int PixelStride() const { return 4 + static_cast<int>(m_extra.size()); }  // floats per pixel

@@ -1,0 +1,222 @@
+#include "app/Plate.h"
+
+#include "app/ExitCodes.h"
+
+#include <CLI/CLI.hpp>
+#include <OpenImageIO/strutil.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+using OIIO::ImageSpec;
+using OIIO::Strutil::iequals;
+
+namespace {
+
+constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
+constexpr const char* kAllLayers = "all";
+constexpr const char* kColourChannels[4] = {"R", "G", "B", "A"};
+
+// The layers among `extras`, in the order their first channel comes: each
+// name with the channel indices under it and their own names.
+struct FoundLayer {
+    std::string name;
+    std::vector<std::pair<std::string, int>> channels;
+};
+
+std::vector<FoundLayer> FindLayers(const std::vector<std::string>& extras)
+{
+    std::vector<FoundLayer> layers;
+    for (int i = 0; i < static_cast<int>(extras.size()); ++i) {
+        const std::string& full = extras[i];
+        const auto dot = full.rfind('.');
+        const std::string name = dot == std::string::npos ? full : full.substr(0, dot);
+        const std::string channel = dot == std::string::npos ? full : full.substr(dot + 1);
+        auto it = std::find_if(layers.begin(), layers.end(), [&](const FoundLayer& l) { return l.name == name; });
+        if (it == layers.end()) it = layers.insert(layers.end(), FoundLayer{name, {}});
+        it->channels.emplace_back(channel, i);
+    }
+    return layers;
+}
+
+// A colour layer's red, green, blue and alpha; for a data layer, its first
+// three channels, a lone channel standing for all three (written back from red).
+Layer MakeLayer(const FoundLayer& found)
+{
+    Layer layer;
+    layer.name = found.name;
+    for (int c = 0; c < 4; ++c)
+        for (const auto& [channel, index] : found.channels)
+            if (iequals(channel, kColourChannels[c])) layer.slot[c] = index;
+    layer.colour = layer.slot[0] >= 0 && layer.slot[1] >= 0 && layer.slot[2] >= 0;
+    if (layer.colour) return layer;
+    std::fill(std::begin(layer.slot), std::end(layer.slot), -1);
+    for (int c = 0; c < 3; ++c) {
+        const std::size_t k = found.channels.size() == 1 ? 0 : static_cast<std::size_t>(c);
+        if (k < found.channels.size()) layer.slot[c] = found.channels[k].second;
+    }
+    return layer;
+}
+
+std::string LayerList(const std::vector<FoundLayer>& found)
+{
+    std::vector<std::string> names;
+    for (const FoundLayer& f : found) names.push_back(f.name + (MakeLayer(f).colour ? "" : " (data)"));
+    return names.empty() ? "none besides RGBA" : OIIO::Strutil::join(names, ", ");
+}
+
+// The layers `chosen` names, in the file's order.
+std::vector<Layer> ChooseLayers(const std::vector<std::string>& extras, const std::string& chosen,
+                                const std::string& path)
+{
+    const std::vector<FoundLayer> found = FindLayers(extras);
+    std::vector<Layer> layers;
+    if (chosen.empty()) return layers;
+    std::vector<std::string> names;
+    for (const auto& n : OIIO::Strutil::splits(chosen, ","))
+        if (!OIIO::Strutil::strip(n).empty()) names.push_back(OIIO::Strutil::strip(n));
+    const bool all = names.size() == 1 && iequals(names[0], kAllLayers);
+    for (const std::string& name : names) {
+        const bool known = std::any_of(found.begin(), found.end(), [&](const FoundLayer& f) { return f.name == name; });
+        if (!all && !known && !iequals(name, "RGBA"))
+            throw UsageError("--layers " + chosen + ": " + path + " has no layer \"" + name +
+                             "\"; its layers: " + LayerList(found));
+    }
+    for (const FoundLayer& f : found) {
+        Layer layer = MakeLayer(f);
+        if (all ? layer.colour : std::find(names.begin(), names.end(), f.name) != names.end())
+            layers.push_back(layer);
+    }
+    return layers;
+}
+
+// `image` laid over the union of its data window and the frame, black outside.
+Ref<Image> OverUnion(const Ref<Image>& image, const ImageSpec& data, const ImageSpec& over)
+{
+    if (over.width == data.width && over.height == data.height) return image;
+    Ref<Image> out(new Image(over.width, over.height, image->Depth, image->ExtraChannels()));
+    out->XScale = image->XScale;
+    out->YScale = image->YScale;
+    const std::size_t row = sizeof(float) * static_cast<std::size_t>(image->Width) * image->PixelStride();
+    for (int y = 0; y < image->Height; ++y)
+        std::memcpy(out->Pixel(data.x - over.x, data.y - over.y + y), image->Pixel(0, y), row);
+    return out;
+}
+
+}  // namespace
+
+void AddPlateOptions(CLI::App& command, PlateOptions& options)
+{
+    const std::string group = "Colour and layers";
+    auto* in = command.add_option("--colorspace-in", options.colourIn,
+                                  "Colour space of the input (default: what the file says, else sRGB for "
+                                  "integer data and linear for float)")
+                   ->type_name("NAME")
+                   ->group(group);
+    auto* out = command.add_option("--colorspace-out", options.colourOut,
+                                   "Colour space to write (default: the input's for the same kind of data, "
+                                   "else linear for float and sRGB for integer files)")
+                    ->type_name("NAME")
+                    ->group(group);
+    command.add_flag("--raw", options.raw, "Filter the values as stored, with no colour conversion")
+        ->excludes(in)
+        ->excludes(out)
+        ->group(group);
+    command.add_option("--layers", options.layers,
+                       "Layers to filter besides RGBA: all (every colour layer) or names separated by commas")
+        ->type_name("all|NAME,...")
+        ->group(group);
+}
+
+Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& options, const ColourSpaces& colour)
+    : m_options(options), m_colour(colour), m_like(file.layout)
+{
+    const ImageSpec& data = file.layout;
+    if (m_like.full_width <= 0 || m_like.full_height <= 0) {
+        m_like.full_x = data.x;
+        m_like.full_y = data.y;
+        m_like.full_width = data.width;
+        m_like.full_height = data.height;
+    }
+    m_like.x = std::min(data.x, m_like.full_x);
+    m_like.y = std::min(data.y, m_like.full_y);
+    m_like.width = std::max(data.x + data.width, m_like.full_x + m_like.full_width) - m_like.x;
+    m_like.height = std::max(data.y + data.height, m_like.full_y + m_like.full_height) - m_like.y;
+
+    Ref<Image> frame = OverUnion(file.image, data, m_like);
+    file.image = Ref<Image>();
+    frame->FrameWidth = m_like.full_width;
+    if (!options.raw) {
+        m_space = options.colourIn.empty() ? colour.OfFile(data) : options.colourIn;
+        colour.ToWorking(*frame, m_space, path);
+    }
+
+    m_layers = ChooseLayers(frame->ExtraChannels(), options.layers, path);
+    m_sources.push_back(frame);
+    for (const Layer& layer : m_layers) {
+        Ref<Image> image(new Image(frame->Width, frame->Height, frame->Depth));
+        image->XScale = frame->XScale;
+        image->YScale = frame->YScale;
+        image->FrameWidth = frame->FrameWidth;
+        for (int y = 0; y < frame->Height; ++y)
+            for (int x = 0; x < frame->Width; ++x) {
+                const float* extra = frame->Pixel(x, y) + 4;
+                float* p = image->Pixel(x, y);
+                for (int c = 0; c < 3; ++c) p[kRecordPosition[c]] = layer.slot[c] >= 0 ? extra[layer.slot[c]] : 0.0f;
+                p[3] = layer.slot[3] >= 0 ? extra[layer.slot[3]] : 1.0f;
+            }
+        // Data is not light: depth, normals and IDs keep their values.
+        if (layer.colour && !m_space.empty()) colour.ToWorking(*image, m_space, path);
+        m_sources.push_back(image);
+    }
+}
+
+std::vector<std::string> Plate::Write(const std::string& path, const std::vector<const Image*>& results,
+                                      std::optional<int> depth) const
+{
+    Ref<Image> out(results.at(0)->CopyOfImage());
+    ImageSpec like = m_like;
+    std::string space;
+    if (!m_space.empty()) {
+        const bool floatOut = HoldsFloat(path, depth.value_or(out->Depth));
+        space = !m_options.colourOut.empty()                  ? m_options.colourOut
+                : floatOut == like.format.is_floating_point() ? m_space
+                : floatOut                                    ? m_colour.Working()
+                                                              : std::string(ColourSpaces::kIntegerDefault);
+        like.attribute(kColourSpaceAttribute, space);
+    }
+    for (std::size_t k = 0; k < m_layers.size(); ++k) {
+        const Layer& layer = m_layers[k];
+        Ref<Image> result(results.at(k + 1)->CopyOfImage());
+        if (layer.colour && !space.empty()) m_colour.FromWorking(*result, space);
+        for (int y = 0; y < out->Height; ++y)
+            for (int x = 0; x < out->Width; ++x) {
+                float* extra = out->Pixel(x, y) + 4;
+                const float* p = result->Pixel(x, y);
+                // A lone data channel stands for all three colours; it comes back from red.
+                for (int c = 3; c >= 0; --c)
+                    if (layer.slot[c] >= 0) extra[layer.slot[c]] = p[kRecordPosition[c]];
+            }
+    }
+    if (!space.empty()) m_colour.FromWorking(*out, space);
+    return WriteImageFile(path, *out, like, depth);
+}
+
+PlateSource::PlateSource(const PlateOptions& options) : m_options(options)
+{
+    if (!options.colourIn.empty()) m_colour.Check(options.colourIn, "--colorspace-in");
+    if (!options.colourOut.empty()) m_colour.Check(options.colourOut, "--colorspace-out");
+}
+
+const Plate& PlateSource::At(const FramePattern& pattern, int frame)
+{
+    const std::string path = pattern.At(frame);
+    if (path != m_path || !m_plate) {
+        m_plate.reset();
+        m_path.clear();
+        m_plate = std::make_unique<Plate>(ReadImageFile(path), path, m_options, m_colour);
+        m_path = path;
+    }
+    return *m_plate;
+}
