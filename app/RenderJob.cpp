@@ -190,7 +190,6 @@ int RunRender(const RenderOptions& opt)
             if (opt.dryRun) {  // the first frame's figures, and nothing written
                 doc.PreCalc(tool, time);
                 if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
-                ++rendered;
                 break;
             }
             Ref<Parameter> result = doc.Render(tool, time);
