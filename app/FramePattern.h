@@ -50,7 +50,7 @@ public:
     int Count() const { return static_cast<int>(m_frames.size()); }
 
 private:
-    std::vector<int> m_frames{0};
+    std::vector<int> m_frames{0};  // a still: one render, at time 0
 };
 
 // The frames of the files that `pattern` names in its folder, sorted: the
