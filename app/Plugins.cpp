@@ -6,16 +6,35 @@
 #include "util/Text.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
 #ifndef LUMIVANE_PLUGIN_FOLDER
 #error "LUMIVANE_PLUGIN_FOLDER must name the folder the plug-in modules are built into"
 #endif
+#ifndef LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM
+#error "LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM must name the installed plug-in folder relative to the program's"
+#endif
+
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char* kPathVariable = "LUMIVANE_PLUGIN_PATH";
+
+// An installed program finds its plug-ins beside itself, wherever the install
+// was moved; one in the build tree has no such folder and uses the build's.
+std::string DefaultPluginFolder()
+{
+    std::error_code ec;
+    const fs::path program = fs::read_symlink("/proc/self/exe", ec);
+    if (!ec) {
+        const fs::path installed = (program.parent_path() / LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM).lexically_normal();
+        if (fs::is_directory(installed, ec)) return installed.string();
+    }
+    return LUMIVANE_PLUGIN_FOLDER;
+}
 
 }  // namespace
 
@@ -29,7 +48,7 @@ std::vector<std::string> PluginFolders(const std::string& option)
             if (!f.empty()) folders.push_back(f);
         if (!folders.empty()) return folders;
     }
-    return {LUMIVANE_PLUGIN_FOLDER};
+    return {DefaultPluginFolder()};
 }
 
 PluginHost::PluginHost(const std::vector<std::string>& folders, const std::function<void(const std::string&)>& warn)

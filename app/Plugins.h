@@ -1,7 +1,9 @@
 #pragma once
 // The plug-in modules and the document the tools live in.
 //
-// Modules are loaded from the folder built into the program, unless folders are
+// Modules are loaded from the installed plug-in folder found from the program's
+// own file (<prefix>/lib/lumivane/plugins beside <prefix>/bin), or in the build
+// tree from the folder they are built into, unless folders are
 // named on purpose: --plugins DIR, or else LUMIVANE_PLUGIN_PATH (folders
 // separated by ':'). The current folder is never searched unless named. A
 // module that fails to load is reported as a warning and skipped.

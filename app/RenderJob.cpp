@@ -7,6 +7,7 @@
 #include "app/Plate.h"
 #include "app/Plugins.h"
 #include "app/Progress.h"
+#include "app/SequencePlan.h"
 #include "app/ToolConsole.h"
 #include "host/Flow.h"
 
@@ -66,7 +67,7 @@ struct Job {
     std::string input, output, kernel, frames, depth;  // as given, for saving
     std::optional<FramePattern> inPattern, outPattern, kernelPattern;
     std::optional<int> outDepth;
-    FrameRange range;
+    FrameList frameList;
     bool sequence = false;
 };
 
@@ -91,10 +92,15 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     Job job;
     job.input = !opt.input.empty() ? opt.input : source.Connection();
     job.kernel = !opt.kernel.empty() ? opt.kernel : kernel.Connection();
-    job.output = !opt.output.empty() ? opt.output : FromProgram(program, kFlowOutput);
+    job.output = !opt.output.empty() ? opt.output : PathFromFlow(opt.flow, FromProgram(program, kFlowOutput));
     job.frames = !opt.frames.empty() ? opt.frames : FromProgram(program, kFlowFrames);
     job.depth = !opt.depth.empty() ? opt.depth : FromProgram(program, kFlowDepth);
     const std::string fromFlow = opt.flow.empty() ? "" : " (nor in the flow " + opt.flow + ")";
+    if (opt.saveOnly) {
+        // A flow may hold controls alone; its frames are found when it is rendered.
+        if (!job.frames.empty()) job.frameList = *FramesToRender(job.frames, FramePattern(""));
+        return job;
+    }
     if (job.input.empty()) throw UsageError("no INPUT image given" + fromFlow);
     if (job.output.empty()) throw UsageError("no OUTPUT file given" + fromFlow);
 
@@ -103,21 +109,19 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     if (!job.kernel.empty()) job.kernelPattern = Pattern("--kernel", job.kernel);
     if (!job.depth.empty()) job.outDepth = ParseDepth(job.depth);
 
-    job.sequence = !job.frames.empty();
+    const std::optional<FrameList> frames = FramesToRender(job.frames, *job.inPattern);
+    job.sequence = frames.has_value();
     if (job.sequence) {
-        try {
-            job.range = FrameRange::Parse(job.frames);
-        } catch (const std::invalid_argument& e) {
-            throw UsageError(std::string("--frames: ") + e.what());
-        }
+        job.frameList = *frames;
     } else {
         for (const auto* p : {&job.inPattern, &job.outPattern, &job.kernelPattern})
             if (*p && (*p)->HasFrameField())
                 throw UsageError((*p)->Text() + " names a sequence: say which frames with --frames FIRST-LAST");
     }
-    if (job.range.Count() > 1 && !job.outPattern->HasFrameField())
-        throw UsageError("OUTPUT " + job.output + " has no frame field (#### or %04d) but --frames " + job.frames +
-                         " asks for " + std::to_string(job.range.Count()) + " frames");
+    if (job.frameList.Count() > 1 && !job.outPattern->HasFrameField())
+        throw UsageError("OUTPUT " + job.output + " has no frame field (#### or %04d) but " +
+                         (job.frames.empty() ? "INPUT " + job.input + " has" : "--frames " + job.frames + " asks for") +
+                         " " + std::to_string(job.frameList.Count()) + " frames");
     return job;
 }
 
@@ -126,7 +130,7 @@ void SaveJobFlow(const FusionDoc& doc, const Job& job, Input& source, Input& ker
     source.SetConnection(job.input);
     kernel.SetConnection(job.kernel);
     json keep = json::object();
-    keep[kFlowOutput] = job.output;
+    if (!job.output.empty()) keep[kFlowOutput] = PathForFlow(path, job.output);
     if (!job.frames.empty()) keep[kFlowFrames] = job.frames;
     if (!job.depth.empty()) keep[kFlowDepth] = job.depth;
     try {
@@ -140,7 +144,7 @@ void SaveJobFlow(const FusionDoc& doc, const Job& job, Input& source, Input& ker
 
 int RunRender(const RenderOptions& opt)
 {
-    Progress progress(opt.quiet, opt.verbose);
+    Progress progress(opt.quiet, opt.verbose || opt.dryRun);
     PluginHost host(PluginFolders(opt.plugins), [&](const std::string& w) { progress.Warning(w); });
     FusionDoc& doc = host.Doc();
     FrameConsole frameConsole;
@@ -158,28 +162,38 @@ int RunRender(const RenderOptions& opt)
     const Job job = PlanJob(opt, *sourceInput, *kernelInput, program);
 
     // After the flow's values, in command-line order, at the first frame's time.
-    ApplySettings(*tool, opt.settings, job.range.first);
+    ApplySettings(*tool, opt.settings, job.frameList.First());
     if (!opt.saveFlow.empty()) {
         SaveJobFlow(doc, job, *sourceInput, *kernelInput, opt.saveFlow);
         progress.Info("saved flow " + opt.saveFlow);
     }
+    if (opt.saveOnly) return ExitStatus(Exit::Success);
+    if (opt.verbose || opt.dryRun) progress.Info("plug-in module " + host.ModuleOf(tool->Reg()->ID().str()));
 
     PlateSource sources(opt.plate);
     ImageSource kernels;
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
-    progress.Begin(job.range.Count(), job.sequence);
-    for (int frame = job.range.first; frame <= job.range.last && !InterruptRequested(); ++frame) {
+    progress.Begin(job.frameList.Count(), job.sequence);
+    for (const int frame : job.frameList.Frames()) {
+        if (InterruptRequested()) break;
         progress.FrameStarted(frame);
         const TimeStamp time = frame;
         frameConsole.Clear();
         try {
             const std::string out = job.outPattern->At(frame);
-            CheckOutputFolder(out);
+            if (opt.mkdir && !opt.dryRun) MakeOutputFolder(out);
+            if (!opt.dryRun) CheckOutputFolder(out);
             const Plate& plate = sources.At(*job.inPattern, frame);
             if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
 
+            if (opt.dryRun) {  // the first frame's figures, and nothing written
+                sourceInput->SetSource(plate.Sources().front().get(), time);
+                doc.PreCalc(tool, time);
+                if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
+                break;
+            }
             // The frame, then each chosen layer, through the same tool at the same time.
             std::vector<Ref<Parameter>> results;
             std::vector<const Image*> images;
@@ -210,7 +224,7 @@ int RunRender(const RenderOptions& opt)
     kernelInput->SetSource(nullptr, 0.0);
 
     const bool interrupted = InterruptRequested();
-    progress.Finish(rendered, failures, interrupted);
+    if (!opt.dryRun) progress.Finish(rendered, failures, interrupted);
     if (interrupted) return ExitStatus(Exit::Interrupted);
     return ExitStatus(firstFailure.value_or(Exit::Success));
 }

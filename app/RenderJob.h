@@ -10,7 +10,7 @@ struct RenderOptions {
     std::string input;   // file name or frame pattern; may come from --flow
     std::string output;  // file name or frame pattern; may come from --flow
     std::string kernel;  // optional kernel image: a still or a pattern
-    std::string frames;  // "FIRST-LAST" or "FRAME"
+    std::string frames;  // a frame list (FramePattern.h); empty: INPUT's frames on disk
     std::string depth;   // "8", "16", "half", "float"; empty: the input's
     std::string flow;
     std::string saveFlow;
@@ -20,6 +20,9 @@ struct RenderOptions {
     bool keepGoing = false;
     bool verbose = false;
     bool quiet = false;
+    bool mkdir = false;     // make missing output folders
+    bool dryRun = false;    // the first frame's figures, no render, no file
+    bool saveOnly = false;  // write saveFlow and stop (`lumivane flow save`)
 };
 
 // Renders every frame and returns the exit status (ExitCodes.h): 0 only when

@@ -33,7 +33,8 @@ constexpr FriendlyOption kFriendly[] = {
      "Blur size (BlurSizeX): percent of the frame width, or pixels with --unit absolute",
      {{"BlurSizeX", nullptr}, {}}},
     {"--size-y", "SIZE", nullptr,
-     "Vertical blur size (BlurSizeY); releases the X/Y lock first (LockXY=0), which copies the X size to Y",
+     "Vertical blur size (BlurSizeY); releases the X/Y lock first (LockXY=0), which after a flow's lock "
+     "copies the X size to Y before this size is set (on a new tool it copies nothing)",
      {{"LockXY", "0"}, {"BlurSizeY", nullptr}}},
     {"--unit", "UNIT", "relative,absolute", "Blur size unit (BlurSizeUnit): relative (percent of width) or absolute (pixels)",
      {{"BlurSizeUnit", nullptr}, {}}},

@@ -1,6 +1,7 @@
 // lumivane: renders images and sequences through the Lumivane 2 tool plug-in.
 #include "app/Describe.h"
 #include "app/ExitCodes.h"
+#include "app/FlowCommand.h"
 #include "app/Interrupt.h"
 #include "app/KernelCommand.h"
 #include "app/RenderJob.h"
@@ -98,8 +99,9 @@ int main(int argc, char** argv)
     renderCmd->add_option("OUTPUT", render.output, "Output image or frame pattern; the extension picks the format");
     renderCmd->add_option("--kernel", render.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
-    renderCmd->add_option("--frames", render.frames, "Frames to render, e.g. 1-24; the frame number is the time")
-        ->type_name("FIRST-LAST");
+    renderCmd->add_option("--frames", render.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: "
+                                                     "INPUT's frames on disk); the frame number is the time")
+        ->type_name("LIST");
     renderCmd->add_option("--depth", render.depth, "Output data depth (default: the input's)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
     renderCmd->add_option("--flow", render.flow, "Load controls, keys and file names from a saved flow")
@@ -107,7 +109,11 @@ int main(int argc, char** argv)
     renderCmd->add_option("--save-flow", render.saveFlow, "Save the controls and file names as a flow")
         ->type_name("FILE");
     renderCmd->add_flag("-k,--keep-going", render.keepGoing, "Go on with the other frames after a frame fails");
-    renderCmd->add_flag("-v,--verbose", render.verbose, "Show the tool's progress lines");
+    renderCmd->add_flag("-v,--verbose", render.verbose,
+                        "Show the plug-in module, and per frame the blur sizes in pixels, transform sizes, "
+                        "memory estimate and the tool's progress lines");
+    renderCmd->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
+    renderCmd->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
     renderCmd->add_flag("-q,--quiet", render.quiet, "Show errors only");
     AddPlateOptions(*renderCmd, render.plate);
     AddSettingOptions(*renderCmd);
@@ -123,6 +129,9 @@ int main(int argc, char** argv)
     kernelCmd->add_option("--depth", kernel.depth, "Output data depth (default: float)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
     AddSettingOptions(*kernelCmd);
+
+    RenderOptions flowSave;
+    CLI::App* flowSaveCmd = AddFlowCommand(app, flowSave);
 
     DescribeOptions describe;
     CLI::App* describeCmd = app.add_subcommand("describe", "List the loaded tools with their pages and controls");
@@ -142,6 +151,11 @@ int main(int argc, char** argv)
             render.settings = SettingsInCommandLineOrder(*renderCmd);
             render.plugins = global.plugins;
             return RunRender(render);
+        }
+        if (flowSaveCmd->parsed()) {
+            flowSave.settings = SettingsInCommandLineOrder(*flowSaveCmd);
+            flowSave.plugins = global.plugins;
+            return RunRender(flowSave);
         }
         if (kernelCmd->parsed()) {
             kernel.settings = SettingsInCommandLineOrder(*kernelCmd);

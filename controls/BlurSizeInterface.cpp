@@ -16,9 +16,14 @@ void SetLabel(Input* in, const char* label) { in->SetAttrs({{LINKS_Name, label},
 
 void SetVisible(Input* in, bool shown) { in->SetAttrs({{IC_Visible, shown ? 1 : 0}, {TAG_DONE}}); }
 
-// Gives `to` the source `from` has at `time`.
+// Gives `to` what `from` holds: its keys when it is animated, so the copy
+// follows it over the whole shot, else its value at `time`.
 void CopySource(Input* from, Input* to, TimeStamp time)
 {
+    if (from->IsAnimated()) {
+        to->SetKeys(from->Keys());
+        return;
+    }
     if (Parameter* src = from->GetSource(time)) {
         to->SetSource(src, time, 0, nullptr);
         src->Recycle();
@@ -79,14 +84,10 @@ void blur_size_interface::UpdateBlurSizeControls(Input* changed, Parameter* valu
     } else if (perChannelInput && changed == perChannelInput) {
         if (on != channelsLocked) {
             if (channelsLocked) {
-                Parameter* x = sizeXInputs[0]->GetSource(time);
-                Parameter* y = sizeYInputs[0]->GetSource(time);
                 for (int c = 1; c < 3; ++c) {
-                    if (x) sizeXInputs[c]->SetSource(x, time, 0, nullptr);
-                    if (y) sizeYInputs[c]->SetSource(y, time, 0, nullptr);
+                    CopySource(sizeXInputs[0], sizeXInputs[c], time);
+                    CopySource(sizeYInputs[0], sizeYInputs[c], time);
                 }
-                if (x) x->Recycle();
-                if (y) y->Recycle();
             }
             channelsLocked = on;
         }

@@ -49,13 +49,13 @@ struct AlphaReport {
 
 }  // namespace
 
-void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource)
+FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride)
 {
-    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
+    FrameMemory m;
     const std::uint64_t w = static_cast<std::uint64_t>(plan.imageWidth);
     const std::uint64_t h = static_cast<std::uint64_t>(plan.imageHeight);
-    const std::uint64_t planes = kChunks * ((w + 3) / 4 * 4) * h * sizeof(float);
-    const std::uint64_t output = w * h * static_cast<std::uint64_t>(pixelStride) * sizeof(float);
+    m.planes = kChunks * ((w + 3) / 4 * 4) * h * sizeof(float);
+    m.output = w * h * static_cast<std::uint64_t>(pixelStride) * sizeof(float);
 
     // Each distinct kernel spectrum lives for the whole render; each worker
     // holds one image array while it filters.
@@ -74,12 +74,19 @@ void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limi
     }
     const int filtering = plan.spectra->AlphaShared() ? 4 : kChunks;
     const int inFlight = std::min<int>(filtering, static_cast<int>(plan.threads));
-    const std::uint64_t arrays = spectra + static_cast<std::uint64_t>(inFlight) * largest;
-    const std::uint64_t total = planes + output + arrays;
-    if (total > limit)
-        throw std::runtime_error("the frame needs about " + mib(total) + " (" + std::to_string(kChunks) +
-                                 " planes " + mib(planes) + ", " + std::to_string(distinct + inFlight) +
-                                 " transform arrays " + mib(arrays) + ", the output image " + mib(output) +
+    m.arrayCount = distinct + inFlight;
+    m.arrays = spectra + static_cast<std::uint64_t>(inFlight) * largest;
+    return m;
+}
+
+void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource)
+{
+    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
+    const FrameMemory m = EstimateFrameMemory(plan, pixelStride);
+    if (m.Total() > limit)
+        throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (" + std::to_string(kChunks) +
+                                 " planes " + mib(m.planes) + ", " + std::to_string(m.arrayCount) +
+                                 " transform arrays " + mib(m.arrays) + ", the output image " + mib(m.output) +
                                  ") but " + limitSource + " is " + mib(limit));
 }
 

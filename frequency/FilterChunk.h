@@ -37,6 +37,16 @@ void ShareKernels(KernelSpectra& spectra, const double sizeX[3], const double si
 // name. The caller owns it.
 Image* ObtainKernel(const ChunkPlan& plan, std::int32_t colour);
 
+// What one frame needs at its peak, in bytes: the image planes, the transform
+// arrays in flight (distinct kernel spectra plus one image array per busy
+// worker) and the output image.
+struct FrameMemory {
+    std::uint64_t planes = 0, arrays = 0, output = 0;
+    int arrayCount = 0;
+    std::uint64_t Total() const { return planes + arrays + output; }
+};
+FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride);
+
 // Throws, naming the sizes, when the frame would need more memory than `limit`
 // (whose origin `limitSource` names), before anything large is allocated.
 void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 using json = nlohmann::ordered_json;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -104,7 +105,7 @@ public:
                 if (!in || !in->Decl().IsImage())
                     Fail(where + ".connections." + id, "the tool has no image input \"" + id + "\"");
                 if (!value.is_string()) Fail(where + ".connections." + id, "expected a text");
-                in->SetConnection(value.get<std::string>());
+                in->SetConnection(PathFromFlow(m_path, value.get<std::string>()));
             }
         }
     }
@@ -115,6 +116,28 @@ private:
 
 }  // namespace
 
+std::string PathFromFlow(const std::string& flowPath, const std::string& name)
+{
+    const fs::path file(name);
+    if (name.empty() || file.is_absolute()) return name;
+    return (fs::path(flowPath).parent_path() / file).lexically_normal().string();
+}
+
+std::string PathForFlow(const std::string& flowPath, const std::string& name)
+{
+    if (name.empty()) return name;
+    std::error_code ec;
+    const fs::path file = fs::absolute(name, ec).lexically_normal();
+    const fs::path folder = fs::absolute(flowPath, ec).lexically_normal().parent_path();
+    if (ec) return name;
+    const fs::path relative = file.lexically_relative(folder);
+    // At most one step up: further out, the file is not part of the shot and
+    // stays where it is when the shot moves.
+    auto part = relative.begin();
+    const bool near = !relative.empty() && (*part != ".." || (++part != relative.end() && *part != ".."));
+    return near ? relative.string() : file.string();
+}
+
 void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program)
 {
     json flow{{"format", kFormat}, {"version", kVersion}, {"tools", json::array()}};
@@ -122,7 +145,7 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program
         json inputs = json::object(), connections = json::object();
         for (const auto& in : tool->Inputs()) {
             if (in->Decl().IsImage()) {
-                if (!in->Connection().empty()) connections[in->ID().str()] = in->Connection();
+                if (!in->Connection().empty()) connections[in->ID().str()] = PathForFlow(path, in->Connection());
             } else {
                 inputs[in->ID().str()] = SaveInput(*in);
             }

@@ -10,17 +10,31 @@
 //    "program": {...}}
 //
 // "program" holds whatever the program that saved the flow keeps with it.
+//
+// File names in a flow are relative to the flow's own folder, so that a shot
+// folder holding its flow and its images can be moved or used from anywhere.
+// In memory (Input::Connection) they are names the program can open as they
+// are: relative to its working folder, or absolute.
 #include <nlohmann/json.hpp>
 
 #include <string>
 
 class FusionDoc;
 
-// Writes to a temporary file beside `path` and renames it, so a failed save
+// A file name read from the flow `flowPath` as the program opens it: an
+// absolute name as it is, a relative one taken from the flow's folder.
+std::string PathFromFlow(const std::string& flowPath, const std::string& name);
+// A file name as the flow `flowPath` keeps it: relative to the flow's folder
+// when the file is in that folder, below it, or below the folder above it (a
+// shot folder with flows/ and plates/), else absolute. Frame fields pass
+// through unchanged; no file needs to exist.
+std::string PathForFlow(const std::string& flowPath, const std::string& name);
+
+// Image connections are written with PathForFlow. Writes to a temporary file beside `path` and renames it, so a failed save
 // never leaves a half-written flow. Throws std::runtime_error naming the file.
 void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ordered_json& program = {});
 
-// Adds the flow's tools to `doc`. Each tool is created as a user would create
+// Adds the flow's tools to `doc`, their connections read with PathFromFlow. Each tool is created as a user would create
 // it, then its saved values are applied in the order of the file, each with
 // the change notification a user's edit would send. Values are taken as the
 // host holds them (a flow can be saved with any value a script set), so only

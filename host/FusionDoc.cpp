@@ -108,3 +108,9 @@ Ref<Parameter> FusionDoc::Render(Operator* tool, TimeStamp time)
     }
     return out ? out->Take() : Ref<Parameter>();
 }
+
+void FusionDoc::PreCalc(Operator* tool, TimeStamp time)
+{
+    Request req(time);
+    tool->PreCalcProcess(&req);
+}

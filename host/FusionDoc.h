@@ -11,6 +11,8 @@
 
 // Console sub-IDs tools print with.
 constexpr int CONSOLE_Progress = 40;
+// Facts about a render (its sizes, the memory it needs), for whoever asks.
+constexpr int CONSOLE_Info = 50;
 constexpr int CONSOLE_Error = 60;
 
 struct ConsoleLine {
@@ -44,6 +46,9 @@ public:
     // Renders `tool` at `time` and hands over what it set on its main output
     // (null when it set nothing).
     Ref<Parameter> Render(Operator* tool, TimeStamp time);
+    // Asks `tool` what a render at `time` would take, without rendering
+    // (Operator::PreCalcProcess). Whatever it finds goes to the console.
+    void PreCalc(Operator* tool, TimeStamp time);
 
 private:
     mutable std::mutex m_consoleMutex;

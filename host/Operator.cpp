@@ -42,6 +42,8 @@ void Operator::Process(Request*)
     throw std::runtime_error("the tool \"" + (m_reg ? m_reg->Name() : m_name) + "\" cannot render");
 }
 
+void Operator::PreCalcProcess(Request*) {}
+
 void Operator::ReportInitialValues()
 {
     for (const auto& in : m_inputs) {

@@ -34,6 +34,10 @@ public:
     virtual void NotifyChanged(Input* in, Parameter* param, TimeStamp time, const TagList* tags);
     // Called by the host once per render request.
     virtual void Process(Request* req);
+    // Called instead of Process when the host wants to know what a render
+    // would take (image sizes, memory) without its pixels. Does nothing
+    // unless the tool says otherwise.
+    virtual void PreCalcProcess(Request* req);
 
     // Right after construction the host reports the value of every control
     // created with INP_InitialNotify through NotifyChanged, in creation order.

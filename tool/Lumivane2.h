@@ -26,6 +26,9 @@ public:
     ~Lumivane2() override;
 
     void Process(Request* req) override;
+    // Reads the controls and images as a render would and prints the blur
+    // sizes, transform sizes and memory estimate, without transforming.
+    void PreCalcProcess(Request* req) override;
     void NotifyChanged(Input* in, Parameter* param, TimeStamp time, const TagList* tags) override;
     void ProcessChunk(Request* req, std::int32_t chunk) override;
 
@@ -80,6 +83,11 @@ public:
 private:
     void CreateControls();
     ChunkPlan Plan();
+    // Every counted kernel is one pixel, so the render is a copy.
+    bool OnePixelKernels() const;
+    // Shares the kernels and makes the chunk plan, then prints what the frame
+    // takes as an info line: blur sizes in pixels, transform sizes, memory.
+    void PlanFrame();
     // Throws, naming the sizes, when the frame would need more memory than the
     // host allows, before anything large is allocated.
     void CheckFrameMemory() const;

@@ -5,12 +5,14 @@
 #include "image/ImageTransfer.h"
 #include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
+#include "util/Text.h"
 
 #include <stdexcept>
 
 namespace {
 
 constexpr double kDegreesToRadians = 0.017453292519943295;
+constexpr const char* kCopyLine = "Lumivane 2: blur size in pixels 1 x 1; no transform, the image is copied\n";
 
 }  // namespace
 
@@ -42,17 +44,12 @@ void Lumivane2::Process(Request* req)
         print(CONSOLE_Progress, "Lumivane 2: Starting\n");
         ReadRenderState(req);
 
-        double largestX = 0.0, largestY = 0.0;
-        for (int c = 0; c < (channelsLocked ? 1 : 3); ++c) {
-            if (blurSizeX[c] > largestX) largestX = blurSizeX[c];
-            if (blurSizeY[c] > largestY) largestY = blurSizeY[c];
-        }
-        if (largestX <= 1.0 && largestY <= 1.0) {
-            // Every counted kernel is one pixel: nothing to filter, kernel image or not.
+        if (OnePixelKernels()) {
+            // Nothing to filter, kernel image or not.
+            print(CONSOLE_Info, kCopyLine);
             outputImage = sourceImage->CopyOfImage(false);
         } else {
-            ShareKernels();
-            chunkPlan = Plan();
+            PlanFrame();
             CheckFrameMemory();
             ApplyHostFftSettings();
             channelStore.Allocate(sourceImage->Width, sourceImage->Height);
@@ -73,6 +70,54 @@ void Lumivane2::Process(Request* req)
     } catch (const std::exception& e) {
         if (outputImage) outputImage->Recycle();
         outputImage = nullptr;
+        if (doc) doc->PrintF(CONSOLE_Error, "Lumivane 2: %s\n", e.what());
+    }
+}
+
+bool Lumivane2::OnePixelKernels() const
+{
+    double largestX = 0.0, largestY = 0.0;
+    for (int c = 0; c < (channelsLocked ? 1 : 3); ++c) {
+        if (blurSizeX[c] > largestX) largestX = blurSizeX[c];
+        if (blurSizeY[c] > largestY) largestY = blurSizeY[c];
+    }
+    return largestX <= 1.0 && largestY <= 1.0;
+}
+
+void Lumivane2::PlanFrame()
+{
+    ShareKernels();
+    chunkPlan = Plan();
+    FusionDoc* doc = Document();
+    if (!doc) return;
+    std::string sizes, transforms;
+    for (int c = 0; c < 3; ++c) {
+        const std::string colour = std::string(c ? ", " : "") + "RGB"[c] + " ";
+        sizes += colour + FormatNumber(blurSizeX[c]) + " x " + FormatNumber(blurSizeY[c]);
+        try {
+            const TransformSize t = TransformSizeFor(c);
+            transforms += colour + std::to_string(t.width) + " x " + std::to_string(t.height);
+        } catch (const std::runtime_error&) {
+            transforms += colour + "none (too large)";
+        }
+    }
+    doc->PrintF(CONSOLE_Info, "Lumivane 2: blur size in pixels %s; transform size %s; memory about %s\n", sizes.c_str(),
+                transforms.c_str(), FormatMemorySize(EstimateFrameMemory(chunkPlan, sourceImage->PixelStride()).Total()).c_str());
+}
+
+void Lumivane2::PreCalcProcess(Request* req)
+{
+    FusionDoc* doc = Document();
+    try {
+        ReadRenderState(req);
+        if (OnePixelKernels()) {
+            if (doc) doc->PrintF(CONSOLE_Info, "%s", kCopyLine);
+        } else {
+            PlanFrame();
+            kernelSpectra.Release();
+            CheckFrameMemory();
+        }
+    } catch (const std::exception& e) {
         if (doc) doc->PrintF(CONSOLE_Error, "Lumivane 2: %s\n", e.what());
     }
 }

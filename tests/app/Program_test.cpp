@@ -106,16 +106,23 @@ INSTANTIATE_TEST_SUITE_P(
 
 float Red(const OIIO::ImageBuf& img, int x, int y) { return img.getchannel(x, y, 0, 0); }
 
+// One bright pixel in the middle of a dark square.
+OIIO::ImageBuf Impulse(int size)
+{
+    OIIO::ImageBuf plate(OIIO::ImageSpec(size, size, 4, TypeDesc::FLOAT));
+    const float dark[4] = {0, 0, 0, 1}, bright[4] = {100, 100, 100, 1};
+    for (int y = 0; y < size; ++y)
+        for (int x = 0; x < size; ++x) plate.setpixel(x, y, x == size / 2 && y == size / 2 ? bright : dark);
+    return plate;
+}
+
 // Keys in a flow give each frame its own size, and the file's pixel aspect ratio
 // narrows it horizontally; the options given with the flow, keys and all, saved
 // with --save-flow render the same frames again.
 TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
 {
     ScratchFolder dir;
-    OIIO::ImageBuf plate(OIIO::ImageSpec(33, 33, 4, TypeDesc::FLOAT));  // one bright pixel in the middle
-    const float dark[4] = {0, 0, 0, 1}, bright[4] = {100, 100, 100, 1};
-    for (int y = 0; y < 33; ++y)
-        for (int x = 0; x < 33; ++x) plate.setpixel(x, y, x == 16 && y == 16 ? bright : dark);
+    OIIO::ImageBuf plate = Impulse(33);
     plate.specmod().attribute("PixelAspectRatio", 2.0f);
     for (const char* f : {"plate.0001.exr", "plate.0002.exr", "plate.0003.exr"}) WriteFile(plate, dir / f, TypeDesc::FLOAT);
     std::ofstream(dir / "keys.json") << R"({"format": "lumivane-flow", "version": 1, "tools": [
@@ -146,6 +153,41 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     EXPECT_EQ(b.nativespec().format, TypeDesc::HALF);
     const Difference d = Compare(a, b);
     EXPECT_EQ(d.worst, 0.0) << d;
+}
+
+// A shot folder used from outside it: its flows name its files relative to
+// themselves, frames come from a list with a step or from the plates on disk,
+// --mkdir makes the output folder, and `flow save` renders nothing.
+TEST(RenderCommand, ShotFolderRendersFromElsewhereAfterAMove)
+{
+    ScratchFolder dir;
+    std::filesystem::create_directories(dir / "shot/plates");
+    for (const char* f : {"p.0001.exr", "p.0003.exr", "p.0004.exr", "p.0007.exr", "p.12.exr", "p.0002.tif"})
+        WriteFile(Impulse(9), dir / "shot/plates/" + f, TypeDesc::FLOAT);
+    std::ofstream(dir / "shot/a.flow") << R"({"format": "lumivane-flow", "version": 1, "tools": [
+        {"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeUnit": 1, "BlurSizeX": 9},
+         "connections": {"input": "plates/p.####.exr"}}], "program": {"output": "out/o.####.exr"}})";
+    const RunResult saved = RunLumivane(dir, {"flow", "save", "shot/b.flow", "--flow", "shot/a.flow", "--frames", "1-7x3"});
+    ASSERT_EQ(saved.status, 0) << saved.err;
+    EXPECT_EQ(dir.Files("shot"), (std::vector<std::string>{"a.flow", "b.flow", "plates"}));
+    std::filesystem::rename(dir / "shot", dir / "moved");
+
+    const RunResult dry = RunLumivane(dir, {"render", "--flow", "moved/b.flow", "--dry-run"});
+    ASSERT_EQ(dry.status, 0) << dry.err;
+    // A 9-pixel kernel on a 9-pixel image: the transform side is the power of two above 18.
+    EXPECT_NE(dry.out.find("blur size in pixels R 9 x 9, G 9 x 9, B 9 x 9; transform size R 32 x 32"), std::string::npos)
+        << dry.out;
+    EXPECT_NE(dry.out.find("Lumivane2.plugin"), std::string::npos) << dry.out;
+    EXPECT_EQ(dir.Files("moved").size(), 3u);
+
+    const std::pair<const char*, std::vector<std::string>> renders[] = {
+        {"moved/b.flow", {"o.0001.exr", "o.0004.exr", "o.0007.exr"}},
+        {"moved/a.flow", {"o.0001.exr", "o.0003.exr", "o.0004.exr", "o.0007.exr"}}};  // and 3, found on disk
+    for (const auto& [flow, written] : renders) {
+        ASSERT_EQ(RunLumivane(dir, {"render", "--flow", flow, "--mkdir"}).status, 0) << flow;
+        EXPECT_EQ(dir.Files("moved/out"), written) << flow;
+    }
+    EXPECT_LT(Red(ReadFile(dir / "moved/out/o.0003.exr"), 4, 4), 50.0f);  // blurred
 }
 
 namespace fs = std::filesystem;

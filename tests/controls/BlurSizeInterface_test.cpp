@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -76,11 +77,15 @@ TEST(BlurSizeControls, InitialReportLocksTheChannelsOnce)
     h.Set({{"PerChannel", 1}});
     EXPECT_EQ(h.Get({"GreenBlurSizeX"}), V{0});
     EXPECT_EQ(h.FindInput("BlurSizeX")->GetLabel(), "Blur Size X");
-    // Releasing a lock copies the value at that time.
-    h.FindInput("BlurSizeX")->SetKeys({{0.0, 2.0}, {10.0, 4.0}});
+    // Releasing a lock over a keyed size copies its keys, not the value at that
+    // time, so the copy follows it over the shot; for either lock.
+    const std::map<double, double> keys{{0.0, 2.0}, {10.0, 4.0}};
+    h.FindInput("BlurSizeX")->SetKeys(keys);
     h.Set({{"LockXY", 1}});
     h.Set({{"LockXY", 0}}, 5.0);
-    EXPECT_EQ(h.Get({"BlurSizeY"}), V{3});
+    h.Set({{"PerChannel", 0}}, 5.0);
+    for (const char* id : {"BlurSizeY", "GreenBlurSizeX", "GreenBlurSizeY", "BlueBlurSizeY"})
+        EXPECT_EQ(h.FindInput(id)->Keys(), keys) << id;
 }
 
 TEST(BlurSizeControls, ReleasingALockCopiesTheSizesItHid)

@@ -61,7 +61,7 @@ TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
         if (in->Decl().IsNumber() && in->Decl().Control == SliderControlID) a.Set(in->ID().str(), v += 1.0);
     a.In("GreenBlurSizeX")->SetKeys({{1, 2.0}, {9, 8.5}});
     a.In("CompanyName")->SetSource(Ref<Text>(new Text("Someone Else")).get(), 0);
-    a.In("input")->SetConnection("plate.####.exr");
+    a.In("input")->SetConnection((dir / "plate.####.exr").string());
     const std::string path = (dir / "saved.flow").string();
     SaveFlow(a.doc, path, {{"frames", "1-9"}});
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // no temporary left
