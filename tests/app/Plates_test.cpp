@@ -68,12 +68,12 @@ TEST(Plates, RelativeSizeRefersToTheFrameWhateverTheDataWindow)
     for (const Window w : {Window{"plain", 0, 0, 101, 41}, Window{"overscan", -30, -30, 161, 101},
                            Window{"bbox", 49, 19, 3, 3}}) {
         ScratchFolder dir;
-        ImageSpec spec(w.width, w.height, 4, TypeDesc::FLOAT);
-        spec.x = w.x;
-        spec.y = w.y;
-        spec.full_width = 101;
-        spec.full_height = 41;
-        ImageBuf buf(spec);
+        ImageSpec layout(w.width, w.height, 4, TypeDesc::FLOAT);
+        layout.x = w.x;
+        layout.y = w.y;
+        layout.full_width = 101;
+        layout.full_height = 41;
+        ImageBuf buf(layout);
         const float point[4] = {100, 100, 100, 1};
         buf.setpixel(50, 20, point);
         WriteFile(buf, dir / "in.exr", TypeDesc::FLOAT);
@@ -97,10 +97,10 @@ TEST(Plates, RelativeSizeRefersToTheFrameWhateverTheDataWindow)
 TEST(Plates, ColourLayersAreFilteredLikeRgbaAndDataLayersPassThrough)
 {
     ScratchFolder dir;
-    ImageSpec spec(31, 21, 10, TypeDesc::FLOAT);
-    spec.channelnames = {"R", "G", "B", "A", "N.X", "N.Y", "N.Z", "diffuse.R", "diffuse.G", "diffuse.B"};  // as OpenEXR sorts them
-    spec.alpha_channel = 3;
-    ImageBuf buf(spec);
+    ImageSpec layout(31, 21, 10, TypeDesc::FLOAT);
+    layout.channelnames = {"R", "G", "B", "A", "N.X", "N.Y", "N.Z", "diffuse.R", "diffuse.G", "diffuse.B"};  // as OpenEXR sorts them
+    layout.alpha_channel = 3;
+    ImageBuf buf(layout);
     const float point[10] = {40, 40, 40, 1, 40, 40, 40, 20, 20, 20};
     buf.setpixel(15, 10, point);
     WriteFile(buf, dir / "in.exr", TypeDesc::FLOAT);
@@ -109,7 +109,7 @@ TEST(Plates, ColourLayersAreFilteredLikeRgbaAndDataLayersPassThrough)
                                     "absolute", "--edges", "black"});
     ASSERT_EQ(r.status, 0) << r.err;
     const ImageBuf out = ReadFile(dir / "out.exr");
-    ASSERT_EQ(out.spec().channelnames, spec.channelnames);
+    ASSERT_EQ(out.layout().channelnames, layout.channelnames);
     EXPECT_LT(out.getchannel(15, 10, 0, 0), 10.0f) << "nothing was blurred";
     for (int y = 0; y < 21; ++y)
         for (int x = 0; x < 31; ++x)
