@@ -109,7 +109,7 @@ TEST(Plates, ColourLayersAreFilteredLikeRgbaAndDataLayersPassThrough)
                                     "absolute", "--edges", "black"});
     ASSERT_EQ(r.status, 0) << r.err;
     const ImageBuf out = ReadFile(dir / "out.exr");
-    ASSERT_EQ(out.layout().channelnames, layout.channelnames);
+    ASSERT_EQ(out.spec().channelnames, layout.channelnames);
     EXPECT_LT(out.getchannel(15, 10, 0, 0), 10.0f) << "nothing was blurred";
     for (int y = 0; y < 21; ++y)
         for (int x = 0; x < 31; ++x)
