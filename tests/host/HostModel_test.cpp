@@ -1,7 +1,7 @@
 // The host model's own behaviour that tools rely on: inputs with keyframes and
-// notifications, images, the worker pool, and the engine
-// settings (what a program sets wins over the environment, and a malformed value
-// is refused with the variable or value named, never ignored).
+// notifications, images, the worker pool, and the engine settings (what a program
+// sets wins over the environment, and a malformed value is refused with the
+// variable or value named, never ignored).
 #include "host/EngineSettings.h"
 #include "host/FusionDoc.h"
 #include "host/Image.h"
@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
