@@ -188,11 +188,11 @@ int RunRender(const RenderOptions& opt)
             const Plate& plate = sources.At(*job.inPattern, frame);
             if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
 
-            if (opt.dryRun) {  // the first frame's figures, and nothing written
+            if (opt.dryRun || opt.verbose) {  // the frame's figures, from the tool, without its pixels
                 sourceInput->SetSource(plate.Sources().front().get(), time);
                 doc.PreCalc(tool, time);
                 if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
-                break;
+                if (opt.dryRun) break;  // the first frame's, and nothing written
             }
             // The frame, then each chosen layer, through the same tool at the same time.
             std::vector<Ref<Parameter>> results;

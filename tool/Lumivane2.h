@@ -85,9 +85,12 @@ private:
     ChunkPlan Plan();
     // Every counted kernel is one pixel, so the render is a copy.
     bool OnePixelKernels() const;
-    // Shares the kernels and makes the chunk plan, then prints what the frame
-    // takes as an info line: blur sizes in pixels, transform sizes, memory.
+    // Shares the kernels between the colours and makes the chunk plan.
     void PlanFrame();
+    // What the planned frame takes, as an info line: blur sizes in pixels,
+    // transform sizes, memory. Printed only when the host asks (PreCalcProcess),
+    // so a render's console is its progress alone.
+    void PrintFrameFigures() const;
     // Throws, naming the sizes, when the frame would need more memory than the
     // host allows, before anything large is allocated.
     void CheckFrameMemory() const;

@@ -46,7 +46,6 @@ void Lumivane2::Process(Request* req)
 
         if (OnePixelKernels()) {
             // Nothing to filter, kernel image or not.
-            print(CONSOLE_Info, kCopyLine);
             outputImage = sourceImage->CopyOfImage(false);
         } else {
             PlanFrame();
@@ -88,6 +87,10 @@ void Lumivane2::PlanFrame()
 {
     ShareKernels();
     chunkPlan = Plan();
+}
+
+void Lumivane2::PrintFrameFigures() const
+{
     FusionDoc* doc = Document();
     if (!doc) return;
     std::string sizes, transforms;
@@ -114,6 +117,7 @@ void Lumivane2::PreCalcProcess(Request* req)
             if (doc) doc->PrintF(CONSOLE_Info, "%s", kCopyLine);
         } else {
             PlanFrame();
+            PrintFrameFigures();
             kernelSpectra.Release();
             CheckFrameMemory();
         }
