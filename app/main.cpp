@@ -34,8 +34,8 @@ struct GlobalOptions {
 void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
 {
     const std::string group = "Plug-ins and engine";
-    app.add_option("--plugins", g.plugins, "Load plug-in modules from this folder (default: the built-in folder, "
-                                           "or LUMIVANE_PLUGIN_PATH)")
+    app.add_option("--plugins", g.plugins, "Load plug-in modules from this folder (default: LUMIVANE_PLUGIN_PATH, else "
+                                           "lib/lumivane/plugins beside an installed program, else the build's)")
         ->type_name("DIR")
         ->group(group);
     app.add_option("--threads", g.threads, "Worker threads for the tool, 1 to 256 (default: LUMIVANE_THREADS, "
