@@ -45,33 +45,6 @@ json ControlJson(const Input& in)
     return c;
 }
 
-json ToolJson(const Registry& reg, const Operator& tool, const std::string& module)
-{
-    json t{{"id", reg.ID().str()},
-           {"name", reg.Name()},
-           {"category", reg.Tags().GetString(REGS_Category)},
-           {"description", reg.Tags().GetString(REGS_OpDescription)},
-           {"module", module},
-           {"pages", json::array()},
-           {"inputs", json::array()},
-           {"outputs", json::array()}};
-    for (const std::string& page : tool.Pages()) {
-        json controls = json::array();
-        for (const auto& in : tool.Inputs())
-            if (!in->Decl().IsImage() && in->Decl().Page == page) controls.push_back(ControlJson(*in));
-        t["pages"].push_back(json{{"name", page}, {"controls", controls}});
-    }
-    for (const auto& in : tool.Inputs())
-        if (in->Decl().IsImage())
-            t["inputs"].push_back(json{{"id", in->ID().str()},
-                                       {"label", in->GetLabel()},
-                                       {"link", in->Decl().LinkNumber},
-                                       {"required", in->Decl().Required}});
-    for (const auto& out : tool.Outputs())
-        t["outputs"].push_back(json{{"id", out->ID().str()}, {"label", out->Decl().Label}});
-    return t;
-}
-
 void PrintText(const Registry& reg, const Operator& tool, const std::string& module)
 {
     std::printf("%s (%s)\n", reg.Name().c_str(), reg.ID().c_str());
@@ -104,6 +77,33 @@ void PrintText(const Registry& reg, const Operator& tool, const std::string& mod
 
 }  // namespace
 
+nlohmann::ordered_json DescribeTool(const Registry& reg, const Operator& tool, const std::string& module)
+{
+    json t{{"id", reg.ID().str()},
+           {"name", reg.Name()},
+           {"category", reg.Tags().GetString(REGS_Category)},
+           {"description", reg.Tags().GetString(REGS_OpDescription)},
+           {"module", module},
+           {"pages", json::array()},
+           {"inputs", json::array()},
+           {"outputs", json::array()}};
+    for (const std::string& page : tool.Pages()) {
+        json controls = json::array();
+        for (const auto& in : tool.Inputs())
+            if (!in->Decl().IsImage() && in->Decl().Page == page) controls.push_back(ControlJson(*in));
+        t["pages"].push_back(json{{"name", page}, {"controls", controls}});
+    }
+    for (const auto& in : tool.Inputs())
+        if (in->Decl().IsImage())
+            t["inputs"].push_back(json{{"id", in->ID().str()},
+                                       {"label", in->GetLabel()},
+                                       {"link", in->Decl().LinkNumber},
+                                       {"required", in->Decl().Required}});
+    for (const auto& out : tool.Outputs())
+        t["outputs"].push_back(json{{"id", out->ID().str()}, {"label", out->Decl().Label}});
+    return t;
+}
+
 int RunDescribe(const DescribeOptions& opt)
 {
     PluginHost host(PluginFolders(opt.plugins), [](const std::string& w) {
@@ -116,7 +116,7 @@ int RunDescribe(const DescribeOptions& opt)
         Operator* tool = host.Doc().AddTool(reg->ID());
         const std::string module = host.ModuleOf(reg->ID().str());
         if (opt.json) {
-            tools.push_back(ToolJson(*reg, *tool, module));
+            tools.push_back(DescribeTool(*reg, *tool, module));
         } else {
             if (!first) std::printf("\n");
             PrintText(*reg, *tool, module);

@@ -5,6 +5,9 @@
 // whose response is each colour's kernel, and the program keeps the kernels'
 // extent, each channel scaled to a peak magnitude of 1.
 #include "app/Settings.h"
+#include "app/ToolConsole.h"
+#include "host/FusionDoc.h"
+#include "host/Image.h"
 
 #include <string>
 #include <vector>
@@ -20,3 +23,10 @@ struct KernelOptions {
 };
 
 int RunKernel(const KernelOptions& options);
+
+// The drawing itself, from `tool` in `doc` at `frame`, for a width x height
+// frame: the tool's Edges control is set to Black on the way. `console` must be
+// listening to `doc`. Returns null when the render was interrupted; throws a
+// render ProgramError with the tool's console line when it set no output.
+Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& console, int width, int height,
+                       TimeStamp frame);

@@ -38,7 +38,9 @@ std::string DefaultPluginFolder()
 
 }  // namespace
 
-std::vector<std::string> PluginFolders(const std::string& option)
+std::vector<std::string> PluginFolders(const std::string& option) { return PluginFolders(option, {}); }
+
+std::vector<std::string> PluginFolders(const std::string& option, const std::string& fallback)
 {
     if (!option.empty()) return {option};
     if (const char* env = std::getenv(kPathVariable); env && *env) {
@@ -48,7 +50,7 @@ std::vector<std::string> PluginFolders(const std::string& option)
             if (!f.empty()) folders.push_back(f);
         if (!folders.empty()) return folders;
     }
-    return {DefaultPluginFolder()};
+    return {fallback.empty() ? DefaultPluginFolder() : fallback};
 }
 
 PluginHost::PluginHost(const std::vector<std::string>& folders, const std::function<void(const std::string&)>& warn)

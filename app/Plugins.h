@@ -18,6 +18,10 @@
 // The folders to load from: `option` when given, else the environment, else
 // the built-in folder. Empty entries of the environment variable are skipped.
 std::vector<std::string> PluginFolders(const std::string& option);
+// The same, with `fallback` in place of the built-in folder when it is not
+// empty: a host that is not the program (the Python module) finds its
+// installed folder from its own file.
+std::vector<std::string> PluginFolders(const std::string& option, const std::string& fallback);
 
 class PluginHost {
 public:

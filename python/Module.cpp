@@ -1,0 +1,367 @@
+// The lumivane Python module: the tool of the Lumivane plug-in, driven from
+// Python on numpy arrays. Like the program it is a host: it loads the plug-in
+// modules and reaches the tool through the registry (ToolSession.h).
+//
+// Arrays become host images exactly as the program makes them from image
+// files, so a render gives the very pixels `lumivane render --raw` writes:
+//   H x W or H x W x 1   grey: red, green and blue alike, alpha 1
+//   H x W x 2            grey and alpha
+//   H x W x 3            red, green, blue; alpha 1
+//   H x W x 4 or more    red, green, blue, alpha, then extra channels the tool passes through
+// and back the same way (grey from red). Integer data is scaled to 0..1 as
+// OpenImageIO converts it (multiplied by the float 1/255 or 1/65535); half and
+// double are rounded to float.
+#include "python/ToolSession.h"
+
+#include "app/ExitCodes.h"
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <dlfcn.h>
+
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+
+#ifndef LUMIVANE_PLUGIN_FOLDER
+#error "LUMIVANE_PLUGIN_FOLDER must name the folder the plug-in modules are built into"
+#endif
+#ifndef LUMIVANE_PLUGIN_FOLDER_FROM_MODULE
+#error "LUMIVANE_PLUGIN_FOLDER_FROM_MODULE must name the installed plug-in folder relative to the module's"
+#endif
+
+namespace py = pybind11;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kColourChannels = 4;
+// The size of the frame `lumivane kernel` draws the kernels of by default.
+constexpr int kKernelFrameWidth = 1920;
+constexpr int kKernelFrameHeight = 1080;
+
+// An installed module finds its plug-ins beside itself, wherever the install
+// was moved; one in the build tree uses the build's folder.
+std::string DefaultPluginFolder()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(&DefaultPluginFolder), &info) && info.dli_fname) {
+        std::error_code ec;
+        const fs::path module = fs::canonical(info.dli_fname, ec);
+        if (!ec) {
+            const fs::path installed = (module.parent_path() / LUMIVANE_PLUGIN_FOLDER_FROM_MODULE).lexically_normal();
+            if (fs::is_directory(installed, ec)) return installed.string();
+        }
+    }
+    return LUMIVANE_PLUGIN_FOLDER;
+}
+
+// What a numpy data type is to the conversions, whatever its byte order.
+enum class Sample { Float, UInt8, UInt16, Half, Other };
+
+Sample SampleOf(const py::dtype& type)
+{
+    const char kind = type.kind();
+    const auto size = type.itemsize();
+    if (kind == 'f') return size == 2 ? Sample::Half : (size == 4 || size == 8) ? Sample::Float : Sample::Other;
+    if (kind == 'u') return size == 1 ? Sample::UInt8 : size == 2 ? Sample::UInt16 : Sample::Other;
+    return Sample::Other;
+}
+
+// The image depth the program gives a file of this data type.
+int DepthOf(const py::dtype& type)
+{
+    switch (SampleOf(type)) {
+    case Sample::UInt8: return IMDP_Int8;
+    case Sample::UInt16: return IMDP_Int16;
+    case Sample::Half: return IMDP_Float16;
+    default: return IMDP_Float32;
+    }
+}
+
+using FloatArray = py::array_t<float, py::array::c_style | py::array::forcecast>;
+
+// The array's values as contiguous float32, converted as OpenImageIO converts
+// file data (numpy's float conversions round to nearest, as OpenImageIO's).
+// Throws TypeError for any other data type.
+FloatArray FloatData(const py::array& a, const char* what)
+{
+    const auto scaled = [&](auto sample) {
+        using T = decltype(sample);
+        const auto data = py::array_t<T, py::array::c_style | py::array::forcecast>::ensure(a);
+        FloatArray out(std::vector<py::ssize_t>(a.shape(), a.shape() + a.ndim()));
+        const float scale = 1.0f / std::numeric_limits<T>::max();
+        const T* src = data.data();
+        float* dst = out.mutable_data();
+        for (py::ssize_t i = 0; i < out.size(); ++i) dst[i] = src[i] * scale;
+        return out;
+    };
+    switch (SampleOf(a.dtype())) {
+    case Sample::UInt8: return scaled(std::uint8_t{});
+    case Sample::UInt16: return scaled(std::uint16_t{});
+    case Sample::Float:
+    case Sample::Half: return FloatArray::ensure(a);
+    default:
+        throw py::type_error(std::string(what) + ": arrays of " + py::str(a.dtype()).cast<std::string>() +
+                             " are not accepted; give float32, float64, float16, uint8 or uint16");
+    }
+}
+
+// Channels of an H x W (x C) array, or a ValueError naming the shape.
+int ChannelsOf(const py::array& a, const char* what)
+{
+    std::string shape = "(";
+    for (py::ssize_t d = 0; d < a.ndim(); ++d) shape += (d ? ", " : "") + std::to_string(a.shape(d));
+    shape += a.ndim() == 1 ? ",)" : ")";
+    const bool ok = (a.ndim() == 2 || (a.ndim() == 3 && a.shape(2) >= 1)) && a.shape(0) >= 1 && a.shape(1) >= 1;
+    if (!ok)
+        throw py::value_error(std::string(what) + ": an array of shape " + shape +
+                              " is not an image; give height x width, or height x width x channels, all at least 1");
+    if (a.shape(0) > std::numeric_limits<int>::max() || a.shape(1) > std::numeric_limits<int>::max())
+        throw py::value_error(std::string(what) + ": an array of shape " + shape + " is too large");
+    return a.ndim() == 2 ? 1 : static_cast<int>(a.shape(2));
+}
+
+// Record positions (blue, green, red, alpha, extras) each array channel fills.
+std::vector<std::vector<int>> Places(int channels)
+{
+    switch (channels) {
+    case 1: return {{0, 1, 2}};
+    case 2: return {{0, 1, 2}, {3}};
+    case 3: return {{2}, {1}, {0}};
+    default: {
+        std::vector<std::vector<int>> p{{2}, {1}, {0}, {3}};
+        for (int c = kColourChannels; c < channels; ++c) p.push_back({c});
+        return p;
+    }
+    }
+}
+
+Ref<Image> ImageFromArray(const py::array& a, const char* what, double xScale, double yScale)
+{
+    const int channels = ChannelsOf(a, what);
+    const auto data = FloatData(a, what);
+    const int height = static_cast<int>(a.shape(0)), width = static_cast<int>(a.shape(1));
+    std::vector<std::string> extras;
+    for (int c = kColourChannels; c < channels; ++c) extras.push_back("channel" + std::to_string(c));
+    Ref<Image> image(new Image(width, height, DepthOf(a.dtype()), extras));
+    image->XScale = xScale;
+    image->YScale = yScale;
+    const auto places = Places(channels);
+    const float* src = data.data();
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x, src += channels) {
+            float* p = image->Pixel(x, y);
+            p[3] = 1.0f;
+            for (int c = 0; c < channels; ++c)
+                for (const int at : places[c]) p[at] = src[c];
+        }
+    return image;
+}
+
+// The image in the layout of an array of `channels` (2-D when `flat`).
+py::array_t<float> ArrayFromImage(const Image& image, int channels, bool flat)
+{
+    std::vector<py::ssize_t> shape{image.Height, image.Width};
+    if (!flat) shape.push_back(channels);
+    py::array_t<float> out(shape);
+    const auto places = Places(channels);
+    float* dst = out.mutable_data();
+    for (int y = 0; y < image.Height; ++y)
+        for (int x = 0; x < image.Width; ++x, dst += channels) {
+            const float* p = image.Pixel(x, y);
+            for (int c = 0; c < channels; ++c) dst[c] = p[places[c].front()];
+        }
+    return out;
+}
+
+// A Python value as --set would have it typed: names and numbers as text,
+// booleans as on/off, floats in their shortest exact form.
+Setting SettingOf(const std::string& id, const py::handle& value)
+{
+    std::string text;
+    if (py::isinstance<py::str>(value)) text = value.cast<std::string>();
+    else if (py::isinstance<py::bool_>(value)) text = value.cast<bool>() ? "on" : "off";
+    else if (py::isinstance<py::int_>(value) || py::isinstance<py::float_>(value)) text = py::repr(value).cast<std::string>();
+    // numpy scalars and other numbers, by their exact double
+    else if (PyNumber_Check(value.ptr()) && !py::isinstance<py::array>(value)) text = py::repr(py::float_(py::reinterpret_borrow<py::object>(value))).cast<std::string>();
+    else
+        throw py::type_error(id + ": a value of type " + py::str(value.get_type().attr("__name__")).cast<std::string>() +
+                             " is not accepted; give a number, an entry name or a bool");
+    return Setting{id, text, id + "=" + text};
+}
+
+// Program failures as Python exceptions: a value the tool does not take is a
+// ValueError, a file that cannot be read or written an OSError, the rest
+// (the tool set no output) a RuntimeError.
+void TranslateProgramError(const ProgramError& e)
+{
+    switch (e.Kind()) {
+    case Exit::Usage: PyErr_SetString(PyExc_ValueError, e.what()); return;
+    case Exit::File: PyErr_SetString(PyExc_OSError, e.what()); return;
+    default: PyErr_SetString(PyExc_RuntimeError, e.what()); return;
+    }
+}
+
+std::unique_ptr<ToolSession> MakeSession(const std::string& flow)
+{
+    auto session = std::make_unique<ToolSession>(DefaultPluginFolder(), flow);
+    for (const std::string& w : session->Warnings())
+        PyErr_WarnEx(PyExc_RuntimeWarning, w.c_str(), 1);
+    return session;
+}
+
+py::object JsonToPython(const nlohmann::ordered_json& j)
+{
+    return py::module_::import("json").attr("loads")(j.dump());
+}
+
+}  // namespace
+
+PYBIND11_MODULE(lumivane, m)
+{
+    m.doc() = R"(Lumivane 2, the frequency-domain blur and deconvolution tool, on numpy arrays.
+
+The tool is loaded from its plug-in module and created through the host registry,
+as the lumivane program does, and renders the very pixels `lumivane render --raw`
+writes for the same data and settings.
+
+    import lumivane
+    tool = lumivane.Tool()
+    tool.set(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4)
+    soft = tool.render(image)          # H x W x C float32 (C = 1 grey, 2 grey+alpha, 3 RGB, 4+ RGBA+extras)
+
+Plug-ins are looked for in LUMIVANE_PLUGIN_PATH, else beside the installed module,
+else in the build tree. LUMIVANE_MAX_MEMORY, LUMIVANE_THREADS and the other engine
+settings are read from the environment as by the program.)";
+
+    py::register_exception<FrameMemoryError>(m, "FrameMemoryError", PyExc_MemoryError)
+        .doc() = "The frame would need more memory than LUMIVANE_MAX_MEMORY (or the memory available) allows.";
+    py::register_exception_translator([](std::exception_ptr p) {
+        try {
+            if (p) std::rethrow_exception(p);
+        } catch (const ProgramError& e) {
+            TranslateProgramError(e);
+        }
+    });
+
+    py::class_<ToolSession>(m, "Tool", R"(One Lumivane 2 tool, in a document of its own.
+
+Controls are set by their IDs with the values, names, checks and messages of the
+program's --set; `controls` lists them. Each Tool renders one frame at a time;
+separate Tools render at the same time from separate threads (the GIL is released
+while rendering).)")
+        .def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
+        .def_static("from_flow", [](const std::string& path) { return MakeSession(path); }, py::arg("path"),
+                    "The tool a flow file holds, with its values and keys (as `lumivane render --flow`).\n"
+                    "Raises OSError naming the file when it cannot be read or is not a flow.")
+        .def(
+            "set",
+            [](ToolSession& s, py::args args, py::kwargs kwargs) {
+                std::vector<Setting> settings;
+                if (args.size() == 2) {
+                    if (!py::isinstance<py::str>(args[0]))
+                        throw py::type_error("set(id, value): the control ID must be a str");
+                    settings.push_back(SettingOf(args[0].cast<std::string>(), args[1]));
+                } else if (!args.empty()) {
+                    throw py::type_error("set takes a control ID and a value, or ID=value keywords (got " +
+                                         std::to_string(args.size()) + " positional arguments)");
+                }
+                for (const auto& [key, value] : kwargs) settings.push_back(SettingOf(key.cast<std::string>(), value));
+                py::gil_scoped_release unlocked;
+                s.Set(settings, 0);
+            },
+            R"(Sets controls by ID, in order, each as a user's edit (with the tool's change
+notifications): set("BlurStyle", "Polygon") or set(BlurSizeX=2.5, BadBokeh=0.4).
+
+Values: numbers; entry names of a multi-button in any case, or a unique beginning
+("airy"); bools or on/off for a checkbox; text for a text control. An animated
+control loses its keys. Raises ValueError with the program's message for an
+unknown control, a read-only one or a value the control does not take; settings
+before it stay applied.)")
+        .def(
+            "render",
+            [](ToolSession& s, const py::array& image, const py::object& kernel, double frame,
+               std::pair<double, double> aspect) {
+                if (!(aspect.first > 0.0) || !(aspect.second > 0.0) || !std::isfinite(aspect.first) ||
+                    !std::isfinite(aspect.second))
+                    throw py::value_error("pixel_aspect: " +
+                                          py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
+                                          " is not a pixel aspect; give two positive finite numbers");
+                const int channels = ChannelsOf(image, "image");
+                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
+                Ref<Image> kernelImage;
+                if (!kernel.is_none()) {
+                    if (!py::isinstance<py::array>(kernel))
+                        throw py::type_error("kernel: give a numpy array or None");
+                    kernelImage = ImageFromArray(kernel.cast<py::array>(), "kernel", 1.0, 1.0);
+                }
+                Ref<Image> result;
+                {
+                    py::gil_scoped_release unlocked;
+                    result = s.Render(*source, kernelImage.get(), frame);
+                }
+                return ArrayFromImage(*result, channels, image.ndim() == 2);
+            },
+            py::arg("image"), py::arg("kernel") = py::none(), py::arg("frame") = 0.0,
+            py::arg("pixel_aspect") = std::make_pair(1.0, 1.0),
+            R"(Renders `image` at time `frame` and returns a new float32 array of its shape.
+
+image: H x W or H x W x C; C = 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA, more
+channels pass through. float32, float64, float16, uint8 (/255) and uint16
+(/65535); any strides. The values are taken as they are (linear light, as
+`lumivane render --raw`) and the array is never modified.
+kernel: an optional kernel image in the same forms (the tool's kernel input).
+pixel_aspect: (x, y) components of the pixel aspect.
+
+Raises ValueError or TypeError for an array that is not an image,
+lumivane.FrameMemoryError (a MemoryError) when the frame would pass the memory
+limit, and RuntimeError with the tool's console line when it sets no output.)")
+        .def_property_readonly(
+            "controls",
+            [](ToolSession& s) {
+                py::list controls;
+                const nlohmann::ordered_json tool = s.Describe();
+                for (const auto& page : tool["pages"])
+                    for (auto control : page["controls"]) {
+                        control["page"] = page["name"];
+                        controls.append(JsonToPython(control));
+                    }
+                return controls;
+            },
+            "Every control, in page order, as `lumivane describe --json` lists it (a dict: id,\n"
+            "label, kind, entries, min, sliderTop, default, integer, notify, readOnly, visible,\n"
+            "and its page), with the tool's current labels and visibility.")
+        .def_property_readonly(
+            "description", [](ToolSession& s) { return JsonToPython(s.Describe()); },
+            "The whole tool as `lumivane describe --json` lists it: identity, pages, inputs, outputs.")
+        .def(
+            "save_flow",
+            [](ToolSession& s, const std::string& path) {
+                py::gil_scoped_release unlocked;
+                s.Save(path);
+            },
+            py::arg("path"),
+            "Saves the tool's control values (and keys) to a flow file that `lumivane render\n"
+            "--flow` and Tool.from_flow read. Written whole or not at all; raises OSError.");
+
+    m.def(
+        "kernel_preview",
+        [](ToolSession& s, double frame, int width, int height) {
+            Ref<Image> drawing;
+            {
+                py::gil_scoped_release unlocked;
+                drawing = s.KernelDrawing(width, height, frame);
+            }
+            return ArrayFromImage(*drawing, kColourChannels, false);
+        },
+        py::arg("tool"), py::arg("frame") = 0.0, py::arg("width") = kKernelFrameWidth,
+        py::arg("height") = kKernelFrameHeight,
+        R"(The picture `lumivane kernel` draws: the kernels the tool's settings filter red,
+green and blue with at `frame`, for a width x height frame, side by side in the
+colour channels of an RGBA float32 array cropped to their extent, each channel
+scaled to a peak magnitude of 1. The tool itself is left unchanged.)");
+}

@@ -1,0 +1,145 @@
+#include "python/ToolSession.h"
+
+#include "app/Describe.h"
+#include "app/ExitCodes.h"
+#include "app/KernelCommand.h"
+#include "app/Plugins.h"
+#include "host/Flow.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kSourceInput = "input";
+constexpr const char* kKernelInput = "kernel";
+// How the tool's refusal of a frame for its memory begins (after the tool's
+// name); the limit is checked before anything is allocated.
+constexpr const char* kMemoryRefusal = "the frame needs about ";
+
+std::mutex g_pluginsMutex;
+std::weak_ptr<PluginHost> g_plugins;
+
+std::shared_ptr<PluginHost> SharedPlugins(const std::string& folder, std::vector<std::string>& warnings)
+{
+    std::lock_guard<std::mutex> lock(g_pluginsMutex);
+    if (std::shared_ptr<PluginHost> held = g_plugins.lock()) return held;
+    auto host = std::make_shared<PluginHost>(PluginFolders("", folder),
+                                             [&](const std::string& w) { warnings.push_back(w); });
+    g_plugins = host;
+    return host;
+}
+
+Input& ImageInput(Operator& tool, const char* id)
+{
+    Input* in = tool.FindInput(id);
+    if (!in) throw FileError(std::string("the tool has no \"") + id + "\" input");
+    return *in;
+}
+
+// A flow file that is removed again when the scope ends, however it ends.
+class TemporaryFlow {
+public:
+    TemporaryFlow()
+    {
+        std::string pattern = (fs::temp_directory_path() / "lumivane-XXXXXX.flow").string();
+        const int fd = mkstemps(pattern.data(), 5);
+        if (fd < 0) throw FileError("cannot make a temporary flow in " + fs::temp_directory_path().string());
+        close(fd);
+        m_path = pattern;
+    }
+    ~TemporaryFlow() { std::remove(m_path.c_str()); }
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+Operator* LoadTool(FusionDoc& doc, const std::string& flow)
+{
+    try {
+        LoadFlow(doc, flow);
+    } catch (const std::runtime_error& e) {
+        throw FileError(e.what());
+    }
+    for (const auto& t : doc.Tools())
+        if (t->Reg()) return t.get();
+    throw FileError(flow + ": the flow holds no tool");
+}
+
+}  // namespace
+
+ToolSession::ToolSession(const std::string& pluginFolder, const std::string& flow)
+    : m_plugins(SharedPlugins(pluginFolder, m_warnings)), m_doc(std::make_unique<FusionDoc>())
+{
+    m_doc->SetConsoleListener([this](const ConsoleLine& line) { m_console.Add(line); });
+    m_tool = flow.empty() ? m_doc->AddTool(FuID(m_plugins->ToolClass())) : LoadTool(*m_doc, flow);
+}
+
+ToolSession::~ToolSession() { m_doc.reset(); }
+
+void ToolSession::Set(const std::vector<Setting>& settings, TimeStamp time)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    ApplySettings(*m_tool, settings, time);
+}
+
+Ref<Image> ToolSession::Render(Image& source, Image* kernel, TimeStamp time)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Input& sourceInput = ImageInput(*m_tool, kSourceInput);
+    Input& kernelInput = ImageInput(*m_tool, kKernelInput);
+    m_console.Clear();
+    sourceInput.SetSource(&source, time);
+    kernelInput.SetSource(kernel, time);
+    Ref<Parameter> result = m_doc->Render(m_tool, time);
+    // The arrays' images are not kept past the call.
+    sourceInput.SetSource(nullptr, time);
+    kernelInput.SetSource(nullptr, time);
+    if (!result) {
+        const std::string why = m_console.Why();
+        if (why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
+        throw RenderError(why);
+    }
+    auto* image = dynamic_cast<Image*>(result.get());
+    if (!image) throw RenderError("the tool's output is not an image");
+    result.release();
+    return Ref<Image>(image);
+}
+
+Ref<Image> ToolSession::KernelDrawing(int width, int height, TimeStamp time)
+{
+    if (width < 1 || height < 1)
+        throw UsageError("the frame's width and height must be at least 1 (got " + std::to_string(width) + "x" +
+                         std::to_string(height) + ")");
+    TemporaryFlow copy;
+    Save(copy.Path());
+    std::lock_guard<std::mutex> lock(m_mutex);
+    FusionDoc doc;
+    FrameConsole console;
+    doc.SetConsoleListener([&](const ConsoleLine& line) { console.Add(line); });
+    Operator* tool = LoadTool(doc, copy.Path());
+    Ref<Image> drawing = DrawKernels(doc, *tool, console, width, height, time);
+    if (!drawing) throw RenderError("drawing the kernels was interrupted");
+    return drawing;
+}
+
+nlohmann::ordered_json ToolSession::Describe()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const std::string classId = m_tool->Reg()->ID().str();
+    return DescribeTool(*m_tool->Reg(), *m_tool, m_plugins->ModuleOf(classId));
+}
+
+void ToolSession::Save(const std::string& path)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    try {
+        SaveFlow(*m_doc, path);
+    } catch (const std::runtime_error& e) {
+        throw FileError(e.what());
+    }
+}

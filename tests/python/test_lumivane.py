@@ -1,0 +1,174 @@
+"""The lumivane module against the lumivane program: the program renders files,
+the module renders the same data as arrays, and the pixels must be identical."""
+import json
+import os
+import subprocess
+import threading
+
+import numpy as np
+import OpenImageIO as oiio
+import pytest
+
+import lumivane
+
+PROGRAM = os.environ["LUMIVANE_PROGRAM"]
+NAMES = {1: ["Y"], 2: ["Y", "A"], 3: ["R", "G", "B"], 4: ["R", "G", "B", "A"], 5: ["R", "G", "B", "A", "Z"]}
+
+
+def plate(h, w, c, seed):
+    """Values above 1, negatives and a bright spot, so every kernel shows."""
+    rng = np.random.default_rng(seed)
+    a = rng.uniform(-0.2, 1.5, (h, w, c))
+    a[h // 3, w // 2, :] = 40.0
+    return a
+
+
+def write(path, pixels, names, fmt="float", aspect=None):
+    layout = oiio.ImageSpec(pixels.shape[1], pixels.shape[0], pixels.shape[2], fmt)
+    layout.channelnames = names
+    if aspect:
+        layout.attribute("PixelAspectRatio", float(aspect))
+    out = oiio.ImageOutput.create(str(path))
+    assert out.open(str(path), layout) and out.write_image(pixels) and out.close(), oiio.geterror()
+
+
+def read(path, names):
+    buf = oiio.ImageBuf(str(path))
+    got = buf.get_pixels(oiio.FLOAT)
+    return np.stack([got[:, :, list(buf.spec().channelnames).index(n)] for n in names], axis=2)
+
+
+def program(*args):
+    subprocess.run([PROGRAM, *args], check=True, capture_output=True)
+
+
+def settings_args(settings):
+    return [a for k, v in settings.items() for a in ("--set", f"{k}={v}")]
+
+
+# (settings, channels, dtype, file format, with a kernel image, pixel aspect)
+CASES = {
+    "polygon-rgba-aspect": (dict(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4), 4, np.float32, "float", False, 2.0),
+    "gaussian-wrap-grey": (dict(BlurStyle="Gaussian", BlurSizeX=4, Edges="Wrap"), 1, np.float64, "float", False, None),
+    "airy-black-grey-alpha": (dict(BlurStyle="Airy", BlurSizeX=3, Edges="Black"), 2, np.float16, "half", False, None),
+    "disk-rgb-uint8": (dict(BlurSizeX=3), 3, np.uint8, "uint8", False, None),
+    "kernel-image-z": (dict(BlurSizeX=2), 5, np.float32, "float", True, None),
+    "deconvolve-uint16": (dict(Operation="Deconvolve", WienerParam=0.002, BlurStyle="Gaussian", BlurSizeX=1), 3,
+                          np.uint16, "uint16", False, None),
+}
+
+
+@pytest.mark.parametrize("name", CASES)
+def test_pixels_are_the_programs(tmp_path, name):
+    settings, c, dtype, fmt, with_kernel, aspect = CASES[name]
+    data = plate(37, 53, c, seed=len(name))
+    if np.issubdtype(dtype, np.integer):
+        data = (np.clip(data, 0, 1) * np.iinfo(dtype).max).astype(dtype)
+    else:
+        data = data.astype(dtype)
+    ext = "tif" if fmt.startswith("uint") else "exr"
+    write(tmp_path / f"in.{ext}", data, NAMES[c], fmt, aspect)
+    args = [str(tmp_path / f"in.{ext}"), str(tmp_path / "out.exr"), "--raw", "--depth", "float"]
+    kernel = None
+    if with_kernel:
+        kernel = np.zeros((9, 7, 3), np.float32)
+        kernel[2:7, 1:6] = [1.0, 0.5, 0.25]
+        write(tmp_path / "k.exr", kernel, NAMES[3])
+        args += ["--kernel", str(tmp_path / "k.exr")]
+    program("render", *args, *settings_args(settings))
+    expected = read(tmp_path / "out.exr", NAMES[c])
+
+    tool = lumivane.Tool()
+    tool.set(**settings)
+    # A view with other strides than a fresh array, left as it was.
+    strided = np.ascontiguousarray(np.swapaxes(data, 0, 1)).swapaxes(0, 1)
+    before = strided.copy()
+    got = tool.render(strided, kernel=kernel, pixel_aspect=(aspect or 1.0, 1.0))
+    assert np.array_equal(strided, before)
+    assert got.dtype == np.float32 and got.shape == data.shape
+    assert np.array_equal(got, expected), f"worst pixel {np.unravel_index(np.argmax(abs(got - expected)), got.shape)}"
+
+
+def test_kernel_preview_flow_and_controls_are_the_programs(tmp_path):
+    program("kernel", str(tmp_path / "k.exr"), "--width", "200", "--height", "100",
+            "--set", "BlurStyle=Polygon", "--set", "BlurSizeX=5")
+    tool = lumivane.Tool()
+    tool.set("BlurStyle", "polygon")
+    tool.set(BlurSizeX=5)
+    tool.save_flow(str(tmp_path / "before.flow"))
+    drawing = lumivane.kernel_preview(tool, width=200, height=100)
+    assert np.array_equal(drawing, read(tmp_path / "k.exr", NAMES[4]))
+    tool.save_flow(str(tmp_path / "after.flow"))  # the preview leaves the tool's Edges alone
+    assert (tmp_path / "before.flow").read_text() == (tmp_path / "after.flow").read_text()
+
+    image = plate(20, 30, 4, seed=3).astype(np.float32)
+    again = lumivane.Tool.from_flow(str(tmp_path / "after.flow"))
+    assert np.array_equal(again.render(image), tool.render(image))
+
+    described = json.loads(subprocess.run([PROGRAM, "describe", "--json"], check=True, capture_output=True,
+                                          text=True).stdout)["tools"][0]
+    ids = [c["id"] for page in described["pages"] for c in page["controls"]]
+    assert [c["id"] for c in lumivane.Tool().controls] == ids
+
+
+ERRORS = [
+    (lambda t: t.set("NoSuchControl", 1), ValueError, 'no control "NoSuchControl"'),
+    (lambda t: t.set(BlurStyle="Trapezoid"), ValueError, '"Trapezoid" is not one of them'),
+    (lambda t: t.set(BlurSizeX="wide"), ValueError, '"wide" is not a number'),
+    (lambda t: t.set(BlurSizeX=[2]), TypeError, "BlurSizeX: a value of type list"),
+    (lambda t: t.render(np.zeros((4, 4, 3), np.int32)), TypeError, "arrays of int32 are not accepted"),
+    (lambda t: t.render(np.zeros(4, np.float32)), ValueError, "shape (4,) is not an image"),
+    (lambda t: t.render(np.zeros((0, 4, 3), np.float32)), ValueError, "shape (0, 4, 3)"),
+    (lambda t: t.render(np.zeros((4, 4, 3)), pixel_aspect=(0, 1)), ValueError, "is not a pixel aspect"),
+    (lambda t: t.set(BlurSizeX=20) or t.render(np.ones((8, 8, 3)), kernel=np.zeros((3, 3, 3))), RuntimeError, "kernel is black"),
+    (lambda t: lumivane.Tool.from_flow("/nonexistent/look.flow"), OSError, "/nonexistent/look.flow"),
+]
+
+
+@pytest.mark.parametrize("call,kind,message", ERRORS)
+def test_errors_name_the_value(call, kind, message):
+    with pytest.raises(kind, match=None) as raised:
+        call(lumivane.Tool())
+    assert message in str(raised.value)
+
+
+def test_memory_limit_refuses_the_frame(monkeypatch):
+    monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1M")
+    with pytest.raises(MemoryError, match="the frame needs about .* LUMIVANE_MAX_MEMORY"):
+        tool = lumivane.Tool()
+        tool.set(BlurSizeX=2.5)
+        tool.render(np.zeros((256, 256, 4), np.float32))
+
+
+def test_two_threads_match_one_after_the_other():
+    tools = [lumivane.Tool(), lumivane.Tool()]
+    tools[0].set(BlurStyle="Polygon", BlurSizeX=3)
+    tools[1].set(BlurStyle="Gaussian", BlurSizeX=5, Edges="Wrap")
+    images = [plate(120, 160, 4, seed=s).astype(np.float32) for s in (1, 2)]
+    alone = [t.render(i) for t, i in zip(tools, images)]
+    together = [[], []]
+    threads = [threading.Thread(target=lambda k=k: [together[k].append(tools[k].render(images[k]))
+                                                    for _ in range(5)]) for k in (0, 1)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    for k in (0, 1):
+        assert all(np.array_equal(r, alone[k]) for r in together[k]) and len(together[k]) == 5
+
+
+def resident_kib():
+    with open("/proc/self/status") as status:
+        return next(int(line.split()[1]) for line in status if line.startswith("VmRSS:"))
+
+
+def test_resident_memory_flat_over_200_renders():
+    tool = lumivane.Tool()
+    image = plate(64, 64, 4, seed=5).astype(np.float32)
+    for _ in range(20):
+        tool.render(image)
+    start = resident_kib()
+    for _ in range(200):
+        tool.render(image)
+    # A leaked input or output image alone would be 64 KiB a render, 12.5 MiB in all.
+    assert resident_kib() - start < 3 * 1024
