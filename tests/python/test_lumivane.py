@@ -48,7 +48,8 @@ def settings_args(settings):
 
 # (settings, channels, dtype, file format, with a kernel image, pixel aspect)
 CASES = {
-    "polygon-rgba-aspect": (dict(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4), 4, np.float32, "float", False, 2.0),
+    "polygon-rgba-aspect": (dict(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4, ScaleBlurAspect=True), 4,
+                            np.float32, "float", False, 2.0),
     "gaussian-wrap-grey": (dict(BlurStyle="Gaussian", BlurSizeX=4, Edges="Wrap"), 1, np.float64, "float", False, None),
     "airy-black-grey-alpha": (dict(BlurStyle="Airy", BlurSizeX=3, Edges="Black"), 2, np.float16, "half", False, None),
     "disk-rgb-uint8": (dict(BlurSizeX=3), 3, np.uint8, "uint8", False, None),
