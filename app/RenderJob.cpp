@@ -79,6 +79,9 @@ Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
     if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
         program = LoadFlow(host.Doc(), flow);
+    } catch (const ValueRefused& e) {
+        // The same value given with --set would be a usage error.
+        throw UsageError(e.what());
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }

@@ -34,6 +34,8 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
     std::ofstream(dir / "garbage.exr") << "not an image";
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
+    std::ofstream(dir / "negative.json")
+        << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -77,7 +79,9 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
                     "--max-memory: \"lots\" is not a size such as 512M"},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
-                    "broken.json: not a valid flow file"}),
+                    "broken.json: not a valid flow file"},
+        FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
+                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
     PrintName);
 
 TEST(CommandFailure, UnwritableOutputFolder)

@@ -95,6 +95,12 @@ TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)
          }, nullptr},
         {"two-sided polygon", [](ToolHarness& t) { t.Set("BlurStyle", 1), t.Set("PolygonSideCount", 2); }, nullptr},
         {"unknown style", [](ToolHarness& t) { t.Set("BlurStyle", 7); }, nullptr},
+        // A script may set what the host refuses from a user; the conversion to a
+        // whole number clamps first, so the tool's own checks see the size of it.
+        {"side count past 32 bits", [](ToolHarness& t) { t.Set("BlurStyle", 1), t.Set("PolygonSideCount", 1e10); },
+         "Lumivane 2: Polygon Side Count 2147483647 is above 1000, the most sides a polygon takes\n"},
+        {"style not a number", [](ToolHarness& t) { t.Set("BlurStyle", std::nan("")); },
+         "Lumivane 2: Blur Style is not a finite number\n"},
     };
     for (const auto& [name, setup, message] : cases) {
         SCOPED_TRACE(name);
