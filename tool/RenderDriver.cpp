@@ -3,6 +3,7 @@
 #include "host/FusionDoc.h"
 #include "host/Tags.h"
 #include "image/ImageTransfer.h"
+#include "kernel/PlaceKernel.h"
 #include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
 #include "util/Text.h"
@@ -48,6 +49,7 @@ void Lumivane2::Process(Request* req)
             // Nothing to filter, kernel image or not.
             outputImage = sourceImage->CopyOfImage(false);
         } else {
+            if (kernelImage) CheckKernelImage(kernelImage);
             PlanFrame();
             CheckFrameMemory();
             ApplyHostFftSettings();
