@@ -46,7 +46,7 @@ constexpr FriendlyOption kFriendly[] = {
     {"--wiener", "K", nullptr, "Wiener constant for --deconvolve (WienerParam)", {{"WienerParam", nullptr}, {}}},
     {"--bad-bokeh", "AMOUNT", nullptr, "Uneven bokeh, 0 to 1, for disk and polygon (BadBokeh)",
      {{"BadBokeh", nullptr}, {}}},
-    {"--sides", "N", nullptr, "Polygon side count, 3 or more (PolygonSideCount)", {{"PolygonSideCount", nullptr}, {}}},
+    {"--sides", "N", nullptr, "Polygon side count, 3 to 1000 (PolygonSideCount)", {{"PolygonSideCount", nullptr}, {}}},
     {"--angle", "DEGREES", nullptr, "Polygon rotation in degrees (KernelAngle)", {{"KernelAngle", nullptr}, {}}},
 };
 
