@@ -1,16 +1,12 @@
 #include "app/Settings.h"
 
 #include "app/ExitCodes.h"
-#include "host/Tags.h"
 #include "util/Text.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
