@@ -30,7 +30,11 @@ inline ProgramError FileError(const std::string& message) { return ProgramError(
 inline ProgramError RenderError(const std::string& message) { return ProgramError(Exit::Render, message); }
 
 int ExitStatus(Exit kind);
-// The kind of any exception: a ProgramError's own, Internal for anything else.
+// The kind of any exception: a ProgramError's own, Render for an allocation
+// failure (as for a frame over the memory limit), Internal for anything else.
 Exit KindOf(const std::exception& e);
+// What to tell the user: the message, or for an allocation failure, that
+// memory ran out.
+std::string MessageOf(const std::exception& e);
 // Short name of a kind for summaries ("file error").
 const char* KindName(Exit kind);

@@ -3,6 +3,8 @@
 #include "app/ExitCodes.h"
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
+#include "host/EngineSettings.h"
+#include "util/Text.h"
 
 #include <OpenImageIO/strutil.h>
 
@@ -192,6 +194,27 @@ void Unpremultiply(std::vector<float>& pixels, const ImageSpec& layout)
 
 }  // namespace
 
+namespace {
+
+// A header can claim any size: a few hundred bytes of TIFF may describe a
+// 60000 x 60000 frame. What reading it holds at once (the decoded float buffer
+// and the host image it is copied into) is checked against the memory limit
+// from the header alone, before either is allocated.
+void CheckReadMemory(const std::string& path, const ImageSpec& layout, const ChannelRoles& roles)
+{
+    const double pixels = static_cast<double>(layout.width) * static_cast<double>(layout.height);
+    const double hostChannels = 4.0 + static_cast<double>(roles.extras.size());
+    const double need = pixels * (static_cast<double>(layout.nchannels) + hostChannels) * sizeof(float);
+    const std::uint64_t limit = MemoryLimit();
+    if (need > static_cast<double>(limit))
+        throw RenderError("cannot read " + path + ": its " + std::to_string(layout.width) + "x" +
+                          std::to_string(layout.height) + " pixels of " + std::to_string(layout.nchannels) +
+                          " channels need about " + FormatMemorySize(static_cast<std::uint64_t>(std::min(need, 1.8e19))) +
+                          " to read, but " + MemoryLimitSource() + " is " + FormatMemorySize(limit));
+}
+
+}  // namespace
+
 ImageFile ReadImageFile(const std::string& path)
 {
     std::error_code ec;
@@ -217,6 +240,7 @@ ImageFile ReadImageFile(const std::string& path)
 
     const ChannelRoles roles = RolesOf(layout);
     const int n = layout.nchannels;
+    CheckReadMemory(path, layout, roles);
     std::vector<float> pixels(static_cast<std::size_t>(layout.width) * layout.height * n);
     if (!in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()))
         throw FileError("cannot read " + path + ": " + in->geterror());

@@ -79,6 +79,9 @@ Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
     if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
         program = LoadFlow(host.Doc(), flow);
+    } catch (const ValueRefused& e) {
+        // The same value given with --set would be a usage error.
+        throw UsageError(e.what());
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }
@@ -213,10 +216,10 @@ int RunRender(const RenderOptions& opt)
         } catch (const std::exception& e) {
             const Exit kind = KindOf(e);
             if (!firstFailure) firstFailure = kind;
-            failures.push_back("frame " + std::to_string(frame) + ": " + e.what() + " [" + KindName(kind) + "]");
+            failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
             // The tool's own failure line is already on the screen.
             const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
-            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : e.what());
+            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
             if (!opt.keepGoing) break;
         }
     }

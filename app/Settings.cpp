@@ -1,16 +1,12 @@
 #include "app/Settings.h"
 
 #include "app/ExitCodes.h"
-#include "host/Tags.h"
 #include "util/Text.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
@@ -46,7 +42,7 @@ constexpr FriendlyOption kFriendly[] = {
     {"--wiener", "K", nullptr, "Wiener constant for --deconvolve (WienerParam)", {{"WienerParam", nullptr}, {}}},
     {"--bad-bokeh", "AMOUNT", nullptr, "Uneven bokeh, 0 to 1, for disk and polygon (BadBokeh)",
      {{"BadBokeh", nullptr}, {}}},
-    {"--sides", "N", nullptr, "Polygon side count, 3 or more (PolygonSideCount)", {{"PolygonSideCount", nullptr}, {}}},
+    {"--sides", "N", nullptr, "Polygon side count, 3 to 1000 (PolygonSideCount)", {{"PolygonSideCount", nullptr}, {}}},
     {"--angle", "DEGREES", nullptr, "Polygon rotation in degrees (KernelAngle)", {{"KernelAngle", nullptr}, {}}},
 };
 
@@ -56,33 +52,6 @@ std::string Normalised(const std::string& s)
     for (char c : s)
         if (!std::isspace(static_cast<unsigned char>(c))) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return out;
-}
-
-bool ParseDouble(const std::string& text, double& out)
-{
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return false;
-    char* end = nullptr;
-    errno = 0;
-    out = std::strtod(text.c_str(), &end);
-    return errno == 0 && end == text.c_str() + text.size() && std::isfinite(out);
-}
-
-// The entry `text` names: exactly (any case, spaces ignored) or by a beginning
-// that only one entry has. -1 when none or several.
-int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
-{
-    const std::string want = Normalised(text);
-    if (want.empty()) return -1;
-    int prefixMatch = -1, prefixCount = 0;
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        const std::string e = Normalised(entries[i]);
-        if (e == want) return static_cast<int>(i);
-        if (e.compare(0, want.size(), want) == 0) {
-            prefixMatch = static_cast<int>(i);
-            ++prefixCount;
-        }
-    }
-    return prefixCount == 1 ? prefixMatch : -1;
 }
 
 std::string ControlList(const Operator& tool)
@@ -113,47 +82,12 @@ Setting ParseSetArgument(const std::string& arg)
     return Setting{arg.substr(0, eq), arg.substr(eq + 1), std::string(kSetOption) + " " + arg};
 }
 
-std::string AcceptedValues(const InputDeclaration& d)
-{
-    if (d.IsText()) return "text";
-    if (d.IsImage()) return "an image file";
-    if (d.Control == MultiButtonControlID) {
-        std::string s = "one of ";
-        for (std::size_t i = 0; i < d.Entries.size(); ++i)
-            s += (i ? ", " : "") + std::to_string(i) + " \"" + d.Entries[i] + "\"";
-        return s + " (number or name)";
-    }
-    if (d.Control == CheckboxControlID) return "0 or 1 (off/on, false/true, no/yes)";
-    std::string s = d.Integer ? "a whole number" : "a number";
-    if (d.MinAllowed) s += " from " + FormatNumber(*d.MinAllowed);
-    if (d.SliderTop) s += " (slider " + FormatNumber(d.MinAllowed.value_or(0.0)) + " to " + FormatNumber(*d.SliderTop) + ")";
-    return s;
-}
+std::string AcceptedValues(const InputDeclaration& d) { return d.AcceptedValues(); }
 
 double ResolveNumber(const InputDeclaration& d, const std::string& text, const std::string& origin)
 {
-    const std::string where = origin + ": " + d.ID.str() + " takes " + AcceptedValues(d);
     double v = 0.0;
-    if (!ParseDouble(text, v)) {
-        if (d.Control == MultiButtonControlID) {
-            const int entry = EntryNamed(d.Entries, text);
-            if (entry < 0) throw UsageError(where + "; \"" + text + "\" is not one of them");
-            v = entry;
-        } else if (d.Control == CheckboxControlID) {
-            static const std::map<std::string, double> kWords = {{"on", 1}, {"off", 0}, {"true", 1},
-                                                                 {"false", 0}, {"yes", 1}, {"no", 0}};
-            const auto it = kWords.find(Normalised(text));
-            if (it == kWords.end()) throw UsageError(where + "; \"" + text + "\" is not one of them");
-            v = it->second;
-        } else {
-            throw UsageError(where + "; \"" + text + "\" is not a number");
-        }
-    }
-    if (std::string why = d.CheckNumber(v); !why.empty()) {
-        // A multi-button's reason lists its entries already.
-        const bool listed = d.Control == MultiButtonControlID;
-        throw UsageError(origin + ": " + d.ID.str() + ": " + why + (listed ? "" : " (it takes " + AcceptedValues(d) + ")"));
-    }
+    if (std::string why = d.RefuseTyped(text, v); !why.empty()) throw UsageError(origin + ": " + why);
     return v;
 }
 
@@ -166,8 +100,7 @@ void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeSta
         if (d.IsImage())
             throw UsageError(s.origin + ": \"" + s.id + "\" is an image input; give its file as INPUT" +
                              (d.LinkNumber == 1 ? "" : " or with --kernel"));
-        if (d.Tags.GetLong(TEC_ReadOnly, 0) != 0)
-            throw UsageError(s.origin + ": \"" + s.id + "\" is read-only");
+        if (d.ReadOnly) throw UsageError(s.origin + ": \"" + s.id + "\" is read-only");
         if (d.IsText()) {
             Ref<Text> text(new Text(s.value));
             in->SetSource(text.get(), time);

@@ -26,11 +26,9 @@ Setting ParseSetArgument(const std::string& arg);
 // What the controls accept, in words: "one of 0 \"Disk\", 1 \"Polygon\" (number or name)".
 std::string AcceptedValues(const InputDeclaration& decl);
 
-// The number `text` stands for on a number control: a number, an entry name of
-// a multi-button (any case, spaces ignored, or a unique beginning: "airy"), or
-// on/off, true/false, yes/no for a checkbox. Checked with
-// InputDeclaration::CheckNumber. Throws a usage ProgramError naming `origin`,
-// the control and what it accepts.
+// The number `text` stands for on a number control, by the host's rule for a
+// value from any path (InputDeclaration::RefuseTyped, which flows follow too).
+// Throws a usage ProgramError naming `origin`, the control and what it accepts.
 double ResolveNumber(const InputDeclaration& decl, const std::string& text, const std::string& origin);
 
 // Applies the settings in order at `time`. A control with keys loses them and

@@ -165,7 +165,7 @@ int main(int argc, char** argv)
         describe.plugins = global.plugins;
         return RunDescribe(describe);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "lumivane: error: %s\n", e.what());
+        std::fprintf(stderr, "lumivane: error: %s\n", MessageOf(e).c_str());
         return ExitStatus(KindOf(e));
     }
 }

@@ -1,7 +1,9 @@
 #include "controls/FilterInterface.h"
 
+#include "controls/ControlValue.h"
 #include "host/Operator.h"
 #include "host/Tags.h"
+#include "kernel/KernelShapes.h"
 
 void filter_interface::CreateKernelStyleControls(Operator* op, double defaultStyle)
 {
@@ -17,7 +19,8 @@ void filter_interface::CreateKernelStyleControls(Operator* op, double defaultSty
                                   {INP_MinAllowed, 0.0}, {INP_MaxScale, 1.0}, {INP_Default, 0.0}, {TAG_DONE}});
     sideCountInput = op->AddInput("Polygon Side Count", "PolygonSideCount",
                                   {{LINKID_DataType, CLSID_DataType_Number}, {INPID_InputControl, SliderControlID},
-                                   {INP_MinAllowed, 3.0}, {INP_MaxScale, 12.0}, {INP_Default, 6.0},
+                                   {INP_MinAllowed, 3.0}, {INP_MaxAllowed, kMaximumPolygonSides},
+                                   {INP_MaxScale, 12.0}, {INP_Default, 6.0},
                                    {INP_Integer, 1}, {TAG_DONE}});
     kernelAngleInput = op->AddInput("Kernel Angle", "KernelAngle",
                                     {{LINKID_DataType, CLSID_DataType_Number}, {INPID_InputControl, SliderControlID},
@@ -26,7 +29,7 @@ void filter_interface::CreateKernelStyleControls(Operator* op, double defaultSty
 
 void filter_interface::UpdateKernelStyleVisibility(double styleValue)
 {
-    kernelStyle = static_cast<std::int32_t>(styleValue);
+    kernelStyle = ClampedWhole(styleValue);
     const bool polygon = shapeControlsEnabled && kernelStyle == 1;
     badBokehInput->SetAttrs({{IC_Visible, shapeControlsEnabled && (kernelStyle == 0 || kernelStyle == 1) ? 1 : 0},
                              {TAG_DONE}});

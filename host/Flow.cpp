@@ -43,18 +43,31 @@ public:
         throw std::runtime_error(m_path + ": " + where + ": " + what);
     }
 
+    [[noreturn]] void Refuse(const std::string& where, const std::string& why) const
+    {
+        throw ValueRefused(m_path + ": " + where + ": " + why);
+    }
+
+    // Flows go through the same rule as the command line: a saved value is one
+    // a user could have set. A read-only control is saved with the flow, so
+    // its own value reads back as no change; any other is refused.
     void ApplyInput(Input& in, const json& value, const std::string& where) const
     {
         const InputDeclaration& d = in.Decl();
         if (d.IsText()) {
             if (!value.is_string()) Fail(where, "expected a text, got " + std::string(value.type_name()));
             Ref<Text> text(new Text(value.get<std::string>()));
+            if (d.ReadOnly) {
+                Ref<Parameter> now(in.GetSource(0.0));
+                if (now && static_cast<Text&>(*now).Value() == text->Value()) return;
+                Refuse(where, "\"" + d.ID.str() + "\" is read-only");
+            }
             in.SetSource(text.get(), 0.0);
             return;
         }
         if (!d.IsNumber()) Fail(where, "\"" + d.ID.str() + "\" is an image connection; give it under \"connections\"");
-        if (value.is_number()) {
-            const double v = value.get<double>();
+        if (value.is_number() || value.is_string()) {
+            const double v = NumberFrom(d, value, where);
             in.SetKeys({});
             Ref<Number> number(new Number(v));
             in.SetSource(number.get(), 0.0);
@@ -66,11 +79,23 @@ public:
         for (std::size_t i = 0; i < value["keys"].size(); ++i) {
             const json& key = value["keys"][i];
             const std::string at = where + ".keys[" + std::to_string(i) + "]";
-            if (!key.is_array() || key.size() != 2 || !key[0].is_number() || !key[1].is_number())
+            if (!key.is_array() || key.size() != 2 || !key[0].is_number() || !(key[1].is_number() || key[1].is_string()))
                 Fail(at, "expected [time, value]");
-            keys[key[0].get<double>()] = key[1].get<double>();
+            // Values between keys are interpolated and left to the tool's own
+            // conversions; only the keys themselves are a user's values.
+            keys[key[0].get<double>()] = NumberFrom(d, key[1], at);
         }
         in.SetKeys(std::move(keys));
+    }
+
+    // A number or a typed value (an entry name, "on") as --set takes it.
+    double NumberFrom(const InputDeclaration& d, const json& value, const std::string& where) const
+    {
+        double v = 0.0;
+        const std::string why = value.is_string() ? d.RefuseTyped(value.get<std::string>(), v)
+                                                  : d.RefuseNumber(v = value.get<double>());
+        if (!why.empty()) Refuse(where, why);
+        return v;
     }
 
     void ReadTool(FusionDoc& doc, const json& t, const std::string& where) const

@@ -36,8 +36,10 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ord
 
 // Adds the flow's tools to `doc`, their connections read with PathFromFlow. Each tool is created as a user would create
 // it, then its saved values are applied in the order of the file, each with
-// the change notification a user's edit would send. Values are taken as the
-// host holds them (a flow can be saved with any value a script set), so only
-// their kind is checked. Throws std::runtime_error naming the file, the place
-// in it and what was expected. Returns "program".
+// the change notification a user's edit would send. Constants and keys go
+// through the same rule as the command line (InputDeclaration::RefuseTyped and
+// RefuseNumber: entry names, lowest and highest values, whole numbers,
+// read-only controls, which may only hold their own value); a refused value
+// throws ValueRefused. Anything else malformed throws std::runtime_error. Both
+// name the file, the place in it and what was expected. Returns "program".
 nlohmann::ordered_json LoadFlow(FusionDoc& doc, const std::string& path);

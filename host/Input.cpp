@@ -4,7 +4,11 @@
 #include "host/Tags.h"
 #include "util/Text.h"
 
+#include <cctype>
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
+#include <map>
 #include <sstream>
 
 InputDeclaration InputDeclaration::FromTags(const FuID& label, const FuID& id, const std::string& page,
@@ -18,10 +22,12 @@ InputDeclaration InputDeclaration::FromTags(const FuID& label, const FuID& id, c
     d.Control = tags.GetId(INPID_InputControl);
     d.Entries = tags.GetStrings(MBTNC_AddButton);
     if (tags.Has(INP_MinAllowed)) d.MinAllowed = tags.GetDouble(INP_MinAllowed, 0.0);
+    if (tags.Has(INP_MaxAllowed)) d.MaxAllowed = tags.GetDouble(INP_MaxAllowed, 0.0);
     if (tags.Has(INP_MaxScale)) d.SliderTop = tags.GetDouble(INP_MaxScale, 1.0);
     d.Default = tags.GetDouble(INP_Default, 0.0);
     d.DefaultText = tags.GetString(INP_DefaultText);
     d.Integer = tags.GetLong(INP_Integer, 0) != 0;
+    d.ReadOnly = tags.GetLong(TEC_ReadOnly, 0) != 0;
     d.Notify = tags.GetLong(INP_DoNotifyChanged, 0) != 0;
     d.InitialNotify = tags.GetLong(INP_InitialNotify, 0) != 0;
     d.Visible = tags.GetLong(IC_Visible, 1) != 0;
@@ -46,8 +52,109 @@ std::string InputDeclaration::CheckNumber(double v) const
     }
     if (Control == CheckboxControlID) return (v == 0.0 || v == 1.0) ? std::string() : FormatNumber(v) + " is not 0 (off) or 1 (on)";
     if (MinAllowed && v < *MinAllowed) return FormatNumber(v) + " is less than the lowest value " + FormatNumber(*MinAllowed);
+    if (MaxAllowed && v > *MaxAllowed) return FormatNumber(v) + " is more than the highest value " + FormatNumber(*MaxAllowed);
     if (Integer && v != std::floor(v)) return FormatNumber(v) + " is not a whole number";
     return {};
+}
+
+namespace {
+
+std::string Normalised(const std::string& s)
+{
+    std::string out;
+    for (char c : s)
+        if (!std::isspace(static_cast<unsigned char>(c))) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+// The entry `text` names: exactly (any case, spaces ignored) or by a beginning
+// that only one entry has. -1 when none or several.
+int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
+{
+    const std::string want = Normalised(text);
+    if (want.empty()) return -1;
+    int prefixMatch = -1, prefixCount = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const std::string e = Normalised(entries[i]);
+        if (e == want) return static_cast<int>(i);
+        if (e.compare(0, want.size(), want) == 0) {
+            prefixMatch = static_cast<int>(i);
+            ++prefixCount;
+        }
+    }
+    return prefixCount == 1 ? prefixMatch : -1;
+}
+
+enum class Parsed { Number, NotANumber, Hexadecimal, TooLarge };
+
+Parsed ParseDecimal(const std::string& text, double& out)
+{
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return Parsed::NotANumber;
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtod(text.c_str(), &end);
+    if (end != text.c_str() + text.size()) return Parsed::NotANumber;
+    // strtod reads "0x10" as 16; on a control that is far more likely a typo.
+    if (text.find_first_of("xX") != std::string::npos) return Parsed::Hexadecimal;
+    if (errno == ERANGE && std::isinf(out)) return Parsed::TooLarge;
+    // A value too close to zero comes back as zero or a subnormal: keep it.
+    return std::isfinite(out) ? Parsed::Number : Parsed::NotANumber;
+}
+
+}  // namespace
+
+std::string InputDeclaration::AcceptedValues() const
+{
+    if (IsText()) return "text";
+    if (IsImage()) return "an image file";
+    if (Control == MultiButtonControlID) {
+        std::string s = "one of ";
+        for (std::size_t i = 0; i < Entries.size(); ++i)
+            s += (i ? ", " : "") + std::to_string(i) + " \"" + Entries[i] + "\"";
+        return s + " (number or name)";
+    }
+    if (Control == CheckboxControlID) return "0 or 1 (off/on, false/true, no/yes)";
+    std::string s = Integer ? "a whole number" : "a number";
+    if (MinAllowed && MaxAllowed) s += " from " + FormatNumber(*MinAllowed) + " to " + FormatNumber(*MaxAllowed);
+    else if (MinAllowed) s += " from " + FormatNumber(*MinAllowed);
+    else if (MaxAllowed) s += " up to " + FormatNumber(*MaxAllowed);
+    if (SliderTop) s += " (slider " + FormatNumber(MinAllowed.value_or(0.0)) + " to " + FormatNumber(*SliderTop) + ")";
+    return s;
+}
+
+std::string InputDeclaration::RefuseTyped(const std::string& text, double& out) const
+{
+    const std::string where = ID.str() + " takes " + AcceptedValues();
+    switch (ParseDecimal(text, out)) {
+    case Parsed::Number: return RefuseNumber(out);
+    case Parsed::Hexadecimal: return where + "; \"" + text + "\" is not a decimal number";
+    case Parsed::TooLarge: return where + "; \"" + text + "\" is too large";
+    case Parsed::NotANumber: break;
+    }
+    if (Control == MultiButtonControlID) {
+        const int entry = EntryNamed(Entries, text);
+        if (entry < 0) return where + "; \"" + text + "\" is not one of them";
+        out = entry;
+    } else if (Control == CheckboxControlID) {
+        static const std::map<std::string, double> kWords = {{"on", 1}, {"off", 0}, {"true", 1},
+                                                             {"false", 0}, {"yes", 1}, {"no", 0}};
+        const auto it = kWords.find(Normalised(text));
+        if (it == kWords.end()) return where + "; \"" + text + "\" is not one of them";
+        out = it->second;
+    } else {
+        return where + "; \"" + text + "\" is not a number";
+    }
+    return RefuseNumber(out);
+}
+
+std::string InputDeclaration::RefuseNumber(double v) const
+{
+    if (ReadOnly) return "\"" + ID.str() + "\" is read-only";
+    const std::string why = CheckNumber(v);
+    if (why.empty()) return {};
+    // A multi-button's reason lists its entries already.
+    const bool listed = Control == MultiButtonControlID;
+    return ID.str() + ": " + why + (listed ? "" : " (it takes " + AcceptedValues() + ")");
 }
 
 Input::Input(Operator* owner, InputDeclaration decl) : m_owner(owner), m_decl(std::move(decl))

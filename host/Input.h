@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,10 +26,12 @@ struct InputDeclaration {
     FuID Control;   // control kind; empty for image connections
     std::vector<std::string> Entries;  // multi-button entries, numbered from 0
     std::optional<double> MinAllowed;
+    std::optional<double> MaxAllowed;
     std::optional<double> SliderTop;
     double Default = 0.0;
     std::string DefaultText;
     bool Integer = false;
+    bool ReadOnly = false;
     bool Notify = false;
     bool InitialNotify = false;
     bool Visible = true;
@@ -42,6 +45,29 @@ struct InputDeclaration {
     bool IsImage() const { return DataType == CLSID_DataType_Image; }
     // Empty when v is a value the control accepts, else why it is not.
     std::string CheckNumber(double v) const;
+
+    // The one rule for a value set from outside the tool (the command line, a
+    // flow's constants and keys), so every path refuses the same values with
+    // the same words. Each returns empty when accepted, else a reason that
+    // names the control and says what it takes; the caller prefixes where the
+    // value came from.
+    //
+    // What the control takes, in words: "one of 0 \"Disk\", 1 \"Polygon\" (number or name)".
+    std::string AcceptedValues() const;
+    // A typed value on a number control: a decimal number (hexadecimal is
+    // refused as a likely typo), an entry name of a multi-button (any case,
+    // spaces ignored, or a unique beginning: "airy"), or on/off, true/false,
+    // yes/no for a checkbox. Sets `out` when accepted; then RefuseNumber(out).
+    std::string RefuseTyped(const std::string& text, double& out) const;
+    // A number for this control: read-only, not a number control, CheckNumber.
+    std::string RefuseNumber(double v) const;
+};
+
+// A value refused by the rule above, kept apart from a malformed file so the
+// program reports both paths alike.
+class ValueRefused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 class Input : public Object {

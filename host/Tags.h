@@ -26,6 +26,7 @@ constexpr Tag LINKID_DataType = 0x88020000;
 constexpr Tag INPID_InputControl = 0x80030000;
 constexpr Tag MBTNC_AddButton = 0x38040000;
 constexpr Tag INP_MinAllowed = 0x20030000;
+constexpr Tag INP_MaxAllowed = 0x20030001;
 constexpr Tag INP_MaxScale = 0x20030003;
 constexpr Tag INP_Default = 0x20030004;
 constexpr Tag INP_DefaultText = 0x30030003;

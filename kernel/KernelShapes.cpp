@@ -97,6 +97,9 @@ Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t m
         throw std::runtime_error("Polygon Side Count " + std::to_string(params.sideCount) + " is below " +
                                  std::to_string(kMinimumSides) + ": a polygon needs at least " +
                                  std::to_string(kMinimumSides) + " sides");
+    if (params.sideCount > kMaximumPolygonSides)
+        throw std::runtime_error("Polygon Side Count " + std::to_string(params.sideCount) + " is above " +
+                                 std::to_string(kMaximumPolygonSides) + ", the most sides a polygon takes");
 
     // halfSector is half the angle one side subtends at the centre. With angle 0
     // the middle of a side lies on +x; a positive angle turns the polygon toward

@@ -21,8 +21,13 @@ double GaussianValue(double a, double sigma);
 // brightness to 0 over the pixel beyond the edge, 0 further out.
 double RimShading(double d, double e, double badBokeh);
 
+// The most sides a Polygon takes. Past a thousand sides a polygon lies within
+// 1 - cos(pi / 1000), about 5e-6, of its circumcircle, closer than any kernel
+// pixel can show, while the work still grows with the count.
+constexpr std::int32_t kMaximumPolygonSides = 1000;
+
 Image* MakeDiskKernel(const KernelParams& params, double size, std::int32_t minimumSize);
-// Throws std::runtime_error when params.sideCount is below 3.
+// Throws std::runtime_error when params.sideCount is below 3 or above kMaximumPolygonSides.
 Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 Image* MakeGaussianKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 Image* MakeAiryKernel(const KernelParams& params, double size, std::int32_t minimumSize);

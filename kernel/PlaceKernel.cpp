@@ -3,6 +3,7 @@
 #include "fft/FrequencyArray.h"
 #include "host/Image.h"
 
+#include <cmath>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -16,6 +17,18 @@ void CheckChannel(std::int32_t channel)
     if (channel < 0 || channel > 3)
         throw std::runtime_error("Kernel channel " + std::to_string(channel) +
                                  " is not one of 0 red, 1 green, 2 blue, 3 alpha");
+}
+
+std::string BlackMessage(std::int32_t channel)
+{
+    return std::string("The kernel is black in the ") + kChannelNames[channel] + " channel: it has no weight to normalise";
+}
+
+std::string NonFiniteMessage(float v, std::int32_t channel, std::int32_t x, std::int32_t y)
+{
+    return std::string("The kernel image has ") + (std::isnan(v) ? "NaN" : v > 0 ? "+infinity" : "-infinity") +
+           " in the " + kChannelNames[channel] + " channel at pixel " + std::to_string(x) + ", " + std::to_string(y) +
+           ": every output pixel of that channel would be lost; clean the kernel image first";
 }
 
 std::string SizeText(std::int32_t width, std::int32_t height)
@@ -64,6 +77,7 @@ void PlaceKernel(FrequencyArray& destination, Image* kernel, std::int32_t channe
         for (std::int32_t x = 0; x < kernelWidth; ++x) {
             in.GetNextPixel(pixel);
             const float v = KernelComponent(pixel, channel);
+            if (!std::isfinite(v)) throw std::runtime_error(NonFiniteMessage(v, channel, x, y));
             if (v >= 0.0f) positive += static_cast<double>(v);
             else negative += -static_cast<double>(v);
             row[(x + offsetX) % width] = static_cast<double>(v);
@@ -74,10 +88,30 @@ void PlaceKernel(FrequencyArray& destination, Image* kernel, std::int32_t channe
     // is what sums to 1.
     const double normaliser = positive > negative ? positive : negative;
     if (normaliser == 0.0)
-        throw std::runtime_error(std::string("The kernel is black in the ") + kChannelNames[channel] +
-                                 " channel: it has no weight to normalise");
+        throw std::runtime_error(BlackMessage(channel));
     if (destination.size > 0) {
         const double scale = 1.0 / normaliser;
         for (std::int32_t i = 0; i < destination.size; ++i) destination.data[i] *= scale;
     }
+}
+
+void CheckKernelImage(Image* kernel)
+{
+    constexpr std::int32_t kColours = 3;
+    bool weighted[kColours] = {};
+    PixPtr in(kernel);
+    FltPixel pixel;
+    for (std::int32_t y = 0; y < kernel->Height; ++y) {
+        in.GotoXY(0, y);
+        for (std::int32_t x = 0; x < kernel->Width; ++x) {
+            in.GetNextPixel(pixel);
+            for (std::int32_t c = 0; c < kColours; ++c) {
+                const float v = KernelComponent(pixel, c);
+                if (!std::isfinite(v)) throw std::runtime_error(NonFiniteMessage(v, c, x, y));
+                weighted[c] = weighted[c] || v != 0.0f;
+            }
+        }
+    }
+    for (std::int32_t c = 0; c < kColours; ++c)
+        if (!weighted[c]) throw std::runtime_error(BlackMessage(c));
 }

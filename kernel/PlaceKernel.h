@@ -21,6 +21,15 @@ float KernelComponent(const FltPixel& pixel, std::int32_t channel);
 // values), so the larger lobe sums to 1.
 //
 // Throws std::runtime_error for a null or empty kernel, one larger than the
-// array, a channel outside 0..3, and a kernel with no weight in the channel.
+// array, a channel outside 0..3, a kernel with no weight in the channel, and a
+// value in the channel that is not finite.
 // The kernel stays the caller's.
 void PlaceKernel(FrequencyArray& destination, Image* kernel, std::int32_t channel);
+
+// A kernel image the filter can use: every red, green and blue value finite
+// (one NaN or infinity would spread over the whole channel), and some weight in
+// each of them. The colour chunks place their kernels at once, so this is
+// checked before they start, to name the first fault in reading order: the
+// first non-finite pixel, else the first black channel. Throws the same
+// std::runtime_error texts as PlaceKernel. Alpha filters with red's kernel.
+void CheckKernelImage(Image* kernel);

@@ -3,6 +3,7 @@
 #include "host/FusionDoc.h"
 #include "host/Tags.h"
 #include "image/ImageTransfer.h"
+#include "kernel/PlaceKernel.h"
 #include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
 #include "util/Text.h"
@@ -20,14 +21,14 @@ void Lumivane2::ReadRenderState(Request* req)
 {
     sourceImage = static_cast<Image*>(imageInput->GetValue(req, 0));
     kernelImage = static_cast<Image*>(kernelInput->GetValue(req, 0));
-    edgeType = static_cast<std::int32_t>(ValueOf(edgesInput, req));
+    edgeType = WholeValueOf(edgesInput, req);
     convolve = ValueOf(operationInput, req) < 0.5;
     wienerParam = ValueOf(wienerInput, req);
     if (!sourceImage) throw std::runtime_error("nothing is connected to the \"input\" input");
     ReadBlurSizes(req, sourceImage);
     modelImage = sourceImage;
-    kernelStyle = static_cast<std::int32_t>(ValueOf(blurStyleInput, req));
-    sideCount = static_cast<std::int32_t>(ValueOf(sideCountInput, req));
+    kernelStyle = WholeValueOf(blurStyleInput, req);
+    sideCount = WholeValueOf(sideCountInput, req);
     angle = ValueOf(kernelAngleInput, req) * kDegreesToRadians;
     badBokeh = ValueOf(badBokehInput, req);
 }
@@ -48,6 +49,7 @@ void Lumivane2::Process(Request* req)
             // Nothing to filter, kernel image or not.
             outputImage = sourceImage->CopyOfImage(false);
         } else {
+            if (kernelImage) CheckKernelImage(kernelImage);
             PlanFrame();
             CheckFrameMemory();
             ApplyHostFftSettings();

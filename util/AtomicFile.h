@@ -5,6 +5,10 @@
 // it was. The temporary name is hidden, carries the process ID, so that two
 // processes writing the same file never share it, and keeps the final extension:
 //   /shots/.plate.0001.exr.4711.tmp.exr
+//
+// A final name that is a symbolic link is written through: the file the link
+// leads to is replaced and the link stays. An existing file keeps its
+// permission bits (a 0660 plate does not become world-readable).
 #include <string>
 
 class AtomicFile {
@@ -24,6 +28,7 @@ public:
 
 private:
     std::string m_final;
+    std::string m_target;  // m_final with symbolic links followed
     std::string m_temp;
     bool m_committed = false;
 };

@@ -1,11 +1,13 @@
 // Each way a render can go wrong: the message, the exit status, and that no
 // partial or temporary file is left in the output folder.
 #include "ProgramRunner.h"
+#include "app/ExitCodes.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
+#include <new>
 #include <thread>
 
 namespace {
@@ -34,6 +36,10 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
     std::ofstream(dir / "garbage.exr") << "not an image";
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
+    // A header that claims 60000 x 60000 pixels, with almost nothing after it.
+    std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
+    std::ofstream(dir / "negative.json")
+        << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -77,8 +83,22 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
                     "--max-memory: \"lots\" is not a size such as 512M"},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
-                    "broken.json: not a valid flow file"}),
+                    "broken.json: not a valid flow file"},
+        FailureCase{"HugeHeader", {"--max-memory", "1G", "render", "huge.ppm", "out/o.exr"}, 4,
+                    "cannot read huge.ppm: its 60000x60000 pixels of 3 channels need about 93.9 GiB to read, but the "
+                    "memory limit is 1.0 GiB"},
+        FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.ppm"},
+                    4, "cannot read huge.ppm: its 60000x60000"},
+        FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
+                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
     PrintName);
+
+// Memory can run out past every check; that is a memory failure, not a fault of the program.
+TEST(ExitStatus, AnAllocationFailureIsAMemoryFailure)
+{
+    EXPECT_EQ(ExitStatus(KindOf(std::bad_alloc())), 4);
+    EXPECT_EQ(MessageOf(std::bad_alloc()).rfind("out of memory: ", 0), 0u);
+}
 
 TEST(CommandFailure, UnwritableOutputFolder)
 {

@@ -275,6 +275,15 @@ TEST(Reliability, OutputMayReplaceTheInput)
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
     EXPECT_EQ(dir.Files(), std::vector<std::string>{"shot.exr"});
+
+    // Replacing keeps the file's permission bits; a link is written through.
+    namespace fs = std::filesystem;
+    fs::permissions(dir / "shot.exr", fs::perms(0640));
+    fs::create_symlink("shot.exr", dir / "link.exr");
+    const RunResult again = RunLumivane(dir, {"render", "shot.exr", "link.exr", "--size", "10"});
+    ASSERT_EQ(again.status, 0) << again.err;
+    EXPECT_TRUE(fs::is_symlink(dir / "link.exr"));
+    EXPECT_EQ(fs::status(dir / "shot.exr").permissions(), fs::perms(0640));
 }
 
 TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)

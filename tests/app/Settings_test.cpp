@@ -105,7 +105,8 @@ TEST(ResolveNumber, TakesNumbersNamesAndSwitchesAndSaysWhatIsAccepted)
         {"Operation", "", "is not one of"}, {"LockXY", "2", "is not 0 (off) or 1 (on)"}, {"LockXY", "maybe", "off/on"},
         {"PolygonSideCount", "4.5", "not a whole number"}, {"BlurSizeX", "-1", "less than the lowest value 0"},
         {"BlurSizeX", "nan", "not a number"}, {"BlurSizeX", "inf", "not a number"}, {"BlurSizeX", " 2", "not a number"},
-        {"BlurSizeX", "2px", "not a number"}};
+        {"BlurSizeX", "2px", "not a number"}, {"BlurSizeX", "0x10", "\"0x10\" is not a decimal number"},
+        {"BlurSizeX", "1e400", "\"1e400\" is too large"}, {"PolygonSideCount", "1e9", "more than the highest value"}};
     for (const auto& c : refused) {
         const std::string message = UsageMessage([&] { ResolveNumber(t.Decl(c.id), c.text, "--opt"); });
         EXPECT_NE(message.find(c.message), std::string::npos) << message;

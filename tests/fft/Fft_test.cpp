@@ -281,6 +281,13 @@ TEST(SpectrumOps, MultiplyAndWienerDivideEveryBin)
     WienerDivideSpectra(I, K, 0.0);
     for (int j = 0; j < 3; ++j) EXPECT_LT(std::abs(Bin(I, j) - i0[j] / k0[j]), 1e-12 * std::abs(i0[j] / k0[j])) << j;
     EXPECT_TRUE(std::isnan(I.data[6]));
+    // A constant other than 0 and 1, where w and w squared differ.
+    SetBins(I, i0);
+    WienerDivideSpectra(I, K, 0.25);
+    for (int j = 0; j < 4; ++j) {
+        const Complex expected = i0[j] * std::conj(k0[j]) / (std::norm(k0[j]) + 0.25);
+        EXPECT_LT(std::abs(Bin(I, j) - expected), 1e-12 * (1 + std::abs(expected))) << j;
+    }
 }
 
 }  // namespace

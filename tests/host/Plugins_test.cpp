@@ -58,9 +58,9 @@ TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
         a.Set(id, value);  // every size control shown, and choices away from their defaults
     double v = 0.5;
     for (const auto& in : a.op->Inputs())
-        if (in->Decl().IsNumber() && in->Decl().Control == SliderControlID) a.Set(in->ID().str(), v += 1.0);
-    a.In("GreenBlurSizeX")->SetKeys({{1, 2.0}, {9, 8.5}});
-    a.In("CompanyName")->SetSource(Ref<Text>(new Text("Someone Else")).get(), 0);
+        if (in->Decl().IsNumber() && in->Decl().Control == SliderControlID)
+            a.Set(in->ID().str(), in->Decl().Integer ? std::floor(v += 1.0) : (v += 1.0));
+    a.In("GreenBlurSizeX")->SetKeys({{1.5, 2.0}, {9, 8.5}});  // a key between frames reads back where it was
     a.In("input")->SetConnection((dir / "plate.####.exr").string());
     const std::string path = (dir / "saved.flow").string();
     SaveFlow(a.doc, path, {{"frames", "1-9"}});
@@ -98,8 +98,16 @@ TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
         {head + R"({"class": "nobody.Tool"}]})", ": tools[0].class: no tool class \"nobody.Tool\" is loaded (loaded: "},
         {head + tool + R"({"Size": 3}}]})",
          ": tools[0].inputs.Size: the tool has no control \"Size\" (controls: Operation, WienerParam, BlurSizeUnit"},
-        {head + tool + R"({"BlurSizeX": "big"}}]})",
-         ": tools[0].inputs.BlurSizeX: expected a number or {\"keys\": [[time, value], ...]}, got string"},
+        {head + tool + R"({"BlurSizeX": true}}]})",
+         ": tools[0].inputs.BlurSizeX: expected a number or {\"keys\": [[time, value], ...]}, got boolean"},
+        // Values go through the rule --set follows, with its words.
+        {head + tool + R"({"BlurSizeX": "big"}}]})", ": tools[0].inputs.BlurSizeX: BlurSizeX takes a number from 0"},
+        {head + tool + R"({"BlurSizeX": -3}}]})", "BlurSizeX: -3 is less than the lowest value 0 (it takes a number"},
+        {head + tool + R"({"BlurStyle": 7}}]})", "BlurStyle: 7 is not one of 0 \"Disk\""},
+        {head + tool + R"({"PolygonSideCount": {"keys": [[0, 6], [9, 4.5]]}}}]})",
+         ".PolygonSideCount.keys[1]: PolygonSideCount: 4.5 is not a whole number"},
+        {head + tool + R"({"PerChannel": 2}}]})", "PerChannel: 2 is not 0 (off) or 1 (on)"},
+        {head + tool + R"({"CompanyName": "Hacked"}}]})", ".inputs.CompanyName: \"CompanyName\" is read-only"},
         {head + tool + R"({"BlurSizeX": {"keys": [[1]]}}}]})", ": tools[0].inputs.BlurSizeX.keys[0]: expected [time, value]"},
         {head + tool + R"({"CompanyName": 3}}]})", ": tools[0].inputs.CompanyName: expected a text, got number"},
     };
@@ -110,6 +118,11 @@ TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
         EXPECT_EQ(why.rfind(path, 0), 0u) << why;
         EXPECT_NE(why.find(message), std::string::npos) << why;
     }
+    std::ofstream(path) << head + tool + R"({"BlurStyle": "polygon", "PerChannel": "off"}}]})";
+    FusionDoc named;
+    LoadFlow(named, path);
+    Ref<Parameter> style(named.Tools()[0]->FindInput("BlurStyle")->GetSource(0));
+    EXPECT_EQ(static_cast<Number&>(*style).Value(), 1.0);
     FusionDoc doc;
     EXPECT_THROW(SaveFlow(doc, (dir / "no" / "such" / "folder.flow").string()), std::runtime_error);
 }

@@ -187,9 +187,13 @@ TEST(PlaceKernel, WrapsTheCentreToTheOriginAndScalesByTheLargerLobe)
 TEST(PlaceKernel, RefusesWhatItCannotPlaceOrNormalise)
 {
     const Ref<Image> greenOnly = KernelOf(3, 3, std::vector<float>(9, 0.5f), 1);
+    const Ref<Image> infinite = KernelOf(3, 1, {1.0f, -INFINITY, 1.0f}, 1);
     const struct { Image* kernel; int width, channel; std::string message; } cases[] = {
         {greenOnly.get(), 8, 0, "The kernel is black in the red channel: it has no weight to normalise"},
         {greenOnly.get(), 8, 2, "The kernel is black in the blue channel: it has no weight to normalise"},
+        {infinite.get(), 8, 1,
+         "The kernel image has -infinity in the green channel at pixel 1, 0: every output pixel of that channel would "
+         "be lost; clean the kernel image first"},
         {greenOnly.get(), 8, 4, "Kernel channel 4 is not one of 0 red, 1 green, 2 blue, 3 alpha"},
         {greenOnly.get(), 2, 1, "The 3x3 kernel does not fit the 2x8 frequency array"},
         {nullptr, 8, 0, "There is no kernel image to place"},

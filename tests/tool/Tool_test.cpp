@@ -92,9 +92,25 @@ TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)
          "Lumivane 2: nothing is connected to the \"input\" input\n"},
         {"kernel black in green", [](ToolHarness& t) {
              t.Connect("kernel", Ref<Image>(MakeImage(3, 3, [](int, int, int c) { return float(c != 1); })).get());
-         }, nullptr},
+         }, "Lumivane 2: The kernel is black in the green channel: it has no weight to normalise\n"},
+        // Chunks place their kernels at once; the first black channel is named.
+        {"kernel black in red and green", [](ToolHarness& t) {
+             t.Connect("kernel", Ref<Image>(MakeImage(3, 3, [](int, int, int c) { return float(c > 1); })).get());
+         }, "Lumivane 2: The kernel is black in the red channel: it has no weight to normalise\n"},
+        {"kernel not finite", [](ToolHarness& t) {
+             t.Connect("kernel", Ref<Image>(MakeImage(3, 2, [](int x, int y, int c) {
+                 return x == 2 && y == 1 && c == 1 ? INFINITY : x == 1 && y == 1 && c == 2 ? NAN : 1.0f;
+             })).get());
+         }, "Lumivane 2: The kernel image has NaN in the blue channel at pixel 1, 1: every output pixel of that channel "
+            "would be lost; clean the kernel image first\n"},
         {"two-sided polygon", [](ToolHarness& t) { t.Set("BlurStyle", 1), t.Set("PolygonSideCount", 2); }, nullptr},
         {"unknown style", [](ToolHarness& t) { t.Set("BlurStyle", 7); }, nullptr},
+        // A script may set what the host refuses from a user; the conversion to a
+        // whole number clamps first, so the tool's own checks see the size of it.
+        {"side count past 32 bits", [](ToolHarness& t) { t.Set("BlurStyle", 1), t.Set("PolygonSideCount", 1e10); },
+         "Lumivane 2: Polygon Side Count 2147483647 is above 1000, the most sides a polygon takes\n"},
+        {"style not a number", [](ToolHarness& t) { t.Set("BlurStyle", std::nan("")); },
+         "Lumivane 2: Blur Style is not a finite number\n"},
     };
     for (const auto& [name, setup, message] : cases) {
         SCOPED_TRACE(name);
