@@ -45,7 +45,9 @@ json ControlJson(const Input& in)
     return c;
 }
 
-json ToolJson(const Registry& reg, const Operator& tool, const std::string& module)
+}  // namespace
+
+json DescribeToolJson(const Registry& reg, const Operator& tool, const std::string& module)
 {
     json t{{"id", reg.ID().str()},
            {"name", reg.Name()},
@@ -71,6 +73,8 @@ json ToolJson(const Registry& reg, const Operator& tool, const std::string& modu
         t["outputs"].push_back(json{{"id", out->ID().str()}, {"label", out->Decl().Label}});
     return t;
 }
+
+namespace {
 
 void PrintText(const Registry& reg, const Operator& tool, const std::string& module)
 {
@@ -116,7 +120,7 @@ int RunDescribe(const DescribeOptions& opt)
         Operator* tool = host.Doc().AddTool(reg->ID());
         const std::string module = host.ModuleOf(reg->ID().str());
         if (opt.json) {
-            tools.push_back(ToolJson(*reg, *tool, module));
+            tools.push_back(DescribeToolJson(*reg, *tool, module));
         } else {
             if (!first) std::printf("\n");
             PrintText(*reg, *tool, module);

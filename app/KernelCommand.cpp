@@ -60,6 +60,25 @@ Ref<Image> Drawing(const Image& response, int cx, int cy)
 
 }  // namespace
 
+Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, int width, int height, TimeStamp time,
+                       const FrameConsole& console)
+{
+    // With black edges the point's response is the kernel alone.
+    ApplySettings(tool, {{"Edges", "Black", "drawing the kernels"}}, time);
+    Ref<Image> point(new Image(width, height));
+    const int cx = width / 2, cy = height / 2;
+    for (int c = 0; c < kColours; ++c) point->Pixel(cx, cy)[kRecordPosition[c]] = 1.0f;
+    Input* source = tool.FindInput(kSourceInput);
+    if (!source) throw FileError(std::string("the tool has no \"") + kSourceInput + "\" input");
+    source->SetSource(point.get(), time);
+    Ref<Parameter> result = doc.Render(&tool, time);
+    source->SetSource(nullptr, time);
+    if (InterruptRequested()) return {};
+    const auto* response = dynamic_cast<const Image*>(result.get());
+    if (!response) throw RenderError("cannot make the kernels: " + console.Why());
+    return Drawing(*response, cx, cy);
+}
+
 int RunKernel(const KernelOptions& opt)
 {
     if (opt.width < 1 || opt.height < 1)
@@ -75,22 +94,8 @@ int RunKernel(const KernelOptions& opt)
     host.Doc().SetConsoleListener([&](const ConsoleLine& line) { console.Add(line); });
     Operator* tool = host.Doc().AddTool(FuID(host.ToolClass()));
     ApplySettings(*tool, opt.settings, opt.frame);
-    // With black edges the point's response is the kernel alone.
-    ApplySettings(*tool, {{"Edges", "Black", "drawing the kernels"}}, opt.frame);
-
-    Ref<Image> point(new Image(opt.width, opt.height));
-    const int cx = opt.width / 2, cy = opt.height / 2;
-    for (int c = 0; c < kColours; ++c) point->Pixel(cx, cy)[kRecordPosition[c]] = 1.0f;
-    Input* source = tool->FindInput(kSourceInput);
-    if (!source) throw FileError(std::string("the tool has no \"") + kSourceInput + "\" input");
-    source->SetSource(point.get(), opt.frame);
-    Ref<Parameter> result = host.Doc().Render(tool, opt.frame);
-    source->SetSource(nullptr, opt.frame);
-    if (InterruptRequested()) return ExitStatus(Exit::Interrupted);
-    const auto* response = dynamic_cast<const Image*>(result.get());
-    if (!response) throw RenderError("cannot make the kernels: " + console.Why());
-
-    const Ref<Image> drawing = Drawing(*response, cx, cy);
+    const Ref<Image> drawing = DrawKernels(host.Doc(), *tool, opt.width, opt.height, opt.frame, console);
+    if (!drawing) return ExitStatus(Exit::Interrupted);
     WriteImageFile(opt.output, *drawing, DefaultSpec(*drawing), depth);
     std::printf("wrote %s: %dx%d, the kernels of a %dx%d frame at time %d\n", opt.output.c_str(), drawing->Width,
                 drawing->Height, opt.width, opt.height, opt.frame);

@@ -5,6 +5,9 @@
 // whose response is each colour's kernel, and the program keeps the kernels'
 // extent, each channel scaled to a peak magnitude of 1.
 #include "app/Settings.h"
+#include "app/ToolConsole.h"
+#include "host/FusionDoc.h"
+#include "host/Image.h"
 
 #include <string>
 #include <vector>
@@ -20,3 +23,10 @@ struct KernelOptions {
 };
 
 int RunKernel(const KernelOptions& options);
+
+// The drawing of `tool`'s kernels for a `width` x `height` frame at `time`. It
+// sets the tool's Edges to Black and its source to the point image, so pass a
+// tool of its own; the tool's failure line from `console` when it sets no output.
+// Null when interrupted.
+Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, int width, int height, TimeStamp time,
+                       const FrameConsole& console);
