@@ -186,8 +186,8 @@ void ViewServer::Routes()
     s.Post("/api/set", api([this](const httplib::Request& req, httplib::Response& res) {
                const json body = Body(req);
                if (!body.contains("value")) throw UsageError("\"value\": missing");
-               const Setting setting = ParseSetArgument(Field(body, "id") + "=" + SettingText(body["value"]));
-               m_session.Set(setting.id, setting.value);
+               // Read as the command line's --set ID=VALUE, so its messages are the same.
+               m_session.Set(ParseSetArgument(Field(body, "id") + "=" + SettingText(body["value"])));
                Reply(res, 200, m_session.ToolDocument());
            }));
     s.Post("/api/frame", api([this](const httplib::Request& req, httplib::Response& res) {

@@ -27,7 +27,6 @@ namespace {
 
 constexpr const char* kSourceInput = "input";
 constexpr const char* kKernelInput = "kernel";
-constexpr const char* kOrigin = "the page";
 
 FramePattern Pattern(const std::string& what, const std::string& text)
 {
@@ -113,7 +112,7 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     });
     m_host->Doc().SetConsoleListener([this](const ConsoleLine& line) {
         m_frameConsole.Add(line);
-        m_consoleLines.push_back(line.Text);
+        if (m_recordConsole) m_consoleLines.push_back(line.Text.substr(0, line.Text.find_last_not_of('\n') + 1));
     });
     json program;
     m_tool = MakeTool(*m_host, options.flow, program);
@@ -139,6 +138,10 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     ApplySettings(*m_tool, options.settings, m_frame);
 
     m_flowPath = !options.saveFlow.empty() ? options.saveFlow : FlowBesideInput(m_names.input);
+    // `render --flow` alone then renders the look beside the flow.
+    const std::filesystem::path flowPath(m_flowPath), inputPath(m_names.input);
+    m_names.output = (flowPath.parent_path() / flowPath.stem()).string() + (m_sequence ? ".####" : "") +
+                     inputPath.extension().string();
     m_plates = std::make_unique<PlateSource>(options.plate);
     CurrentPlate();  // a missing or unreadable input fails now, not in the page
 
@@ -177,10 +180,10 @@ json ViewSession::ToolDocument() const
     return doc;
 }
 
-void ViewSession::Set(const std::string& id, const std::string& value)
+void ViewSession::Set(const Setting& setting)
 {
     ++m_version;  // a setting that failed part-way may still have changed others
-    ApplySettings(*m_tool, {Setting{id, value, kOrigin}}, m_frame);
+    ApplySettings(*m_tool, {setting}, m_frame);
 }
 
 void ViewSession::SetFrame(int frame)
@@ -257,12 +260,15 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             if (m_host->Doc().Tools().size() != before + 1) throw FileError("cannot copy the tool to draw its kernels");
             const Image& frame = *CurrentPlate().Sources().front();
             m_frameConsole.Clear();
+            m_recordConsole = false;  // the console shows the render's lines, not the drawing's
             try {
                 m_kernelDrawing = DrawKernels(m_host->Doc(), *copy, frame.Width, frame.Height, m_frame, m_frameConsole);
             } catch (...) {
+                m_recordConsole = true;
                 m_host->Doc().RemoveTool(copy);
                 throw;
             }
+            m_recordConsole = true;
             m_host->Doc().RemoveTool(copy);
             if (!m_kernelDrawing) throw RenderError("interrupted");
             m_kernelVersion = m_version;

@@ -48,8 +48,8 @@ public:
     // The describe table of the tool with each control's value at the current
     // frame, plus the frames and the settings version.
     nlohmann::ordered_json ToolDocument() const;
-    // One "ID=VALUE" as --set applies it (usage ProgramError on a bad one).
-    void Set(const std::string& id, const std::string& value);
+    // Applies the setting as --set does (usage ProgramError on a bad one).
+    void Set(const Setting& setting);
     void SetFrame(int frame);
     // Keys the control's value at the current frame at `frame`.
     void Key(const std::string& id, int frame);
@@ -69,6 +69,7 @@ private:
     std::unique_ptr<PluginHost> m_host;
     FrameConsole m_frameConsole;
     std::vector<std::string> m_consoleLines;
+    bool m_recordConsole = true;
     Operator* m_tool = nullptr;
     Input* m_source = nullptr;
     Input* m_kernelInput = nullptr;
