@@ -6,9 +6,10 @@
 const char* const kViewPage = R"PAGE(<!doctype html>
 <html lang="en"><head><meta charset="utf-8"><title>Lumivane view</title>
 <style>
+[hidden]{display:none!important}
 body{margin:0;display:flex;height:100vh;font:13px sans-serif;background:#222;color:#ddd}
 #stage{flex:1;overflow:auto;display:flex;align-items:center;justify-content:center;background:#111}
-#stage.fit img{max-width:100%;max-height:100%;object-fit:contain}#stage:not(.fit){display:block}
+#stage.fit img{width:100%;height:100%;object-fit:contain}#stage:not(.fit){display:block}
 #side{width:360px;overflow:auto;padding:8px;background:#2a2a2a}
 .bar{display:flex;gap:6px;align-items:center;flex-wrap:wrap;margin:4px 0}
 button{background:#444;color:#ddd;border:1px solid #555;padding:2px 6px;cursor:pointer}button.on{background:#4a6fa5}
