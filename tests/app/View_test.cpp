@@ -87,6 +87,8 @@ TEST_F(View, ControlTableIsDescribesAndFollowsNotifications)
 
 TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
 {
+    // A picture of the defaults first: what follows must not be served from it.
+    ASSERT_EQ(m_client->Get("/api/image?which=output&format=png")->status, 200);
     for (const char* set : {R"({"id": "BlurStyle", "value": "polygon"})", R"({"id": "BlurSizeX", "value": 7.25})",
                             R"({"id": "BadBokeh", "value": 0.4})"})
         ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
