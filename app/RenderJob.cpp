@@ -63,32 +63,12 @@ FramePattern Pattern(const std::string& what, const std::string& text)
 }
 
 // What to render, once the command line and the flow are merged.
-struct Job {
-    std::string input, output, kernel, frames, depth;  // as given, for saving
+struct Job : FlowNames {
     std::optional<FramePattern> inPattern, outPattern, kernelPattern;
     std::optional<int> outDepth;
     FrameList frameList;
     bool sequence = false;
 };
-
-// The tool from the flow, or a new one of the loaded tool class with its
-// defaults; `program` gets the flow's "program" object.
-Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
-{
-    const std::string toolClass = host.ToolClass();
-    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
-    try {
-        program = LoadFlow(host.Doc(), flow);
-    } catch (const ValueRefused& e) {
-        // The same value given with --set would be a usage error.
-        throw UsageError(e.what());
-    } catch (const std::runtime_error& e) {
-        throw FileError(e.what());
-    }
-    for (const auto& t : host.Doc().Tools())
-        if (t->Reg()) return t.get();
-    throw FileError(flow + ": the flow holds no tool");
-}
 
 Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, const json& program)
 {
@@ -128,7 +108,27 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     return job;
 }
 
-void SaveJobFlow(const FusionDoc& doc, const Job& job, Input& source, Input& kernel, const std::string& path)
+}  // namespace
+
+Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+{
+    const std::string toolClass = host.ToolClass();
+    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
+    try {
+        program = LoadFlow(host.Doc(), flow);
+    } catch (const ValueRefused& e) {
+        // The same value given with --set would be a usage error.
+        throw UsageError(e.what());
+    } catch (const std::runtime_error& e) {
+        throw FileError(e.what());
+    }
+    for (const auto& t : host.Doc().Tools())
+        if (t->Reg()) return t.get();
+    throw FileError(flow + ": the flow holds no tool");
+}
+
+void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, Input& kernel,
+                    const std::string& path)
 {
     source.SetConnection(job.input);
     kernel.SetConnection(job.kernel);
@@ -143,7 +143,21 @@ void SaveJobFlow(const FusionDoc& doc, const Job& job, Input& source, Input& ker
     }
 }
 
-}  // namespace
+PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
+                         const FrameConsole& console)
+{
+    PlateResults r;
+    for (const Ref<Image>& layer : plate.Sources()) {
+        source.SetSource(layer.get(), time);
+        r.results.push_back(doc.Render(tool, time));
+        if (InterruptRequested()) return {};  // the frame is dropped, not written
+        if (!r.results.back()) throw RenderError(console.Why());
+        r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
+        if (!r.images.back()) throw RenderError("the tool's output is not an image");
+    }
+    return r;
+}
+
 
 int RunRender(const RenderOptions& opt)
 {
@@ -167,7 +181,7 @@ int RunRender(const RenderOptions& opt)
     // After the flow's values, in command-line order, at the first frame's time.
     ApplySettings(*tool, opt.settings, job.frameList.First());
     if (!opt.saveFlow.empty()) {
-        SaveJobFlow(doc, job, *sourceInput, *kernelInput, opt.saveFlow);
+        SaveRenderFlow(doc, job, *sourceInput, *kernelInput, opt.saveFlow);
         progress.Info("saved flow " + opt.saveFlow);
     }
     if (opt.saveOnly) return ExitStatus(Exit::Success);
@@ -197,19 +211,9 @@ int RunRender(const RenderOptions& opt)
                 if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
                 if (opt.dryRun) break;  // the first frame's, and nothing written
             }
-            // The frame, then each chosen layer, through the same tool at the same time.
-            std::vector<Ref<Parameter>> results;
-            std::vector<const Image*> images;
-            for (const Ref<Image>& layer : plate.Sources()) {
-                sourceInput->SetSource(layer.get(), time);
-                results.push_back(doc.Render(tool, time));
-                if (InterruptRequested()) break;  // the frame is dropped, not written
-                if (!results.back()) throw RenderError(frameConsole.Why());
-                images.push_back(dynamic_cast<const Image*>(results.back().get()));
-                if (!images.back()) throw RenderError("the tool's output is not an image");
-            }
+            const PlateResults frameResults = RenderPlate(doc, tool, *sourceInput, plate, time, frameConsole);
             if (InterruptRequested()) break;
-            for (const std::string& warning : plate.Write(out, images, job.outDepth))
+            for (const std::string& warning : plate.Write(out, frameResults.images, job.outDepth))
                 if (sources.FirstTime(warning)) progress.Warning(warning);
             ++rendered;
             progress.FrameDone(frame, out);

@@ -2,6 +2,10 @@
 // `lumivane render`: one image, or a sequence frame by frame, through the tool.
 #include "app/Plate.h"
 #include "app/Settings.h"
+#include "app/ToolConsole.h"
+#include "host/FusionDoc.h"
+
+#include <nlohmann/json.hpp>
 
 #include <string>
 #include <vector>
@@ -29,3 +33,28 @@ struct RenderOptions {
 // every frame was written. Failures before the first frame (usage, flow,
 // plug-ins) are thrown as ProgramErrors.
 int RunRender(const RenderOptions& options);
+
+class PluginHost;
+
+// The tool from the flow (`program` gets the flow's "program" object), or a new
+// one of the loaded tool class with its defaults when `flow` is empty.
+Operator* MakeTool(PluginHost& host, const std::string& flow, nlohmann::ordered_json& program);
+
+// The file names a flow keeps beside the controls, as given.
+struct FlowNames {
+    std::string input, output, kernel, frames, depth;
+};
+// Saves the document's tool with `names` connected and kept; a file ProgramError
+// when it cannot be written.
+void SaveRenderFlow(const FusionDoc& doc, const FlowNames& names, Input& source, Input& kernel,
+                    const std::string& path);
+
+// The tool's results for one plate at `time`: the frame, then each chosen
+// layer, through the same tool. Empty when an interrupt came in between; a
+// render ProgramError with the tool's reason when it set no output.
+struct PlateResults {
+    std::vector<Ref<Parameter>> results;
+    std::vector<const Image*> images;
+};
+PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
+                         const FrameConsole& console);

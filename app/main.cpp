@@ -6,6 +6,7 @@
 #include "app/KernelCommand.h"
 #include "app/RenderJob.h"
 #include "app/Settings.h"
+#include "app/ViewServer.h"
 
 #include "host/EngineSettings.h"
 
@@ -133,6 +134,24 @@ int main(int argc, char** argv)
     RenderOptions flowSave;
     CLI::App* flowSaveCmd = AddFlowCommand(app, flowSave);
 
+    ViewOptions view;
+    CLI::App* viewCmd = app.add_subcommand(
+        "view", "Serve a live preview page on 127.0.0.1: the tool's controls beside the picture (open the printed "
+                "address; Ctrl-C stops). Exit status: 0 stopped, 2 usage, 3 file.");
+    viewCmd->add_option("INPUT", view.input, "Input image or frame pattern (may come from --flow)");
+    viewCmd->add_option("--kernel", view.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
+        ->type_name("KERNEL");
+    viewCmd->add_option("--frames", view.frames, "Frames the page offers, as for render")->type_name("LIST");
+    viewCmd->add_option("--flow", view.flow, "Start from a saved flow")->type_name("FILE");
+    viewCmd->add_option("--save-flow", view.saveFlow, "Where the page's \"Save flow\" writes (default: NAME.flow "
+                                                     "beside INPUT)")
+        ->type_name("FILE");
+    viewCmd->add_option("--port", view.port, "Port on 127.0.0.1 (default: a free one)")
+        ->check(CLI::Range(0, 65535))
+        ->capture_default_str();
+    AddPlateOptions(*viewCmd, view.plate);
+    AddSettingOptions(*viewCmd);
+
     DescribeOptions describe;
     CLI::App* describeCmd = app.add_subcommand("describe", "List the loaded tools with their pages and controls");
     describeCmd->add_flag("--json", describe.json, "Print JSON instead of text");
@@ -156,6 +175,11 @@ int main(int argc, char** argv)
             flowSave.settings = SettingsInCommandLineOrder(*flowSaveCmd);
             flowSave.plugins = global.plugins;
             return RunRender(flowSave);
+        }
+        if (viewCmd->parsed()) {
+            view.settings = SettingsInCommandLineOrder(*viewCmd);
+            view.plugins = global.plugins;
+            return RunView(view);
         }
         if (kernelCmd->parsed()) {
             kernel.settings = SettingsInCommandLineOrder(*kernelCmd);

@@ -1,0 +1,160 @@
+// `lumivane view`'s API through an HTTP client, against a server run in the
+// test; pictures and refusals checked against the `lumivane` program itself.
+#include "ProgramRunner.h"
+
+#include "app/ViewServer.h"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+
+#include <thread>
+
+using json = nlohmann::json;
+
+namespace {
+
+class View : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        WriteFile(TestPicture(37, 23, {"R", "G", "B", "A"}, true), m_dir / "in.exr", OIIO::TypeDesc::HALF);
+        ViewOptions options;
+        options.input = m_dir / "in.exr";
+        options.saveFlow = m_dir / "look.flow";
+        options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
+        m_server = std::make_unique<ViewServer>(options);
+        m_thread = std::thread([this] { m_server->Serve(); });
+        m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
+        m_client->set_default_headers({{"X-Lumivane-Token", m_server->Token()}});
+    }
+    void TearDown() override
+    {
+        m_server->Stop();
+        m_thread.join();
+    }
+    httplib::Result Post(const std::string& path, const std::string& body)
+    {
+        return m_client->Post(path.c_str(), body, "application/json");
+    }
+    json Tool() { return json::parse(m_client->Get("/api/tool")->body); }
+    static json Control(const json& tool, const std::string& id)
+    {
+        for (const json& page : tool["pages"])
+            for (const json& c : page["controls"])
+                if (c["id"] == id) return c;
+        return {};
+    }
+    // The output as EXR, written to `name` in the scratch folder and read back.
+    OIIO::ImageBuf OutputExr(const std::string& name)
+    {
+        const auto r = m_client->Get("/api/image?which=output&format=exr");
+        EXPECT_EQ(r->status, 200) << r->body;
+        std::ofstream(m_dir / name, std::ios::binary) << r->body;
+        return ReadFile(m_dir / name);
+    }
+
+    ScratchFolder m_dir;
+    std::unique_ptr<ViewServer> m_server;
+    std::thread m_thread;
+    std::unique_ptr<httplib::Client> m_client;
+};
+
+TEST_F(View, ControlTableIsDescribesAndFollowsNotifications)
+{
+    const RunResult described = RunLumivane(m_dir, {"describe", "--json"});
+    ASSERT_EQ(described.status, 0) << described.err;
+    json expected = json::parse(described.out)["tools"][0];
+    json got = Tool();
+    for (json& page : got["pages"])
+        for (json& c : page["controls"]) {
+            c.erase("value");
+            c.erase("animated");
+        }
+    for (const char* key : {"id", "name", "pages", "inputs"}) EXPECT_EQ(got[key], expected[key]) << key;
+
+    // The tool's own notifications show and hide controls.
+    EXPECT_FALSE(Control(Tool(), "GreenBlurSizeX")["visible"]);
+    json after = json::parse(Post("/api/set", R"({"id": "PerChannel", "value": false})")->body);
+    EXPECT_TRUE(Control(after, "GreenBlurSizeX")["visible"]);
+    EXPECT_TRUE(Control(after, "BlueBlurSizeX")["visible"]);
+    after = json::parse(Post("/api/set", R"({"id": "BlurStyle", "value": "Gaussian"})")->body);
+    EXPECT_FALSE(Control(after, "PolygonSideCount")["visible"]);
+    after = json::parse(Post("/api/set", R"({"id": "BlurStyle", "value": 1})")->body);
+    EXPECT_TRUE(Control(after, "PolygonSideCount")["visible"]);
+    EXPECT_EQ(Control(after, "BlurStyle")["value"], 1.0);
+}
+
+TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
+{
+    // A picture of the defaults first: what follows must not be served from it.
+    ASSERT_EQ(m_client->Get("/api/image?which=output&format=png")->status, 200);
+    for (const char* set : {R"({"id": "BlurStyle", "value": "polygon"})", R"({"id": "BlurSizeX", "value": 7.25})",
+                            R"({"id": "BadBokeh", "value": 0.4})"})
+        ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
+    const OIIO::ImageBuf viewed = OutputExr("viewed.exr");
+
+    const RunResult rendered = RunLumivane(m_dir, {"render", "in.exr", "rendered.exr", "--set", "BlurStyle=polygon",
+                                                   "--set", "BlurSizeX=7.25", "--set", "BadBokeh=0.4"});
+    ASSERT_EQ(rendered.status, 0) << rendered.err;
+    const OIIO::ImageBuf reference = ReadFile(m_dir / "rendered.exr");
+    const auto bytes = [&](const char* name) {
+        std::stringstream s;
+        s << std::ifstream(m_dir / name, std::ios::binary).rdbuf();
+        return s.str();
+    };
+    EXPECT_TRUE(bytes("viewed.exr") == bytes("rendered.exr")) << "the EXR files differ";
+    EXPECT_EQ(Compare(viewed, reference).worst, 0.0) << Compare(viewed, reference);
+    // The look moved the picture: an unblurred output would not match.
+    EXPECT_GT(Compare(viewed, ReadFile(m_dir / "in.exr")).worst, 0.01);
+
+    const auto saved = Post("/api/flow", "{}");
+    ASSERT_EQ(saved->status, 200) << saved->body;
+    EXPECT_EQ(json::parse(saved->body)["saved"], m_dir / "look.flow");
+    const RunResult fromFlow = RunLumivane(m_dir, {"render", "--flow", "look.flow"});
+    ASSERT_EQ(fromFlow.status, 0) << fromFlow.err;
+    EXPECT_EQ(Compare(viewed, ReadFile(m_dir / "look.exr")).worst, 0.0);
+}
+
+TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
+{
+    const std::string port = std::to_string(m_server->Port());
+    httplib::Client stranger("127.0.0.1", m_server->Port());
+    EXPECT_EQ(stranger.Get("/api/tool")->status, 403);
+    EXPECT_EQ(stranger.Get("/api/tool", {{"X-Lumivane-Token", std::string(32, '0')}})->status, 403);
+    const auto rebound = m_client->Get("/api/tool", {{"Host", "attacker.example:" + port}});
+    EXPECT_EQ(rebound->status, 403);
+    EXPECT_NE(json::parse(rebound->body)["error"].get<std::string>().find("attacker.example"), std::string::npos);
+    EXPECT_EQ(stranger.Get("/", {{"Host", "attacker.example:" + port}})->status, 403);
+    EXPECT_EQ(stranger.Get("/")->status, 200);  // the page itself; its script then needs the token
+
+    // A bad value answers with the message --set prints for it.
+    const RunResult cli = RunLumivane(m_dir, {"render", "in.exr", "o.exr", "--set", "BlurStyle=Hexagon"});
+    const auto bad = Post("/api/set", R"({"id": "BlurStyle", "value": "Hexagon"})");
+    EXPECT_EQ(bad->status, 400);
+    const std::string message = json::parse(bad->body)["error"];
+    EXPECT_NE(cli.err.find(message), std::string::npos) << cli.err << " / " << message;
+
+    struct Case {
+        const char* path;
+        std::string body;
+        int status;
+    };
+    for (const Case& c : std::vector<Case>{{"/api/set", "{\"id\": ", 400},
+                                           {"/api/set", R"({"id": "NoSuchControl", "value": 1})", 400},
+                                           {"/api/set", R"({"id": "BlurSizeX", "value": -3})", 400},
+                                           {"/api/set", R"({"id": "BlurSizeX", "value": [1]})", 400},
+                                           {"/api/frame", R"({"frame": 5})", 400},
+                                           {"/api/key", R"({"id": "CompanyName", "frame": 0})", 400},
+                                           {"/api/nothing", "{}", 404},
+                                           {"/api/set", std::string(1 << 20, ' '), 413}}) {
+        const auto r = Post(c.path, c.body);
+        ASSERT_TRUE(r) << c.path;
+        EXPECT_EQ(r->status, c.status) << c.path << " " << c.body.substr(0, 60);
+        EXPECT_TRUE(json::parse(r->body).contains("error")) << r->body;
+    }
+    EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
+    EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
+}
+
+}  // namespace
