@@ -11,6 +11,7 @@
 #include "app/ToolConsole.h"
 #include "host/Flow.h"
 
+#include <filesystem>
 #include <mutex>
 #include <optional>
 
@@ -108,6 +109,17 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     return job;
 }
 
+// The frames whose output file is not there yet. Frames are written under a
+// temporary name and renamed when complete, so an output file that exists is
+// a whole frame.
+std::vector<int> FramesMissing(const Job& job)
+{
+    std::vector<int> missing;
+    for (const int frame : job.frameList.Frames())
+        if (!std::filesystem::exists(job.outPattern->At(frame))) missing.push_back(frame);
+    return missing;
+}
+
 }  // namespace
 
 Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
@@ -192,8 +204,12 @@ int RunRender(const RenderOptions& opt)
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
-    progress.Begin(job.frameList.Count(), job.sequence);
-    for (const int frame : job.frameList.Frames()) {
+    const std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
+    if (frames.size() < job.frameList.Frames().size())
+        progress.Info("skipping " + std::to_string(job.frameList.Count() - frames.size()) + " of " +
+                      std::to_string(job.frameList.Count()) + " frames: their output files exist");
+    progress.Begin(static_cast<int>(frames.size()), job.sequence);
+    for (const int frame : frames) {
         if (InterruptRequested()) break;
         progress.FrameStarted(frame);
         const TimeStamp time = frame;

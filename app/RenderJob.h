@@ -25,6 +25,7 @@ struct RenderOptions {
     bool verbose = false;
     bool quiet = false;
     bool mkdir = false;     // make missing output folders
+    bool skipExisting = false;  // leave frames whose output file exists
     bool dryRun = false;    // the first frame's figures, no render, no file
     bool saveOnly = false;  // write saveFlow and stop (`lumivane flow save`)
 };

@@ -5,7 +5,9 @@
 #include "app/Interrupt.h"
 #include "app/KernelCommand.h"
 #include "app/RenderJob.h"
+#include "app/Scheduler.h"
 #include "app/Settings.h"
+#include "app/SubmitCommand.h"
 #include "app/ViewServer.h"
 
 #include "host/EngineSettings.h"
@@ -115,6 +117,8 @@ int main(int argc, char** argv)
                         "memory estimate and the tool's progress lines");
     renderCmd->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
     renderCmd->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
+    renderCmd->add_flag("--skip-existing", render.skipExisting,
+                        "Leave the frames whose output file exists (a frame is written whole or not at all)");
     renderCmd->add_flag("-q,--quiet", render.quiet, "Show errors only");
     AddPlateOptions(*renderCmd, render.plate);
     AddSettingOptions(*renderCmd);
@@ -152,6 +156,9 @@ int main(int argc, char** argv)
     AddPlateOptions(*viewCmd, view.plate);
     AddSettingOptions(*viewCmd);
 
+    SubmitOptions submit;
+    CLI::App* submitCmd = AddSubmitCommand(app, submit);
+
     DescribeOptions describe;
     CLI::App* describeCmd = app.add_subcommand("describe", "List the loaded tools with their pages and controls");
     describeCmd->add_flag("--json", describe.json, "Print JSON instead of text");
@@ -180,6 +187,13 @@ int main(int argc, char** argv)
             view.settings = SettingsInCommandLineOrder(*viewCmd);
             view.plugins = global.plugins;
             return RunView(view);
+        }
+        if (submitCmd->parsed()) {
+            submit.settings = SettingsInCommandLineOrder(*submitCmd);
+            submit.plugins = global.plugins;
+            submit.threads = global.threads;
+            submit.maxMemory = global.maxMemory;
+            return RunSubmit(submit, *MakeSlurmScheduler());
         }
         if (kernelCmd->parsed()) {
             kernel.settings = SettingsInCommandLineOrder(*kernelCmd);

@@ -1,0 +1,89 @@
+#include "app/SubmitPlan.h"
+
+#include "app/Subprocess.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <regex>
+
+namespace {
+
+constexpr double kSecondsPerTask = 60.0;
+constexpr std::uint64_t kMiB = 1u << 20;
+// The program, its libraries, OpenImageIO's caches and the FFT plans, measured
+// on small frames (docs/farm.md), with room to spare.
+constexpr std::uint64_t kProgramOverhead = 256 * kMiB;
+// The input frame is held twice besides what the tool counts: as read from
+// the file and as the host image the tool reads.
+constexpr int kInputCopies = 2;
+
+}  // namespace
+
+std::string FrameListText(const std::vector<int>& frames)
+{
+    std::string text;
+    std::size_t i = 0;
+    while (i < frames.size()) {
+        // The longest run from frames[i] with one positive step.
+        std::size_t end = i + 1;
+        const long long step = end < frames.size() ? static_cast<long long>(frames[end]) - frames[i] : 0;
+        if (step > 0)
+            while (end < frames.size() && static_cast<long long>(frames[end]) - frames[end - 1] == step) ++end;
+        // A run of two with a gap is clearer as two frames.
+        if (step <= 0 || (end - i == 2 && step > 1)) end = i + 1;
+        if (!text.empty()) text += ',';
+        text += std::to_string(frames[i]);
+        if (end - i > 1) {
+            text += '-' + std::to_string(frames[end - 1]);
+            if (step > 1) text += 'x' + std::to_string(step);
+        }
+        i = end;
+    }
+    return text;
+}
+
+std::vector<std::vector<int>> SplitFrames(const std::vector<int>& frames, int perTask)
+{
+    std::vector<std::vector<int>> tasks;
+    const std::size_t n = static_cast<std::size_t>(std::max(perTask, 1));
+    for (std::size_t i = 0; i < frames.size(); i += n)
+        tasks.emplace_back(frames.begin() + i, frames.begin() + std::min(frames.size(), i + n));
+    return tasks;
+}
+
+int DefaultFramesPerTask(int frames, double secondsPerFrame)
+{
+    const double perMinute = kSecondsPerTask / std::max(secondsPerFrame, 1e-3);
+    const int byTime = static_cast<int>(std::clamp(std::floor(perMinute), 1.0, static_cast<double>(frames)));
+    const int byCount = (frames + kMaxTasks - 1) / kMaxTasks;
+    return std::max({byTime, byCount, 1});
+}
+
+std::uint64_t ReportedFrameMemory(const std::string& renderOutput)
+{
+    static const std::regex memory(R"(memory about ([0-9]+(\.[0-9]+)?) (MiB|GiB))");
+    std::smatch m;
+    if (!std::regex_search(renderOutput, m, memory)) return 0;
+    const double value = std::strtod(m[1].str().c_str(), nullptr);
+    // GiB figures are rounded to a tenth: count the tenth in full.
+    const double mib = m[3] == "GiB" ? (value + 0.1) * 1024.0 : value;
+    return static_cast<std::uint64_t>(std::ceil(mib)) * kMiB;
+}
+
+std::uint64_t TaskMemoryMiB(std::uint64_t frameEstimate, std::uint64_t inputBytes)
+{
+    const std::uint64_t bytes = frameEstimate + kProgramOverhead + kInputCopies * inputBytes;
+    return (bytes + kMiB - 1) / kMiB;
+}
+
+std::string TaskBody(const std::vector<std::vector<int>>& tasks, const std::vector<std::string>& render)
+{
+    std::string body = "case \"$task\" in\n";
+    for (std::size_t t = 0; t < tasks.size(); ++t)
+        body += "  " + std::to_string(t + 1) + ") frames=" + FrameListText(tasks[t]) + " ;;\n";
+    body += "  *) echo \"lumivane: this job has no task $task\" >&2; exit 2 ;;\n"
+            "esac\n"
+            "exec " + ShellCommand(render) + " --frames \"$frames\"\n";
+    return body;
+}
