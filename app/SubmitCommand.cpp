@@ -313,7 +313,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string text = scheduler.Script(job);
 
     if (opt.dryRun) {
-        std::printf("%s\n# %d tasks of up to %d frames, %llu MiB and %d core(s) each; the look frozen in %s\n%s\n",
+        std::printf("%s\n# %d task(s) of up to %d frames, %llu MiB and %d core(s) each; the look frozen in %s\n%s\n",
                     text.c_str(), job.tasks, perTask, static_cast<unsigned long long>(job.memoryMiB), job.cores,
                     flow.c_str(), ShellCommand(scheduler.SubmitCommand(job, script)).c_str());
         return ExitStatus(Exit::Success);
@@ -324,7 +324,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
 
     int existing = 0;
     for (const int f : frames.Frames()) existing += fs::exists(outPattern.At(f)) ? 1 : 0;
-    std::printf("submitted job %s: %d tasks of up to %d frames, %llu MiB and %d core(s) each\n", id.c_str(), job.tasks,
+    std::printf("submitted job %s: %d task(s) of up to %d frames, %llu MiB and %d core(s) each\n", id.c_str(), job.tasks,
                 perTask, static_cast<unsigned long long>(job.memoryMiB), job.cores);
     if (existing > 0) std::printf("%d of the %d frames exist already and are left as they are\n", existing, frames.Count());
     std::printf("follow it: %s\ncancel it: %s\ntask logs:  %s\n", scheduler.FollowCommand(id).c_str(),

@@ -65,8 +65,8 @@ int WaitForJob(const Scheduler& scheduler, const std::string& jobId, const std::
         if (missing.empty()) continue;
         failed.insert(failed.end(), missing.begin(), missing.end());
         const std::string log = TaskLogPath(folder, static_cast<int>(t) + 1);
-        why += "task " + std::to_string(t + 1) + " did not write frames " + FrameListText(missing) + "; the end of " +
-               log + ":\n";
+        why += "task " + std::to_string(t + 1) + " did not write " + (missing.size() == 1 ? "frame " : "frames ") +
+               FrameListText(missing) + "; the end of " + log + ":\n";
         const std::vector<std::string> lines = LastLines(log, kLogLines);
         if (lines.empty()) why += "    (no log: the task never ran, or was cancelled before it started)\n";
         for (const std::string& line : lines) why += "    " + line + "\n";
