@@ -24,8 +24,8 @@ int DefaultFramesPerTask(int frames, double secondsPerFrame);
 std::uint64_t ReportedFrameMemory(const std::string& renderOutput);
 
 // What a task asks for, in MiB: the tool's estimate for the frame plus the
-// program's own needs, which grow with the input frame (`inputBytes` as float
-// pixels: read from the file and held by the host).
+// program's own needs, which grow with the input frame (`inputBytes`: its
+// pixels as floats).
 std::uint64_t TaskMemoryMiB(std::uint64_t frameEstimate, std::uint64_t inputBytes);
 
 // The shell text of a task: the frames of task $task (1 for the first of
