@@ -54,15 +54,6 @@ std::string FromProgram(const json& program, const char* key)
     return v.is_string() ? v.get<std::string>() : v.dump();
 }
 
-FramePattern Pattern(const std::string& what, const std::string& text)
-{
-    try {
-        return FramePattern(text);
-    } catch (const std::invalid_argument& e) {
-        throw UsageError(what + ": " + e.what());
-    }
-}
-
 // What to render, once the command line and the flow are merged.
 struct Job : FlowNames {
     std::optional<FramePattern> inPattern, outPattern, kernelPattern;
@@ -88,9 +79,9 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     if (job.input.empty()) throw UsageError("no INPUT image given" + fromFlow);
     if (job.output.empty()) throw UsageError("no OUTPUT file given" + fromFlow);
 
-    job.inPattern = Pattern("INPUT", job.input);
-    job.outPattern = Pattern("OUTPUT", job.output);
-    if (!job.kernel.empty()) job.kernelPattern = Pattern("--kernel", job.kernel);
+    job.inPattern = PatternOf("INPUT", job.input);
+    job.outPattern = PatternOf("OUTPUT", job.output);
+    if (!job.kernel.empty()) job.kernelPattern = PatternOf("--kernel", job.kernel);
     if (!job.depth.empty()) job.outDepth = ParseDepth(job.depth);
 
     const std::optional<FrameList> frames = FramesToRender(job.frames, *job.inPattern);

@@ -8,6 +8,15 @@
 
 namespace fs = std::filesystem;
 
+FramePattern PatternOf(const std::string& what, const std::string& text)
+{
+    try {
+        return FramePattern(text);
+    } catch (const std::invalid_argument& e) {
+        throw UsageError(what + ": " + e.what());
+    }
+}
+
 std::optional<FrameList> FramesToRender(const std::string& frames, const FramePattern& input)
 {
     if (!frames.empty()) {

@@ -6,6 +6,10 @@
 #include <optional>
 #include <string>
 
+// `text` as a frame pattern; a usage ProgramError starting with `what` (the
+// option or argument it came from) when it holds two frame fields.
+FramePattern PatternOf(const std::string& what, const std::string& text);
+
 // The frames to render: `frames` when given (a frame list), else, when
 // `input` names a sequence, the frames of it found on disk. Nothing for a
 // still with no frames given. Throws a usage ProgramError for a malformed

@@ -5,6 +5,7 @@
 #include "app/Plugins.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
+#include "app/SequencePlan.h"
 #include "app/Subprocess.h"
 #include "app/SubmitPlan.h"
 #include "app/SubmitWait.h"
@@ -178,8 +179,11 @@ Trial RunTrial(std::vector<std::string> argv, int frame, const std::string& scra
     fs::remove(scratch, ec);
     if (run.status != 0) {
         const Exit kind = run.status == 2 ? Exit::Usage : run.status == 3 ? Exit::File : Exit::Render;
+        std::string why = run.err;
+        while (!why.empty() && std::isspace(static_cast<unsigned char>(why.back()))) why.pop_back();
+        if (why.empty()) why = "exit status " + std::to_string(run.status);
         throw ProgramError(kind, "the first frame, " + std::to_string(frame) + ", fails here, so it would on the farm: " +
-                                     run.err.substr(run.err.find_first_not_of(' ')));
+                                     why);
     }
     trial.frameMemory = ReportedFrameMemory(run.out);
     return trial;
@@ -243,15 +247,10 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
                         "or use --dry-run to see the job");
     // Tasks run on other machines, from other folders: every name is absolute.
     const std::string input = Absolute(opt.input), output = Absolute(opt.output), kernel = Absolute(opt.kernel);
-    const FramePattern outPattern(output), inPattern(input);
+    const FramePattern outPattern = PatternOf("OUTPUT", output), inPattern = PatternOf("INPUT", input);
     if (!outPattern.HasFrameField())
         throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
-    FrameList frames;
-    try {
-        frames = FrameList::Parse(opt.frames);
-    } catch (const std::invalid_argument& e) {
-        throw UsageError(std::string("--frames: ") + e.what());
-    }
+    const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
