@@ -153,6 +153,15 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     EXPECT_EQ(b.nativespec().format, TypeDesc::HALF);
     const Difference d = Compare(a, b);
     EXPECT_EQ(d.worst, 0.0) << d;
+
+    // --skip-existing leaves the frames on disk alone and writes the missing one.
+    const auto kept = std::filesystem::last_write_time(dir / "out.0001.exr");
+    std::filesystem::remove(dir / "out.0003.exr");
+    const RunResult resumed = RunLumivane(dir, {"render", "--flow", "look.json", "--skip-existing"});
+    ASSERT_EQ(resumed.status, 0) << resumed.err;
+    EXPECT_NE(resumed.out.find("skipping 2 of 3 frames"), std::string::npos) << resumed.out;
+    EXPECT_EQ(std::filesystem::last_write_time(dir / "out.0001.exr"), kept);
+    EXPECT_TRUE(std::filesystem::exists(dir / "out.0003.exr"));
 }
 
 // A shot folder used from outside it: its flows name its files relative to
