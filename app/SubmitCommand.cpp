@@ -130,9 +130,9 @@ std::uint64_t InputFrameBytes(const std::string& path)
 {
     auto in = OIIO::ImageInput::open(path);
     if (!in) return 0;
-    const OIIO::ImageSpec& spec = in->spec();
-    return std::uint64_t(std::max(spec.width, spec.full_width)) * std::max(spec.height, spec.full_height) *
-           spec.nchannels * sizeof(float);
+    const OIIO::ImageSpec& layout = in->spec();
+    return std::uint64_t(std::max(layout.width, layout.full_width)) * std::max(layout.height, layout.full_height) *
+           layout.nchannels * sizeof(float);
 }
 
 unsigned CoresPerTask(const SubmitOptions& opt)
