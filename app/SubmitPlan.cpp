@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <regex>
+#include <cstring>
 
 namespace {
 
@@ -63,12 +63,15 @@ int DefaultFramesPerTask(int frames, double secondsPerFrame)
 
 std::uint64_t ReportedFrameMemory(const std::string& renderOutput)
 {
-    static const std::regex memory(R"(memory about ([0-9]+(\.[0-9]+)?) (MiB|GiB))");
-    std::smatch m;
-    if (!std::regex_search(renderOutput, m, memory)) return 0;
-    const double value = std::strtod(m[1].str().c_str(), nullptr);
+    constexpr const char* kFigure = "memory about ";
+    const std::size_t at = renderOutput.find(kFigure);
+    if (at == std::string::npos) return 0;
+    const char* number = renderOutput.c_str() + at + std::strlen(kFigure);
+    char* unit = nullptr;
+    const double value = std::strtod(number, &unit);
+    if (unit == number) return 0;
     // GiB figures are rounded to a tenth: count the tenth in full.
-    const double mib = m[3] == "GiB" ? (value + 0.1) * 1024.0 : value;
+    const double mib = std::strncmp(unit, " GiB", 4) == 0 ? (value + 0.1) * 1024.0 : value;
     return static_cast<std::uint64_t>(std::ceil(mib)) * kMiB;
 }
 
