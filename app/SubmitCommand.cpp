@@ -326,8 +326,8 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     std::printf("submitted job %s: %d task(s) of up to %d frames, %llu MiB and %d core(s) each\n", id.c_str(), job.tasks,
                 perTask, static_cast<unsigned long long>(job.memoryMiB), job.cores);
     if (existing > 0) std::printf("%d of the %d frames exist already and are left as they are\n", existing, frames.Count());
-    std::printf("follow it: %s\ncancel it: %s\ntask logs:  %s\n", scheduler.FollowCommand(id).c_str(),
-                scheduler.CancelCommand(id).c_str(), TaskLogPath(jobFolder, 1).c_str());
+    std::printf("follow it: %s\ncancel it: %s\njob folder: %s (the frozen look, the job script, task-K.log of task K)\n",
+                scheduler.FollowCommand(id).c_str(), scheduler.CancelCommand(id).c_str(), jobFolder.c_str());
     std::fflush(stdout);
     if (!opt.wait) return ExitStatus(Exit::Success);
     return WaitForJob(scheduler, id, jobFolder, outPattern, tasks);
