@@ -284,6 +284,17 @@ TEST(Reliability, OutputMayReplaceTheInput)
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_TRUE(fs::is_symlink(dir / "link.exr"));
     EXPECT_EQ(fs::status(dir / "shot.exr").permissions(), fs::perms(0640));
+
+    // A file the user may not write is not replaced, though its folder is writable.
+    // The superuser may write anything, so then the program runs as nobody.
+    fs::permissions(dir / "shot.exr", fs::perms(0444));
+    fs::permissions(dir.Path(), fs::perms::all);
+    const RunResult refused = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"}, {},
+                                          ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "");
+    EXPECT_EQ(refused.status, 3) << refused.err;
+    EXPECT_NE(refused.err.find("cannot write shot.exr: the file exists and may not be written by this user"),
+              std::string::npos)
+        << refused.err;
 }
 
 TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
@@ -301,6 +312,18 @@ TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
     EXPECT_NE(r.err.find("out/o.0002.exr"), std::string::npos) << r.err;
     EXPECT_EQ(dir.Files("out"), std::vector<std::string>{"o.0001.exr"});
     EXPECT_EQ(ReadFile(dir / "out/o.0001.exr").spec().width, 8);
+
+    // On a full disk (a small file system of its own, in a namespace of the
+    // test's own), including a writer that does not see its write fail (PNG).
+    if (std::system("unshare -rm true 2>/dev/null") != 0) GTEST_SKIP() << "no user namespaces to mount a small disk in";
+    for (const char* name : {"out/o.exr", "out/o.png"}) {
+        const RunResult full = RunLumivane(dir, {"render", "f.0002.exr", name, "--size", "2"}, {},
+                                           "unshare -rm sh -c 'mount -t tmpfs -o size=16k none out && exec \"$0\" \"$@\"'");
+        EXPECT_EQ(full.status, 3) << full.err;
+        EXPECT_NE(full.err.find(std::string("cannot write ") + name + ": "), std::string::npos) << full.err;
+        EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
+        EXPECT_EQ(full.err.find(".tmp"), std::string::npos) << full.err;
+    }
 }
 
 }  // namespace
