@@ -3,6 +3,7 @@
 #include "app/ExitCodes.h"
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
+#include "app/WholeRead.h"
 #include "host/EngineSettings.h"
 #include "util/Text.h"
 
@@ -242,8 +243,7 @@ ImageFile ReadImageFile(const std::string& path)
     const int n = layout.nchannels;
     CheckReadMemory(path, layout, roles);
     std::vector<float> pixels(static_cast<std::size_t>(layout.width) * layout.height * n);
-    if (!in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()))
-        throw FileError("cannot read " + path + ": " + in->geterror());
+    CheckWholeRead(path, *in, in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()));
     in->close();
 
     file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(layout.format), roles.extras));

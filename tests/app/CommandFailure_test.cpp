@@ -40,6 +40,13 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
+    // The same picture as JPEG, uncompressed TIFF and DPX, each cut to half its length.
+    OIIO::ImageBuf plain = TestPicture(64, 48, {"R", "G", "B"}, false);
+    plain.specmod().attribute("compression", "none");
+    for (const char* f : {"cut.jpg", "cut.tif", "cut.dpx"}) {
+        WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
+        std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
+    }
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -89,6 +96,12 @@ INSTANTIATE_TEST_SUITE_P(
                     "memory limit is 1.0 GiB"},
         FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.ppm"},
                     4, "cannot read huge.ppm: its 60000x60000"},
+        FailureCase{"TruncatedJpeg", {"render", "cut.jpg", "out/o.exr"}, 3,
+                    "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
+        FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
+                    "cannot read cut.tif: the file is cut short: it has 9"},
+        FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
+                    "cannot read cut.dpx: the file is cut short: it has"},
         FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
                     "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
     PrintName);

@@ -175,9 +175,10 @@ TEST(TransformSize, SizesNotAboveZeroOrPastTheLargestSideAreRefused)
         {1073741800, "the transform width for image plus kernel of 1073741865 pixels would pass the largest side "
                      "of 1073741824"},
     };
-    for (const auto& [size, message] : cases)
-        EXPECT_EQ(Refusal<std::runtime_error>([&] { TransformSizeFor(64, 48, size, size, 1, TransformSizes::PowersOfTwo); }),
-                  message);
+    for (const auto& c : cases)  // clang 14 lambdas cannot capture structured bindings
+        EXPECT_EQ(Refusal<std::runtime_error>(
+                      [&] { TransformSizeFor(64, 48, c.first, c.first, 1, TransformSizes::PowersOfTwo); }),
+                  c.second);
 }
 
 }  // namespace
