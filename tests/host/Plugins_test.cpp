@@ -130,6 +130,10 @@ TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
         {head + tool + R"({"CompanyName": "Hacked"}}]})", ".inputs.CompanyName: \"CompanyName\" is read-only"},
         {head + tool + R"({"BlurSizeX": {"keys": [[1]]}}}]})", ": tools[0].inputs.BlurSizeX.keys[0]: expected [time, value]"},
         {head + tool + R"({"CompanyName": 3}}]})", ": tools[0].inputs.CompanyName: expected a text, got number"},
+        // Fields the format does not have, at each level: refused, not dropped.
+        {head + R"(], "tool": []})", ": tool: unknown field (expected \"format\", \"version\", \"tools\", \"program\")"},
+        {head + tool + R"({}, "input": {"BlurSizeX": 3}}]})", ": tools[0].input: unknown field (expected \"name\""},
+        {head + tool + R"({"BlurSizeX": {"keys": [[0, 1]], "ease": 1}}}]})", ": tools[0].inputs.BlurSizeX.ease: unknown field"},
     };
     const std::string path = (dir / "bad.flow").string();
     for (const auto& [text, message] : cases) {
