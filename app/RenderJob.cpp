@@ -9,6 +9,7 @@
 #include "app/Progress.h"
 #include "app/SequencePlan.h"
 #include "app/ToolConsole.h"
+#include "host/EngineSettings.h"
 #include "host/Flow.h"
 
 #include <mutex>
@@ -146,8 +147,20 @@ void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, I
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console)
 {
+    // Beside the layer the tool is given (which it counts), the program holds the
+    // other layers, the results so far, and for writing the file an interleaved
+    // float copy, the writer's conversion and its encoding buffers: counted as
+    // four more copies of the plate.
+    const auto bytes = [](const Image& i) {
+        return static_cast<std::uint64_t>(i.Width) * static_cast<std::uint64_t>(i.Height) *
+               static_cast<std::uint64_t>(i.PixelStride()) * sizeof(float);
+    };
+    std::uint64_t plateBytes = 0, done = 0;
+    for (const Ref<Image>& layer : plate.Sources()) plateBytes += bytes(*layer);
     PlateResults r;
     for (const Ref<Image>& layer : plate.Sources()) {
+        SetHostFrameMemory(plateBytes - bytes(*layer) + done + 4 * plateBytes);
+        done += bytes(*layer);
         source.SetSource(layer.get(), time);
         r.results.push_back(doc.Render(tool, time));
         if (InterruptRequested()) return {};  // the frame is dropped, not written
