@@ -61,9 +61,9 @@ void RemoveAbandoned(const fs::path& target)
 // Some writers do not check every write, so a full disk can look like success.
 bool FileSystemFull(const fs::path& folder)
 {
-    struct statvfs fs {};
-    if (::statvfs(folder.c_str(), &fs) != 0) return false;
-    return (::geteuid() == 0 ? fs.f_bfree : fs.f_bavail) == 0;
+    struct statvfs space {};
+    if (::statvfs(folder.c_str(), &space) != 0) return false;
+    return (::geteuid() == 0 ? space.f_bfree : space.f_bavail) == 0;
 }
 
 }  // namespace
