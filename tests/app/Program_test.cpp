@@ -6,6 +6,7 @@
 #include "app/PfmFile.h"
 
 #include <OpenImageIO/imagebufalgo.h>
+#include <sys/resource.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -325,5 +326,36 @@ TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
         EXPECT_EQ(full.err.find(".tmp"), std::string::npos) << full.err;
     }
 }
+
+#if !defined(LUMIVANE_SANITIZED)  // the sanitizers' own memory would swamp the figures
+TEST(Reliability, AFrameUnderTheMemoryLimitStaysUnderIt)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(1280, 720, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
+    // The frame's estimate, then a limit 1 MiB above it: the frame renders, and
+    // the process's peak resident memory stays below that limit.
+    const RunResult figures = RunLumivane(dir, {"render", "in.exr", "o.exr", "--size", "20", "--dry-run"});
+    const std::size_t at = figures.out.find("memory about ");
+    ASSERT_NE(at, std::string::npos) << figures.out;
+    const long mib = std::stol(figures.out.substr(at + 13));
+    ASSERT_NE(figures.out.find(std::to_string(mib) + " MiB", at), std::string::npos) << figures.out;
+    const std::string cap = std::to_string(mib + 1) + "M";
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::chdir(dir.Path().c_str()) != 0) ::_exit(99);
+        std::freopen("/dev/null", "w", stdout);
+        ::setenv("LUMIVANE_THREADS", "2", 1);
+        ::unsetenv("LUMIVANE_PLUGIN_PATH");
+        ::execl(LUMIVANE_EXE, "lumivane", "--max-memory", cap.c_str(), "render", "in.exr", "o.exr", "--size", "20",
+                static_cast<char*>(nullptr));
+        ::_exit(98);
+    }
+    int raw = 0;
+    struct rusage usage {};
+    ASSERT_EQ(::wait4(pid, &raw, 0, &usage), pid);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << "under --max-memory " << cap;
+    EXPECT_LE(usage.ru_maxrss, (mib + 1) * 1024) << "KiB at the peak under --max-memory " << cap;
+}
+#endif
 
 }  // namespace
