@@ -28,15 +28,15 @@ std::uint64_t DpxImageOffset(const std::string& path)
 // stored uncompressed, or 0 when they are not (or the format is not known here).
 std::uint64_t UncompressedBytes(const std::string& path, const OIIO::ImageInput& in)
 {
-    const OIIO::ImageSpec& spec = in.spec();
+    const OIIO::ImageSpec& layout = in.spec();
     const std::string format = in.format_name();
     std::uint64_t start = 0;
     if (format == "dpx")
         start = DpxImageOffset(path);
-    else if (format != "tiff" || spec.get_string_attribute("compression", "none") != "none")
+    else if (format != "tiff" || layout.get_string_attribute("compression", "none") != "none")
         return 0;
-    const int bits = spec.get_int_attribute("oiio:BitsPerSample", static_cast<int>(spec.format.size() * 8));
-    const double bytes = static_cast<double>(spec.width) * spec.height * spec.nchannels * bits / 8.0;
+    const int bits = layout.get_int_attribute("oiio:BitsPerSample", static_cast<int>(layout.format.size() * 8));
+    const double bytes = static_cast<double>(layout.width) * layout.height * layout.nchannels * bits / 8.0;
     return start + static_cast<std::uint64_t>(std::min(bytes, 1.8e19));
 }
 
