@@ -3,6 +3,7 @@
 #include "app/ExitCodes.h"
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
+#include "app/WholeRead.h"
 #include "host/EngineSettings.h"
 #include "util/Text.h"
 
@@ -242,8 +243,7 @@ ImageFile ReadImageFile(const std::string& path)
     const int n = layout.nchannels;
     CheckReadMemory(path, layout, roles);
     std::vector<float> pixels(static_cast<std::size_t>(layout.width) * layout.height * n);
-    if (!in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()))
-        throw FileError("cannot read " + path + ": " + in->geterror());
+    CheckWholeRead(path, *in, in->read_image(0, 0, 0, n, TypeDesc::FLOAT, pixels.data()));
     in->close();
 
     file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(layout.format), roles.extras));
@@ -349,11 +349,11 @@ std::vector<std::string> WriteImageFile(const std::string& path, const Image& im
     PendingFile pending(path);
     if (pfm) {
         const std::string why = WritePfm(pending.TempPath(), layout.width, layout.height, layout.nchannels, pixels.data());
-        if (!why.empty()) throw FileError("cannot write " + path + ": " + why);
+        if (!why.empty()) throw pending.Failure(why);
     } else {
         const auto fail = [&](const std::string& why) {
             out.reset();  // closes the temporary file before PendingFile removes it
-            return FileError("cannot write " + path + ": " + why);
+            return pending.Failure(why);
         };
         if (!out->open(pending.TempPath(), layout)) throw fail(out->geterror());
         const TypeDesc written = out->spec().format;
@@ -381,6 +381,8 @@ void CheckOutputFolder(const std::string& path)
     if (::access(folder.c_str(), W_OK) != 0)
         throw FileError("cannot write " + path + ": folder " + folder.string() + " is not writable (" +
                         std::strerror(errno) + ")");
+    if (const std::string why = AtomicFile::CannotReplace(path); !why.empty())
+        throw FileError("cannot write " + path + ": " + why);
 }
 
 int ParseDepth(const std::string& text)

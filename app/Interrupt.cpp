@@ -68,6 +68,15 @@ void PendingFile::Commit()
 {
     g_hasPending.store(false);
     const std::string why = m_file.Commit();
-    if (!why.empty())
-        throw FileError("cannot write " + FinalPath() + ": renaming the finished file into place failed: " + why);
+    if (!why.empty()) throw FileError("cannot write " + FinalPath() + ": " + why);
+}
+
+ProgramError PendingFile::Failure(std::string why) const
+{
+    const std::string& temp = TempPath();
+    for (std::size_t at = why.find(temp); at != std::string::npos; at = why.find(temp, at + FinalPath().size()))
+        why.replace(at, temp.size(), FinalPath());
+    const std::string full = m_file.DiskFull();
+    if (!full.empty() && why.find(full) == std::string::npos) why += " (" + full + ")";
+    return FileError("cannot write " + FinalPath() + ": " + why);
 }

@@ -5,6 +5,7 @@
 // steps, drops the frame it was on and exits with status 130. A second signal
 // stops at once; the only file that could be partial then is the one being
 // written, and the handler removes it before exiting.
+#include "app/ExitCodes.h"
 #include "util/AtomicFile.h"
 
 #include <string>
@@ -27,8 +28,12 @@ public:
 
     const std::string& TempPath() const { return m_file.TempPath(); }
     const std::string& FinalPath() const { return m_file.FinalPath(); }
-    // Throws a file ProgramError with the system's reason when the rename fails.
+    // Throws a file ProgramError naming the final file with the reason when it
+    // cannot be put in place.
     void Commit();
+    // The file error for a write that failed with the writer's `why`: it names
+    // the final file (never the temporary one) and says when the disk is full.
+    ProgramError Failure(std::string why) const;
 
 private:
     AtomicFile m_file;

@@ -5,7 +5,9 @@
 #include "app/Interrupt.h"
 #include "app/Plugins.h"
 #include "app/ToolConsole.h"
+#include "host/EngineSettings.h"
 #include "host/Image.h"
+#include "util/Text.h"
 
 #include <algorithm>
 #include <cmath>
@@ -65,6 +67,15 @@ Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& conso
 {
     // With black edges the point's response is the kernel alone.
     ApplySettings(tool, {{"Edges", "Black", "drawing the kernels"}}, frame);
+    // The point image and the response the tool makes of it, each a float RGBA
+    // frame, are the command's own part of the memory; the tool checks the rest
+    // of the frame before it allocates it.
+    const double frameBytes = static_cast<double>(width) * height * 4 * sizeof(float);
+    if (2 * frameBytes > static_cast<double>(MemoryLimit()))
+        throw RenderError("cannot draw the kernels of a " + std::to_string(width) + "x" + std::to_string(height) +
+                          " frame: its point image and response need about " +
+                          FormatMemorySize(static_cast<std::uint64_t>(std::min(2 * frameBytes, 1.8e19))) + ", but " +
+                          MemoryLimitSource() + " is " + FormatMemorySize(MemoryLimit()));
     Ref<Image> point(new Image(width, height));
     const int cx = width / 2, cy = height / 2;
     for (int c = 0; c < kColours; ++c) point->Pixel(cx, cy)[kRecordPosition[c]] = 1.0f;
@@ -96,7 +107,7 @@ int RunKernel(const KernelOptions& opt)
     ApplySettings(*tool, opt.settings, opt.frame);
 
     const Ref<Image> drawing = DrawKernels(host.Doc(), *tool, console, opt.width, opt.height, opt.frame);
-    if (!drawing) return ExitStatus(Exit::Interrupted);
+    if (!drawing || InterruptRequested()) return ExitStatus(Exit::Interrupted);  // nothing written
     WriteImageFile(opt.output, *drawing, DefaultSpec(*drawing), depth);
     std::printf("wrote %s: %dx%d, the kernels of a %dx%d frame at time %d\n", opt.output.c_str(), drawing->Width,
                 drawing->Height, opt.width, opt.height, opt.frame);

@@ -63,7 +63,7 @@ PluginHost::PluginHost(const std::vector<std::string>& folders, const std::funct
         } catch (const std::exception& e) {
             throw FileError(e.what());
         }
-        for (const std::string& p : problems) warn(p + " (skipped)");
+        for (const std::string& p : problems) warn(p);
     }
     m_doc = std::make_unique<FusionDoc>();
 }

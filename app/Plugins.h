@@ -6,7 +6,9 @@
 // tree from the folder they are built into, unless folders are
 // named on purpose: --plugins DIR, or else LUMIVANE_PLUGIN_PATH (folders
 // separated by ':'). The current folder is never searched unless named. A
-// module that fails to load is reported as a warning and skipped.
+// module that fails to load, is not a tool or repeats a tool's class is
+// reported as a warning. The path is trusted like a library path: a folder or
+// module writable by others than its owner is refused (host/PluginLoader.h).
 #include "host/FusionDoc.h"
 #include "host/PluginLoader.h"
 

@@ -9,11 +9,14 @@
 #include "app/Progress.h"
 #include "app/SequencePlan.h"
 #include "app/ToolConsole.h"
+#include "host/EngineSettings.h"
 #include "host/Flow.h"
 
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <optional>
+#include <unistd.h>
 
 using json = nlohmann::ordered_json;
 
@@ -146,12 +149,50 @@ void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, I
     }
 }
 
+namespace {
+
+std::uint64_t ResidentBytes()
+{
+    std::ifstream statm("/proc/self/statm");
+    std::uint64_t pages = 0, resident = 0;
+    statm >> pages >> resident;
+    return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
+std::uint64_t ImageBytes(const Image& i)
+{
+    return static_cast<std::uint64_t>(i.Width) * static_cast<std::uint64_t>(i.Height) *
+           static_cast<std::uint64_t>(i.PixelStride()) * sizeof(float);
+}
+
+// Tells the tool what the program holds while layer `layer` of `plate` renders,
+// beside that layer (which the tool counts): the program itself (its code,
+// libraries, plug-in and what reading files left behind, measured once, at the
+// first frame, with the plate taken out), the other layers, the results of the
+// layers before, and for writing the file an interleaved float copy, the
+// writer's conversion and its encoding buffers, counted as five more copies of
+// the plate.
+void CountHostMemory(const Plate& plate, std::size_t layer)
+{
+    const std::vector<Ref<Image>>& sources = plate.Sources();
+    std::uint64_t plateBytes = 0, before = 0;
+    for (std::size_t k = 0; k < sources.size(); ++k) {
+        plateBytes += ImageBytes(*sources[k]);
+        if (k < layer) before += ImageBytes(*sources[k]);
+    }
+    static const std::uint64_t program = std::max(ResidentBytes(), plateBytes) - plateBytes;
+    SetHostFrameMemory(program + plateBytes - ImageBytes(*sources[layer]) + before + 5 * plateBytes);
+}
+
+}  // namespace
+
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console)
 {
     PlateResults r;
-    for (const Ref<Image>& layer : plate.Sources()) {
-        source.SetSource(layer.get(), time);
+    for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
+        CountHostMemory(plate, k);
+        source.SetSource(plate.Sources()[k].get(), time);
         r.results.push_back(doc.Render(tool, time));
         if (InterruptRequested()) return {};  // the frame is dropped, not written
         if (!r.results.back()) throw RenderError(console.Why());
@@ -214,6 +255,7 @@ int RunRender(const RenderOptions& opt)
 
             if (opt.dryRun || opt.verbose) {  // the frame's figures, from the tool, without its pixels
                 sourceInput->SetSource(plate.Sources().front().get(), time);
+                CountHostMemory(plate, 0);
                 doc.PreCalc(tool, time);
                 if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
                 if (opt.dryRun) break;  // the first frame's, and nothing written

@@ -142,7 +142,7 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     const std::filesystem::path flowPath(m_flowPath), inputPath(m_names.input);
     m_names.output = (flowPath.parent_path() / flowPath.stem()).string() + (m_sequence ? ".####" : "") +
                      inputPath.extension().string();
-    m_plates = std::make_unique<PlateSource>(options.plate);
+    m_plates = std::make_unique<PlateSource>(m_options.plate);  // the session's own copy: the caller's may go
     CurrentPlate();  // a missing or unreadable input fails now, not in the page
 
     m_scratch = (std::filesystem::temp_directory_path() / "lumivane-view-XXXXXX").string();

@@ -49,13 +49,18 @@ struct AlphaReport {
 
 }  // namespace
 
-FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride)
+FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host)
 {
     FrameMemory m;
     const std::uint64_t w = static_cast<std::uint64_t>(plan.imageWidth);
     const std::uint64_t h = static_cast<std::uint64_t>(plan.imageHeight);
     m.planes = kChunks * ((w + 3) / 4 * 4) * h * sizeof(float);
     m.output = w * h * static_cast<std::uint64_t>(pixelStride) * sizeof(float);
+    m.images = m.output;  // the input, as large as the output
+    if (plan.kernelImage)
+        m.images += static_cast<std::uint64_t>(plan.kernelImage->Width) * static_cast<std::uint64_t>(plan.kernelImage->Height) *
+                    static_cast<std::uint64_t>(plan.kernelImage->PixelStride()) * sizeof(float);
+    m.host = host;
 
     // Each distinct kernel spectrum lives for the whole render; each worker
     // holds one image array while it filters.
@@ -79,15 +84,18 @@ FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride)
     return m;
 }
 
-void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource)
+void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host, std::uint64_t limit,
+                      const std::string& limitSource)
 {
     const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
-    const FrameMemory m = EstimateFrameMemory(plan, pixelStride);
+    const FrameMemory m = EstimateFrameMemory(plan, pixelStride, host);
     if (m.Total() > limit)
-        throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (" + std::to_string(kChunks) +
-                                 " planes " + mib(m.planes) + ", " + std::to_string(m.arrayCount) +
-                                 " transform arrays " + mib(m.arrays) + ", the output image " + mib(m.output) +
-                                 ") but " + limitSource + " is " + mib(limit));
+        throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (the input images " + mib(m.images) +
+                                 ", " + std::to_string(kChunks) + " planes " + mib(m.planes) + ", " +
+                                 std::to_string(m.arrayCount) + " transform arrays " + mib(m.arrays) +
+                                 ", the output image " + mib(m.output) +
+                                 (m.host ? ", the host's buffers " + mib(m.host) : std::string()) + ") but " +
+                                 limitSource + " is " + mib(limit));
 }
 
 void ShareKernels(KernelSpectra& spectra, const double blurSizeX[3], const double blurSizeY[3], const Image* kernelImage)

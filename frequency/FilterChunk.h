@@ -37,19 +37,21 @@ void ShareKernels(KernelSpectra& spectra, const double sizeX[3], const double si
 // name. The caller owns it.
 Image* ObtainKernel(const ChunkPlan& plan, std::int32_t colour);
 
-// What one frame needs at its peak, in bytes: the image planes, the transform
-// arrays in flight (distinct kernel spectra plus one image array per busy
-// worker) and the output image.
+// What one frame needs at its peak, in bytes: the input image (and kernel
+// image), the image planes, the transform arrays in flight (distinct kernel
+// spectra plus one image array per busy worker, kept for the next frame once
+// done), the output image, and what the host holds beside them (`host`).
 struct FrameMemory {
-    std::uint64_t planes = 0, arrays = 0, output = 0;
+    std::uint64_t images = 0, planes = 0, arrays = 0, output = 0, host = 0;
     int arrayCount = 0;
-    std::uint64_t Total() const { return planes + arrays + output; }
+    std::uint64_t Total() const { return images + planes + arrays + output + host; }
 };
-FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride);
+FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host);
 
 // Throws, naming the sizes, when the frame would need more memory than `limit`
 // (whose origin `limitSource` names), before anything large is allocated.
-void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t limit, const std::string& limitSource);
+void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host, std::uint64_t limit,
+                      const std::string& limitSource);
 
 // Filters chunk 0 .. 5 (ImageTransfer.h) of the store in place. Throws
 // std::runtime_error with the reason when it fails.

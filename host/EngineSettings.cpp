@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -181,8 +182,16 @@ void SetMemoryLimit(std::uint64_t bytes)
     Set(&Settings::memory, bytes ? std::optional<std::uint64_t>(bytes) : std::nullopt);
 }
 
+namespace {
+std::atomic<std::uint64_t> g_hostFrameMemory{0};
+}  // namespace
+
+std::uint64_t HostFrameMemory() { return g_hostFrameMemory.load(); }
+void SetHostFrameMemory(std::uint64_t bytes) { g_hostFrameMemory.store(bytes); }
+
 void ResetEngineSettings()
 {
+    g_hostFrameMemory.store(0);
     std::lock_guard<std::mutex> lock(g_mutex);
     g_set = Settings{};
 }

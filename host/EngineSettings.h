@@ -33,6 +33,12 @@ void SetEngineFftPlanning(FftEffort effort);
 void SetEngineFftWisdom(const std::string& file);
 void SetEngineTransformSizes(TransformSizes sizes);
 void SetMemoryLimit(std::uint64_t bytes);
+// What the program hosting the tool holds for a frame beside the images it
+// hands the tool (its other layers' images and results, the buffers of writing
+// the output file), in bytes: the tool counts it with its own estimate. 0 until
+// a program sets it.
+std::uint64_t HostFrameMemory();
+void SetHostFrameMemory(std::uint64_t bytes);
 // Forgets every value a program set.
 void ResetEngineSettings();
 

@@ -48,6 +48,20 @@ public:
         throw ValueRefused(m_path + ": " + where + ": " + why);
     }
 
+    // A field the format does not have is refused rather than dropped: a
+    // misspelt "input" would otherwise render the defaults without a word.
+    void OnlyFields(const json& object, std::initializer_list<const char*> fields, const std::string& where) const
+    {
+        for (const auto& item : object.items()) {
+            bool known = false;
+            for (const char* f : fields) known = known || item.key() == f;
+            if (known) continue;
+            std::string list;
+            for (const char* f : fields) list += std::string(list.empty() ? "" : ", ") + "\"" + f + "\"";
+            Fail(where.empty() ? item.key() : where + "." + item.key(), "unknown field (expected " + list + ")");
+        }
+    }
+
     // Flows go through the same rule as the command line: a saved value is one
     // a user could have set. A read-only control is saved with the flow, so
     // its own value reads back as no change; any other is refused.
@@ -75,6 +89,7 @@ public:
         }
         if (!value.is_object() || !value.contains("keys") || !value["keys"].is_array() || value["keys"].empty())
             Fail(where, "expected a number or {\"keys\": [[time, value], ...]}, got " + std::string(value.type_name()));
+        OnlyFields(value, {"keys"}, where);
         std::map<double, double> keys;
         for (std::size_t i = 0; i < value["keys"].size(); ++i) {
             const json& key = value["keys"][i];
@@ -102,6 +117,7 @@ public:
     {
         if (!t.is_object()) Fail(where, "expected an object with \"class\", \"name\" and \"inputs\"");
         if (!t.contains("class") || !t["class"].is_string()) Fail(where + ".class", "expected the tool's class ID");
+        OnlyFields(t, {"name", "class", "inputs", "connections"}, where);
         if (t.contains("name") && !t["name"].is_string()) Fail(where + ".name", "expected a text");
         const std::string name = t.contains("name") ? t["name"].get<std::string>() : std::string();
         Operator* tool = nullptr;
@@ -210,6 +226,7 @@ json LoadFlow(FusionDoc& doc, const std::string& path)
     if (!flow.contains("version") || !flow["version"].is_number_integer() || flow["version"].get<int>() != kVersion)
         reader.Fail("version", "expected " + std::to_string(kVersion));
     if (!flow.contains("tools") || !flow["tools"].is_array()) reader.Fail("tools", "expected a list of tools");
+    reader.OnlyFields(flow, {"format", "version", "tools", "program"}, "");
     for (std::size_t i = 0; i < flow["tools"].size(); ++i)
         reader.ReadTool(doc, flow["tools"][i], "tools[" + std::to_string(i) + "]");
     return flow.contains("program") ? flow["program"] : json();

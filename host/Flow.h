@@ -40,6 +40,8 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ord
 // through the same rule as the command line (InputDeclaration::RefuseTyped and
 // RefuseNumber: entry names, lowest and highest values, whole numbers,
 // read-only controls, which may only hold their own value); a refused value
-// throws ValueRefused. Anything else malformed throws std::runtime_error. Both
+// throws ValueRefused. Anything else malformed, an unknown tool class, control
+// or field among them, throws std::runtime_error ("program" is the saving
+// program's own and is not checked here). Both
 // name the file, the place in it and what was expected. Returns "program".
 nlohmann::ordered_json LoadFlow(FusionDoc& doc, const std::string& path);

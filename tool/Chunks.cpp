@@ -63,7 +63,7 @@ void Lumivane2::ShareKernels() { ::ShareKernels(kernelSpectra, blurSizeX, blurSi
 
 void Lumivane2::CheckFrameMemory() const
 {
-    ::CheckFrameMemory(chunkPlan, sourceImage->PixelStride(), HostMemoryLimit(), HostMemoryLimitSource());
+    ::CheckFrameMemory(chunkPlan, sourceImage->PixelStride(), HostHeldMemory(), HostMemoryLimit(), HostMemoryLimitSource());
 }
 
 void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)

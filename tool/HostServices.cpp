@@ -34,6 +34,8 @@ std::uint64_t HostMemoryLimit() { return MemoryLimit(); }
 
 std::string HostMemoryLimitSource() { return MemoryLimitSource(); }
 
+std::uint64_t HostHeldMemory() { return HostFrameMemory(); }
+
 TransformSizes HostTransformSizes() { return EngineTransformSizes(); }
 
 void ApplyHostFftSettings()

@@ -15,6 +15,8 @@ RowBands HostRowBands();
 unsigned HostThreadCount();
 std::uint64_t HostMemoryLimit();
 std::string HostMemoryLimitSource();
+// What the host holds for the frame beside the images it gives the tool.
+std::uint64_t HostHeldMemory();
 TransformSizes HostTransformSizes();
 // Passes the host's FFT planning effort and wisdom file on to the FFT layer.
 void ApplyHostFftSettings();

@@ -107,7 +107,7 @@ void Lumivane2::PrintFrameFigures() const
         }
     }
     doc->PrintF(CONSOLE_Info, "Lumivane 2: blur size in pixels %s; transform size %s; memory about %s\n", sizes.c_str(),
-                transforms.c_str(), FormatMemorySize(EstimateFrameMemory(chunkPlan, sourceImage->PixelStride()).Total()).c_str());
+                transforms.c_str(), FormatMemorySize(EstimateFrameMemory(chunkPlan, sourceImage->PixelStride(), HostHeldMemory()).Total()).c_str());
 }
 
 void Lumivane2::PreCalcProcess(Request* req)

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <functional>
 #include <new>
 #include <thread>
 
@@ -40,6 +41,13 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
+    // The same picture as JPEG, uncompressed TIFF and DPX, each cut to half its length.
+    OIIO::ImageBuf plain = TestPicture(64, 48, {"R", "G", "B"}, false);
+    plain.specmod().attribute("compression", "none");
+    for (const char* f : {"cut.jpg", "cut.tif", "cut.dpx"}) {
+        WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
+        std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
+    }
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -97,6 +105,15 @@ INSTANTIATE_TEST_SUITE_P(
                     "memory limit is 1.0 GiB"},
         FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.ppm"},
                     4, "cannot read huge.ppm: its 60000x60000"},
+        FailureCase{"TruncatedJpeg", {"render", "cut.jpg", "out/o.exr"}, 3,
+                    "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
+        FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
+                    "cannot read cut.tif: the file is cut short: it has 9"},
+        FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
+                    "cannot read cut.dpx: the file is cut short: it has"},
+        FailureCase{"KernelOverMemoryLimit", {"--max-memory", "64M", "kernel", "out/k.exr", "--width", "8000", "--height", "8000"},
+                    4, "cannot draw the kernels of a 8000x8000 frame: its point image and response need about 1.9 GiB, "
+                    "but the memory limit is 64 MiB"},
         FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
                     "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
     PrintName);
@@ -125,33 +142,56 @@ TEST(CommandFailure, UnwritableOutputFolder)
     EXPECT_FALSE(std::filesystem::exists(target));
 }
 
+// Whether process `pid` has loaded the plug-in module: it has its signal handlers by then.
+bool PluginLoaded(pid_t pid)
+{
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    std::stringstream text;
+    text << maps.rdbuf();
+    return text.str().find(".plugin") != std::string::npos;
+}
+
 TEST(CommandFailure, TerminationStopsCleanly)
 {
     ScratchFolder dir;
     WriteFile(TestPicture(64, 64, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
     std::filesystem::create_directory(dir / "out");
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (::chdir(dir.Path().c_str()) != 0) ::_exit(99);
-        std::freopen("/dev/null", "w", stdout);
-        std::freopen("/dev/null", "w", stderr);
-        ::execl(LUMIVANE_EXE, "lumivane", "render", "in.exr", "out/o.####.exr", "--frames", "1-100000", "--size", "5",
-                static_cast<char*>(nullptr));
-        ::_exit(98);
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!std::filesystem::exists(dir / "out/o.0003.exr") && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    ::kill(pid, SIGTERM);
-    int raw = 0;
-    ASSERT_EQ(::waitpid(pid, &raw, 0), pid);
-    ASSERT_TRUE(WIFEXITED(raw));
-    EXPECT_EQ(WEXITSTATUS(raw), 130);
+    const auto start = [&](std::vector<const char*> args) {
+        const pid_t pid = ::fork();
+        if (pid == 0) {
+            if (::chdir(dir.Path().c_str()) != 0) ::_exit(99);
+            std::freopen("/dev/null", "w", stdout);
+            std::freopen("/dev/null", "w", stderr);
+            args.insert(args.begin(), "lumivane");
+            args.push_back(nullptr);
+            ::execv(LUMIVANE_EXE, const_cast<char* const*>(args.data()));
+            ::_exit(98);
+        }
+        return pid;
+    };
+    const auto stop = [](pid_t pid, const std::function<bool()>& ready) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!ready() && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ::kill(pid, SIGTERM);
+        int raw = 0;
+        ::waitpid(pid, &raw, 0);
+        return WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    };
+
+    const pid_t render = start({"render", "in.exr", "out/o.####.exr", "--frames", "1-100000", "--size", "5"});
+    ASSERT_GT(render, 0);
+    EXPECT_EQ(stop(render, [&] { return std::filesystem::exists(dir / "out/o.0003.exr"); }), 130);
     const Files left = dir.Files("out");
     EXPECT_GE(left.size(), 3u);
     EXPECT_LT(left.size(), 100000u);
     for (const std::string& f : left) EXPECT_EQ(f.rfind("o.", 0), 0u) << "left behind: " << f;
+
+    // The kernel command, stopped while it loads or draws: nothing written.
+    const pid_t kernel = start({"kernel", "k.exr", "--width", "2000", "--height", "1500"});
+    ASSERT_GT(kernel, 0);
+    EXPECT_EQ(stop(kernel, [&] { return PluginLoaded(kernel); }), 130);
+    EXPECT_FALSE(std::filesystem::exists(dir / "k.exr"));
 }
 
 }  // namespace

@@ -63,13 +63,14 @@ inline std::string Quoted(const std::string& s)
 }
 
 // Runs the program with `args` in `folder`, without LUMIVANE_PLUGIN_PATH.
-// `shellSetup` runs first in the same shell (a `ulimit`, say).
+// `shellSetup` runs first in the same shell (a `ulimit`, say); `runner` is a
+// command the program runs under (another user, say).
 inline RunResult RunLumivane(const ScratchFolder& folder, const std::vector<std::string>& args,
-                             const std::string& shellSetup = {})
+                             const std::string& shellSetup = {}, const std::string& runner = {})
 {
     const std::string outFile = folder / ".run.out", errFile = folder / ".run.err";
     std::string cmd = "cd " + Quoted(folder.Path()) + " && " + (shellSetup.empty() ? "" : shellSetup + " && ") +
-                      "env -u LUMIVANE_PLUGIN_PATH LUMIVANE_THREADS=2 " + Quoted(LUMIVANE_EXE);
+                      runner + " env -u LUMIVANE_PLUGIN_PATH LUMIVANE_THREADS=2 " + Quoted(LUMIVANE_EXE);
     for (const std::string& a : args) cmd += " " + Quoted(a);
     const int raw = std::system((cmd + " >" + Quoted(outFile) + " 2>" + Quoted(errFile)).c_str());
     RunResult r;

@@ -6,6 +6,7 @@
 #include "app/PfmFile.h"
 
 #include <OpenImageIO/imagebufalgo.h>
+#include <sys/resource.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -293,6 +294,17 @@ TEST(Reliability, OutputMayReplaceTheInput)
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_TRUE(fs::is_symlink(dir / "link.exr"));
     EXPECT_EQ(fs::status(dir / "shot.exr").permissions(), fs::perms(0640));
+
+    // A file the user may not write is not replaced, though its folder is writable.
+    // The superuser may write anything, so then the program runs as nobody.
+    fs::permissions(dir / "shot.exr", fs::perms(0444));
+    fs::permissions(dir.Path(), fs::perms::all);
+    const RunResult refused = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"}, {},
+                                          ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "");
+    EXPECT_EQ(refused.status, 3) << refused.err;
+    EXPECT_NE(refused.err.find("cannot write shot.exr: the file exists and may not be written by this user"),
+              std::string::npos)
+        << refused.err;
 }
 
 TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
@@ -310,6 +322,49 @@ TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
     EXPECT_NE(r.err.find("out/o.0002.exr"), std::string::npos) << r.err;
     EXPECT_EQ(dir.Files("out"), std::vector<std::string>{"o.0001.exr"});
     EXPECT_EQ(ReadFile(dir / "out/o.0001.exr").spec().width, 8);
+
+    // On a full disk (a small file system of its own, in a namespace of the
+    // test's own), including a writer that does not see its write fail (PNG).
+    if (std::system("unshare -rm true 2>/dev/null") != 0) GTEST_SKIP() << "no user namespaces to mount a small disk in";
+    for (const char* name : {"out/o.exr", "out/o.png"}) {
+        const RunResult full = RunLumivane(dir, {"render", "f.0002.exr", name, "--size", "2"}, {},
+                                           "unshare -rm sh -c 'mount -t tmpfs -o size=16k none out && exec \"$0\" \"$@\"'");
+        EXPECT_EQ(full.status, 3) << full.err;
+        EXPECT_NE(full.err.find(std::string("cannot write ") + name + ": "), std::string::npos) << full.err;
+        EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
+        EXPECT_EQ(full.err.find(".tmp"), std::string::npos) << full.err;
+    }
 }
+
+#if !defined(LUMIVANE_SANITIZED)  // the sanitizers' own memory would swamp the figures
+TEST(Reliability, AFrameUnderTheMemoryLimitStaysUnderIt)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(1280, 720, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
+    // The frame's estimate, then a limit 1 MiB above it: the frame renders, and
+    // the process's peak resident memory stays below that limit.
+    const RunResult figures = RunLumivane(dir, {"render", "in.exr", "o.exr", "--size", "20", "--dry-run"});
+    const std::size_t at = figures.out.find("memory about ");
+    ASSERT_NE(at, std::string::npos) << figures.out;
+    const long mib = std::stol(figures.out.substr(at + 13));
+    ASSERT_NE(figures.out.find(std::to_string(mib) + " MiB", at), std::string::npos) << figures.out;
+    const std::string cap = std::to_string(mib + 1) + "M";
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::chdir(dir.Path().c_str()) != 0) ::_exit(99);
+        std::freopen("/dev/null", "w", stdout);
+        ::setenv("LUMIVANE_THREADS", "2", 1);
+        ::unsetenv("LUMIVANE_PLUGIN_PATH");
+        ::execl(LUMIVANE_EXE, "lumivane", "--max-memory", cap.c_str(), "render", "in.exr", "o.exr", "--size", "20",
+                static_cast<char*>(nullptr));
+        ::_exit(98);
+    }
+    int raw = 0;
+    struct rusage usage {};
+    ASSERT_EQ(::wait4(pid, &raw, 0, &usage), pid);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << "under --max-memory " << cap;
+    EXPECT_LE(usage.ru_maxrss, (mib + 1) * 1024) << "KiB at the peak under --max-memory " << cap;
+}
+#endif
 
 }  // namespace

@@ -130,8 +130,9 @@ TEST(ApplySettings, NotifiesInTheOrderGivenReplacesKeysAndRefusesWhatIsNotSettab
     const std::string unknown = UsageMessage([&] { ApplySettings(*after.op, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
     EXPECT_NE(unknown.find("no control \"blursizex\" (did you mean \"BlurSizeX\"?)"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("Operation, WienerParam, BlurSizeUnit"), std::string::npos) << unknown;
-    for (const auto& [id, why] : {std::pair{"kernel", "image input"}, {"CompanyName", "read-only"}})
-        EXPECT_NE(UsageMessage([&] { ApplySettings(*after.op, {{id, "x", "o"}}, 0); }).find(why), std::string::npos) << id;
+    for (const auto& c : {std::pair{"kernel", "image input"}, {"CompanyName", "read-only"}})  // no captured bindings in clang 14
+        EXPECT_NE(UsageMessage([&] { ApplySettings(*after.op, {{c.first, "x", "o"}}, 0); }).find(c.second), std::string::npos)
+            << c.first;
 }
 
 TEST(SettingsInCommandLineOrder, InterleavesFriendlyOptionsAndSet)

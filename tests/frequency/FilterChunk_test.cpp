@@ -1,10 +1,9 @@
 // Whole frames filtered chunk by chunk against an independent computation: the
-// edge-extended image convolved directly in the spatial domain with the
-// normalised kernel.
+// image extended past its borders by direct indexing, convolved in the spatial
+// domain with the normalised kernel, whose shapes are drawn here from their
+// closed forms.
 #include "frequency/FilterFrame.h"
 #include "frequency/TransformSize.h"
-#include "kernel/KernelShapes.h"
-#include "kernel/KernelSize.h"
 #include "support/Refusal.h"
 
 #include <algorithm>
@@ -39,6 +38,53 @@ std::vector<double> SpatialReference(const Image& src, int comp, const Image& ke
     return out;
 }
 
+// Inside a disk or polygon of edge distance e: 1 rising by 4 x bad bokeh to the
+// rim with the fourth power of d / e; past it a ramp one pixel wide down to 0,
+// starting from the rim's height.
+double RimValue(double d, double e, double badBokeh)
+{
+    if (d <= e) return 1.0 + 4.0 * badBokeh * std::pow(d / e, 4);
+    return d <= e + 1.0 ? (e + 1.0 - d) * (1.0 + 4.0 * badBokeh) : 0.0;
+}
+
+// A kernel shape of blur size `size`, sampled at whole-pixel offsets from the
+// centre of an odd square (the odd number of pixels at or above the size). The
+// polygon's edge distance along a point's direction is the apothem over the
+// largest cosine between that direction and a side's outward normal; with angle
+// 0 a normal lies on +x, and the angle turns them toward negative angles.
+int OddSide(double size)
+{
+    const int n = static_cast<int>(std::ceil(size));
+    return n % 2 ? n : n + 1;
+}
+
+Ref<Image> ReferenceShape(const KernelParams& p, double size)
+{
+    const int n = OddSide(size);
+    const double radius = std::max((size - 1.0) / 2.0, 1e-4), sigma = size / 6.0, pi = std::acos(-1.0);
+    return Ref<Image>(MakeImage(n, n, [&](int x, int y, int) {
+        const double dx = x - n / 2, dy = y - n / 2, d = std::hypot(dx, dy);
+        switch (p.kernelStyle) {
+        case 0: return static_cast<float>(RimValue(d, radius, p.badBokeh));
+        case 1: {
+            double most = -1.0;
+            for (int k = 0; k < p.sideCount; ++k)
+                most = std::max(most, std::cos(std::atan2(dy, dx) + p.angle - 2.0 * pi * k / p.sideCount));
+            return static_cast<float>(RimValue(d, radius * std::cos(pi / p.sideCount) / most, p.badBokeh));
+        }
+        case 2: return static_cast<float>(std::exp(-d * d / (sigma * sigma)));
+        case 3: {  // 4 (J1(u) / u)^2, 1 at the centre, cut at J1's third zero, which lies at size / 2
+            const double u = d * 20.347 / size;
+            return static_cast<float>(u == 0.0 ? 1.0 : u < 10.1735 ? 4.0 * std::pow(::j1(u) / u, 2) : 0.0);
+        }
+        default: {  // an inverted hat: 1 at the centre, a negative ring
+            const double q = d * d / (2.0 * sigma * sigma);
+            return static_cast<float>(std::exp(-q) * (1.0 - q));
+        }
+        }
+    }));
+}
+
 // Every output sample of red, green, blue and alpha within float rounding of
 // the reference; extra channels exactly as the source.
 void ExpectMatchesReference(const FrameSettings& s, const Image& src, const Image& out)
@@ -46,10 +92,12 @@ void ExpectMatchesReference(const FrameSettings& s, const Image& src, const Imag
     ASSERT_EQ(std::make_pair(out.Width, out.Height), std::make_pair(src.Width, src.Height));
     std::vector<double> ref[4], alpha[3];
     for (int c = 0; c < 3; ++c) {
-        const int kw = OddKernelSize(s.sizeX[c]), kh = OddKernelSize(s.sizeY[c]);
-        Ref<Image> kernel(s.kernelImage ? s.kernelImage->ResizeOfImage(
-                                              {{RSZ_Width, kw}, {RSZ_Height, kh}, {RSZ_Filter, RSZ_FILTER_AREA}})
-                                        : MakeChannelKernel(s.shape, s.sizeX[c], s.sizeY[c]));
+        // A shape is drawn square at the larger size, then resized like a kernel image.
+        Ref<Image> kernel = s.kernelImage ? Ref<Image>() : ReferenceShape(s.shape, std::max(s.sizeX[c], s.sizeY[c]));
+        const int kw = OddSide(s.sizeX[c]), kh = OddSide(s.sizeY[c]);
+        if (s.kernelImage || kw != kh)
+            kernel = Ref<Image>((s.kernelImage ? s.kernelImage : kernel.get())
+                                    ->ResizeOfImage({{RSZ_Width, kw}, {RSZ_Height, kh}, {RSZ_Filter, RSZ_FILTER_AREA}}));
         ref[c] = SpatialReference(src, c, *kernel, c, s.edge);
         alpha[c] = SpatialReference(src, 3, *kernel, c, s.edge);
     }
@@ -175,9 +223,10 @@ TEST(TransformSize, SizesNotAboveZeroOrPastTheLargestSideAreRefused)
         {1073741800, "the transform width for image plus kernel of 1073741865 pixels would pass the largest side "
                      "of 1073741824"},
     };
-    for (const auto& [size, message] : cases)
-        EXPECT_EQ(Refusal<std::runtime_error>([&] { TransformSizeFor(64, 48, size, size, 1, TransformSizes::PowersOfTwo); }),
-                  message);
+    for (const auto& c : cases)  // clang 14 lambdas cannot capture structured bindings
+        EXPECT_EQ(Refusal<std::runtime_error>(
+                      [&] { TransformSizeFor(64, 48, c.first, c.first, 1, TransformSizes::PowersOfTwo); }),
+                  c.second);
 }
 
 }  // namespace

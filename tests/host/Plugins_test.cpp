@@ -32,21 +32,41 @@ struct PluginFolder : ::testing::Test {
     void TearDown() override { fs::remove_all(dir); }
 };
 
-TEST_F(PluginFolder, SkipsAndReportsWhatIsNotAToolPlugin)
+TEST_F(PluginFolder, SkipsAndReportsWhatIsNotAToolPluginOrNotToBeTrusted)
 {
-    fs::copy_file(LUMIVANE_PLUGIN_FILE, dir / "Lumivane2.plugin", fs::copy_options::overwrite_existing);
-    fs::copy_file(LUMIVANE_EMPTY_MODULE, dir / "empty.plugin", fs::copy_options::overwrite_existing);
+    const auto copy = [&](const char* from, const char* name, fs::perms mode) {
+        fs::copy_file(from, dir / name, fs::copy_options::overwrite_existing);
+        fs::permissions(dir / name, mode);
+    };
+    const fs::perms ownerOnly = fs::perms::owner_all | fs::perms::group_read | fs::perms::others_read;
+    fs::permissions(dir, ownerOnly | fs::perms::group_exec | fs::perms::others_exec);
+    copy(LUMIVANE_PLUGIN_FILE, "Lumivane2.plugin", ownerOnly);
+    copy(LUMIVANE_PLUGIN_FILE, "Lumivane2copy.plugin", ownerOnly);  // the same class ID again
+    copy(LUMIVANE_EMPTY_MODULE, "empty.plugin", ownerOnly);
+    copy(LUMIVANE_EMPTY_MODULE, "shared.plugin", ownerOnly | fs::perms::group_write);
     std::ofstream(dir / "text.plugin") << "not a module";
     std::ofstream(dir / "readme.txt") << "ignored";
     PluginSet set;
     const std::vector<std::string> problems = set.LoadFolder(dir.string());
-    ASSERT_EQ(problems.size(), 2u);
-    EXPECT_NE(problems[0].find("empty.plugin is not a tool plug-in: it registered no tools"), std::string::npos)
-        << problems[0];
-    EXPECT_NE(problems[1].find("cannot load plug-in " + (dir / "text.plugin").string() + ": "), std::string::npos)
-        << problems[1];
+    ASSERT_EQ(problems.size(), 4u);
+    const std::vector<std::string> expected = {
+        "Lumivane2copy.plugin registers a tool class that \"tevrinworks.Lumivane2\" of " + (dir / "Lumivane2.plugin").string() +
+            " registered already: the first is used, this one unloaded",
+        "empty.plugin loaded, not a tool plug-in: it registered no tools",
+        "refused plug-in " + (dir / "shared.plugin").string() + ": its group or others may write to it (mode 0764",
+        "cannot load plug-in " + (dir / "text.plugin").string() + ": "};
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        EXPECT_NE(problems[i].find(expected[i]), std::string::npos) << problems[i];
     EXPECT_EQ(set.Modules().size(), 1u);
+    const auto entries = ClassRegistry->Entries();
+    EXPECT_EQ(std::count_if(entries.begin(), entries.end(),
+                            [](Registry* r) { return r->ID().str() == "tevrinworks.Lumivane2"; }),
+              1);  // the copy's registration went with it
     EXPECT_THROW(PluginSet().LoadFolder((dir / "missing").string()), std::runtime_error);
+    fs::permissions(dir, fs::perms::others_write, fs::perm_options::add);
+    EXPECT_EQ(Refusal<std::runtime_error>([&] { PluginSet().LoadFolder(dir.string()); })
+                  .rfind("refused plug-in folder " + dir.string() + ": its group or others may write to it", 0),
+              0u);
 }
 
 TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
@@ -110,6 +130,10 @@ TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
         {head + tool + R"({"CompanyName": "Hacked"}}]})", ".inputs.CompanyName: \"CompanyName\" is read-only"},
         {head + tool + R"({"BlurSizeX": {"keys": [[1]]}}}]})", ": tools[0].inputs.BlurSizeX.keys[0]: expected [time, value]"},
         {head + tool + R"({"CompanyName": 3}}]})", ": tools[0].inputs.CompanyName: expected a text, got number"},
+        // Fields the format does not have, at each level: refused, not dropped.
+        {head + R"(], "tool": []})", ": tool: unknown field (expected \"format\", \"version\", \"tools\", \"program\")"},
+        {head + tool + R"({}, "input": {"BlurSizeX": 3}}]})", ": tools[0].input: unknown field (expected \"name\""},
+        {head + tool + R"({"BlurSizeX": {"keys": [[0, 1]], "ease": 1}}}]})", ": tools[0].inputs.BlurSizeX.ease: unknown field"},
     };
     const std::string path = (dir / "bad.flow").string();
     for (const auto& [text, message] : cases) {
