@@ -1,5 +1,4 @@
-// Whole renders through the host model, timed frame by frame, and the transform
-// floor of the same frame. One configuration per process, so that the process's
+// Whole renders through the host model, timed frame by frame. One configuration per process, so that the process's
 // peak resident memory belongs to that configuration alone; bench/report.py runs
 // it once per configuration and prints the tables.
 //
@@ -10,9 +9,8 @@
 //       normalised kernels (.npy) for the other tools, the kernel image when the
 //       configuration connects one, and our result. No image library is linked
 //       here: its start-up memory would hide the render's own.
-//   bench_render floor WIDTH HEIGHT CONFIG REPEATS
-//       the forward and inverse transforms that frame cannot do without, on
-//       FrequencyArrays of its sizes, on the host's worker pool; one JSON line.
+// The floor the render is held against is bench_fftw_floor (fftw_floor.cpp), which
+// is given the kernel edges this prints.
 //
 // CONFIG: disk1, disk2.5, disk5, polygon, gaussian, kernel-image, per-channel,
 // deconvolve, or disk-px:N (a disk of N pixels, absolute).
@@ -264,6 +262,16 @@ FrameShape ShapeOf(const Lumivane2& tool)
     return s;
 }
 
+// The distinct kernels' edges, "WxH" separated by commas.
+std::string KernelEdgesText(const FrameShape& s)
+{
+    std::string t;
+    for (int c : s.kernels)
+        t += (t.empty() ? "" : ",") + std::to_string(s.size[c].kernelWidth) + "x" +
+             std::to_string(s.size[c].kernelHeight);
+    return t;
+}
+
 std::string SizesText(const FrameShape& s)
 {
     std::string t;
@@ -308,13 +316,13 @@ int Render(int w, int h, const std::string& name, int frames, const std::string&
     std::printf("{\"mode\": \"render\", \"config\": \"%s\", \"width\": %d, \"height\": %d, \"frames\": %d, "
                 "\"first\": %.6f, \"median\": %.6f, \"min\": %.6f, \"cpu\": %.6f, \"plans_first\": %llu, "
                 "\"plans_later\": %llu, \"kernels\": %zu, \"planes\": %zu, \"transforms\": %zu, \"sizes\": \"%s\", "
-                "\"threads\": %u, \"peak_kib\": %ld}\n",
+                "\"kernel_edges\": \"%s\", \"threads\": %u, \"peak_kib\": %ld}\n",
                 name.c_str(), w, h, frames, times[0], Median(std::vector<double>(times.begin() + warm, times.end())),
                 *std::min_element(times.begin(), times.end()),
                 Median(std::vector<double>(cpu.begin() + warm, cpu.end())), static_cast<unsigned long long>(plans[0]),
                 static_cast<unsigned long long>(laterPlans), shape.kernels.size(), shape.planes.size(),
                 shape.kernels.size() + 2 * shape.planes.size(), SizesText(shape).c_str(),
-                WorkerPool::Shared().ThreadCount(), PeakResidentKiB());
+                KernelEdgesText(shape).c_str(), WorkerPool::Shared().ThreadCount(), PeakResidentKiB());
     std::fflush(stdout);
 
     if (!dir.empty()) {
@@ -323,65 +331,6 @@ int Render(int w, int h, const std::string& name, int frames, const std::string&
         WriteKernels(dir, *s.tool);
         if (s.kernel) WriteRgba(dir + "/kernel_image.npy", *s.kernel);
     }
-    return 0;
-}
-
-int Floor(int w, int h, const std::string& name, int repeats)
-{
-    Session s(w, h, ConfigNamed(name));
-    s.Render(0.0);  // fills the render state and makes the plans
-    const FrameShape shape = ShapeOf(*s.tool);
-
-    std::vector<std::unique_ptr<FrequencyArray>> kernels, planes;
-    std::vector<std::vector<double>> planeData;
-    std::mt19937 random(11);
-    std::uniform_real_distribution<double> value(0.0, 1.0);
-    for (int c : shape.kernels) {
-        kernels.push_back(std::make_unique<FrequencyArray>());
-        kernels.back()->Create(shape.size[c].width, shape.size[c].height);
-    }
-    for (int c : shape.planes) {
-        planes.push_back(std::make_unique<FrequencyArray>());
-        planes.back()->Create(shape.size[c].width, shape.size[c].height);
-        planeData.emplace_back(static_cast<std::size_t>(planes.back()->size));
-        for (double& v : planeData.back()) v = value(random);
-    }
-    auto refill = [&] {
-        for (std::size_t i = 0; i < planes.size(); ++i)
-            std::memcpy(planes[i]->data, planeData[i].data(), planeData[i].size() * sizeof(double));
-        for (auto& k : kernels)
-            std::memcpy(k->data, planeData[0].data(),
-                        sizeof(double) * std::min<std::size_t>(static_cast<std::size_t>(k->size), planeData[0].size()));
-    };
-
-    // Every transform is a job of its own; the inverses wait for all forwards, as
-    // each plane's inverse waits for its kernel.
-    WorkerPool& pool = WorkerPool::Shared();
-    const int forwards = static_cast<int>(kernels.size() + planes.size());
-    const std::uint64_t plansBefore = FftPlansCreated();
-    std::vector<double> pooled, serial;
-    for (int r = 0; r < repeats; ++r) {
-        refill();
-        const auto t0 = Clock::now();
-        pool.Run(forwards, [&](int j) {
-            if (j < static_cast<int>(kernels.size())) kernels[j]->Forward();
-            else planes[j - kernels.size()]->Forward();
-        });
-        pool.Run(static_cast<int>(planes.size()), [&](int j) { planes[j]->Backward(); });
-        pooled.push_back(Seconds(t0, Clock::now()));
-
-        refill();
-        const auto t1 = Clock::now();
-        for (auto& k : kernels) k->Forward();
-        for (auto& p : planes) p->Forward(), p->Backward();
-        serial.push_back(Seconds(t1, Clock::now()));
-    }
-    std::printf("{\"mode\": \"floor\", \"config\": \"%s\", \"width\": %d, \"height\": %d, \"repeats\": %d, "
-                "\"floor\": %.6f, \"serial\": %.6f, \"transforms\": %d, \"sizes\": \"%s\", \"threads\": %u, "
-                "\"plans_made\": %llu}\n",
-                name.c_str(), w, h, repeats, Median(pooled), Median(serial),
-                forwards + static_cast<int>(planes.size()), SizesText(shape).c_str(), pool.ThreadCount(),
-                static_cast<unsigned long long>(FftPlansCreated() - plansBefore));
     return 0;
 }
 
@@ -394,11 +343,8 @@ int main(int argc, char** argv)
         if (argc >= 6 && mode == "render")
             return Render(std::atoi(argv[2]), std::atoi(argv[3]), argv[4], std::max(1, std::atoi(argv[5])),
                           argc > 6 ? argv[6] : "");
-        if (argc >= 6 && mode == "floor")
-            return Floor(std::atoi(argv[2]), std::atoi(argv[3]), argv[4], std::max(1, std::atoi(argv[5])));
         std::fprintf(stderr,
-                     "usage: bench_render render WIDTH HEIGHT CONFIG FRAMES [DATA_DIR]\n"
-                     "       bench_render floor WIDTH HEIGHT CONFIG REPEATS\n");
+                     "usage: bench_render render WIDTH HEIGHT CONFIG FRAMES [DATA_DIR]\n");
         return 2;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_render: %s\n", e.what());

@@ -142,9 +142,13 @@ def bench_render(build, w, h, config, frames, mode, data_dir=None, threads=None)
     return result
 
 
-def bench_floor(build, w, h, config, repeats, mode):
-    out, _, _ = run([os.path.join(build, "bench", "bench_render"), "floor", str(w), str(h), config, str(repeats)],
-                    environment(mode))
+def bench_floor(build, w, h, render_result, repeats):
+    """The independent floor (bench_fftw_floor: FFTW alone, measured plans, the
+    smallest 2,3,5,7-smooth sizes) for the frame `render_result` describes: its
+    distinct kernels' edges and the render's worker threads. The same for both
+    transform size rules, which change only our side."""
+    out, _, _ = run([os.path.join(build, "bench", "bench_fftw_floor"), str(w), str(h), render_result["kernel_edges"],
+                     str(repeats), str(render_result["threads"])])
     return json.loads(out.strip().splitlines()[-1])
 
 
@@ -207,8 +211,8 @@ def main():
             row = {"size": (w, h), "config": config}
             for mode in MODES:
                 r = bench_render(build, w, h, config, args.frames, mode, data_dir if mode == MODES[0] else None)
-                f = bench_floor(build, w, h, config, args.repeats + 2, mode)
-                row[mode] = (r, f)
+                row[mode] = r
+            row["floor"] = bench_floor(build, w, h, row[MODES[0]], args.repeats + 2)
             if config != "deconvolve":
                 out, _, _ = run([sys.executable, os.path.abspath(__file__), "--build", build,
                                  "--other-tools", data_dir, "--repeats", str(args.repeats)])
@@ -234,7 +238,8 @@ def targets(build, work, rounds, frames, repeats):
     (w, h), config = TARGET
     data_dir = os.path.join(work, "target")
     os.makedirs(data_dir)
-    got = {mode: {"ours": [], "floor": [], "peak": []} for mode in MODES}
+    got = {mode: {"ours": [], "peak": []} for mode in MODES}
+    floors = []
     scipy_times, cv2_times = [], []
     plans = None
     for r in range(rounds):
@@ -242,9 +247,10 @@ def targets(build, work, rounds, frames, repeats):
             result = bench_render(build, w, h, config, frames, mode, data_dir if r == 0 and mode == MODES[0] else None)
             got[mode]["ours"].append(result["median"])
             got[mode]["peak"].append(result["peak_mib"])
-            got[mode]["floor"].append(bench_floor(build, w, h, config, repeats + 2, mode)["floor"])
             if mode == MODES[0]:
                 plans = (result["plans_first"], result["plans_later"], result["frames"])
+                floor_run = bench_floor(build, w, h, result, repeats + 2)
+                floors.append(floor_run["floor"])
         out, _, _ = run([sys.executable, os.path.abspath(__file__), "--build", build, "--other-tools", data_dir,
                          "--repeats", str(repeats)])
         others = json.loads(out.strip().splitlines()[-1])
@@ -258,11 +264,13 @@ def targets(build, work, rounds, frames, repeats):
     scipy_t, cv2_t = med(scipy_times), med(cv2_times)
     print()
     print("Targets: %dx%d RGBA, %s, defaults; medians of %d alternating rounds (ms per frame)" % (w, h, config, rounds))
+    print("floor: FFTW alone, %d transforms at %s, measured plans, %d threads (bench_fftw_floor)" % (
+        floor_run["transforms"], floor_run["sizes"], floor_run["threads"]))
     print("| transform sizes | ours | floor | ours/floor (<= 1.3) | scipy | scipy/ours (>= 2) | cv2 | cv2/ours (>= 1.5) "
           "| peak MiB (< 400) |")
     print("|---|---|---|---|---|---|---|---|---|")
     for mode in MODES:
-        ours, floor, peak = med(got[mode]["ours"]), med(got[mode]["floor"]), max(got[mode]["peak"])
+        ours, floor, peak = med(got[mode]["ours"]), med(floors), max(got[mode]["peak"])
         # The targets are the defaults'; the smooth row is there to compare.
         judge = verdict if mode == MODES[0] else (lambda ok: "")
         print("| %s | %s | %s | %.2f %s | %s | %.2f %s | %s | %.2f %s | %.0f %s |" % (
@@ -283,7 +291,7 @@ def verdict(ok):
 
 
 def report_row(row):
-    r, f = row["power-of-two"]
+    r, f = row["power-of-two"], row["floor"]
     print("  %-12s %dx%d: %s ms per frame (floor %s ms), first frame %s ms, plans made %d then %d, peak %.0f MiB"
           % (row["config"], row["size"][0], row["size"][1], fmt_ms(r["median"]), fmt_ms(f["floor"]),
              fmt_ms(r["first"]), r["plans_first"], r["plans_later"], r["peak_mib"]), flush=True)
@@ -292,17 +300,17 @@ def report_row(row):
 def print_tables(rows, have_program):
     print()
     print("Renders (median of the frames after the first; ms per frame; peak resident MiB of the process)")
-    head = ["size", "configuration", "transforms", "sizes", "ours", "floor", "ours/floor", "CPU", "first",
-            "plans 1st/later", "peak MiB", "smooth: sizes", "ours", "floor", "peak MiB"]
+    head = ["size", "configuration", "transforms", "sizes", "ours", "floor (size)", "ours/floor", "CPU", "first",
+            "plans 1st/later", "peak MiB", "smooth: sizes", "ours", "ours/floor", "peak MiB"]
     print("| " + " | ".join(head) + " |")
     print("|" + "---|" * len(head))
     for row in rows:
-        r, f = row["power-of-two"]
-        s, sf = row["smooth"]
-        print("| %dx%d | %s | %d | %s | %s | %s | %.2f | %s | %s | %d/%d | %.0f | %s | %s | %s | %.0f |" % (
+        r, s, f = row["power-of-two"], row["smooth"], row["floor"]
+        print("| %dx%d | %s | %d | %s | %s | %s (%s) | %.2f | %s | %s | %d/%d | %.0f | %s | %s | %.2f | %.0f |" % (
             row["size"][0], row["size"][1], row["config"], r["transforms"], r["sizes"], fmt_ms(r["median"]),
-            fmt_ms(f["floor"]), r["median"] / f["floor"], fmt_ms(r["cpu"]), fmt_ms(r["first"]), r["plans_first"],
-            r["plans_later"], r["peak_mib"], s["sizes"], fmt_ms(s["median"]), fmt_ms(sf["floor"]), s["peak_mib"]))
+            fmt_ms(f["floor"]), f["sizes"], r["median"] / f["floor"], fmt_ms(r["cpu"]), fmt_ms(r["first"]),
+            r["plans_first"], r["plans_later"], r["peak_mib"], s["sizes"], fmt_ms(s["median"]),
+            s["median"] / f["floor"], s["peak_mib"]))
 
     print()
     print("Side by side on the same plate and kernels (ms per RGBA frame; ratio = their time / ours)")
@@ -314,8 +322,8 @@ def print_tables(rows, have_program):
         if "others" not in row:
             continue
         o = row["others"]
-        ours = row["power-of-two"][0]["median"]
-        smooth = row["smooth"][0]["median"]
+        ours = row["power-of-two"]["median"]
+        smooth = row["smooth"]["median"]
         print("| %dx%d | %s | %s | %s | %s | %.2f | %s | %.2f | %.2g | %.2g |" % (
             row["size"][0], row["size"][1], row["config"], fmt_ms(ours), fmt_ms(smooth), fmt_ms(o["scipy"]),
             o["scipy"] / ours, fmt_ms(o["cv2"]), o["cv2"] / ours, o["diff_cv2"], o["diff_scipy_interior"]))
