@@ -156,6 +156,8 @@ std::vector<std::string> ProgramCommand(const SubmitOptions& opt, unsigned cores
 {
     std::vector<std::string> argv = {ThisProgram(), "--threads", std::to_string(cores)};
     if (!opt.maxMemory.empty()) argv.insert(argv.end(), {"--max-memory", opt.maxMemory});
+    // The farm's tasks may not see this environment: the size rule goes on their command line.
+    if (EngineTransformSizes() == TransformSizes::Smooth) argv.push_back("--fast-sizes");
     argv.push_back("render");
     return argv;
 }

@@ -188,6 +188,10 @@ TEST(RenderCommand, ShotFolderRendersFromElsewhereAfterAMove)
     EXPECT_NE(dry.out.find("blur size in pixels R 9 x 9, G 9 x 9, B 9 x 9; transform size R 32 x 32"), std::string::npos)
         << dry.out;
     EXPECT_NE(dry.out.find("Lumivane2.plugin"), std::string::npos) << dry.out;
+    // 20 = 2 x 2 x 5 is the smallest even side above 18 with no prime factor above 7.
+    const RunResult fast = RunLumivane(dir, {"render", "--fast-sizes", "--flow", "moved/b.flow", "--dry-run"});
+    ASSERT_EQ(fast.status, 0) << fast.err;
+    EXPECT_NE(fast.out.find("transform size R 20 x 20"), std::string::npos) << fast.out;
     EXPECT_EQ(dir.Files("moved").size(), 3u);
 
     const std::pair<const char*, std::vector<std::string>> renders[] = {
