@@ -62,7 +62,7 @@ Image::Image(int width, int height, int depth, std::vector<std::string> extraCha
       m_extra(std::move(extraChannels))
 {
     const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * PixelStride();
-    m_data.reset(new float[n ? n : 1]());
+    m_data = std::unique_ptr<float[], PixelBufferRelease>(TakePixelBuffer(n), PixelBufferRelease{n});
     g_liveImages.fetch_add(1, std::memory_order_relaxed);
 }
 

@@ -6,6 +6,7 @@
 // Storage is interleaved; each pixel is a record of blue, green, red, alpha
 // followed by the extra channels in the order of ExtraChannels().
 #include "host/Parameter.h"
+#include "host/PixelBuffers.h"
 #include "host/TagList.h"
 
 #include <cstddef>
@@ -63,7 +64,7 @@ public:
 
 private:
     std::vector<std::string> m_extra;
-    std::unique_ptr<float[]> m_data;
+    std::unique_ptr<float[], PixelBufferRelease> m_data;
 };
 
 // A new image holding one reference. Tags: IMG_Like (an image whose size,

@@ -101,6 +101,29 @@ TEST(Image, ResizeAveragesWhenShrinkingAndCopiesAtTheSameSize)
     EXPECT_THROW(img->ResizeOfImage({{RSZ_Width, 3}, {RSZ_Filter, 2}}), std::invalid_argument);
 }
 
+// Large pixel buffers go back to a pool and come out again for the next image of
+// their size (the same memory, so a sequence does not fault fresh pages in), but
+// a new image still starts at 0, and an image of another size takes no stale one.
+TEST(Image, ANewImageStartsAtZeroWhenItReusesAReleasedImagesMemory)
+{
+    constexpr int w = 512, h = 300;  // 2.4 MB: pooled
+    const float* first = nullptr;
+    {
+        Ref<Image> img(NewImage({{IMG_Width, w}, {IMG_Height, h}, {TAG_DONE}}));
+        first = img->Pixel(0, 0);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) std::fill_n(img->Pixel(x, y), 4, 7.0f);
+    }
+    Ref<Image> again(NewImage({{IMG_Width, w}, {IMG_Height, h}, {TAG_DONE}}));
+    EXPECT_EQ(again->Pixel(0, 0), first);
+    Ref<Image> other(new Image(w, h + 1, IMDP_Float32, {"Z"}));
+    for (const Image* img : {again.get(), other.get()})
+        for (int y = 0; y < img->Height; ++y)
+            for (int x = 0; x < img->Width; ++x)
+                for (int c = 0; c < img->PixelStride(); ++c)
+                    ASSERT_EQ(img->Pixel(x, y)[c], 0.0f) << x << "," << y << " channel " << c;
+}
+
 struct Variable {
     const char* name;
     Variable(const char* n, const char* value) : name(n) { setenv(name, value, 1); }
