@@ -11,6 +11,7 @@
 // and back the same way (grey from red). Integer data is scaled to 0..1 as
 // OpenImageIO converts it (multiplied by the float 1/255 or 1/65535); half and
 // double are rounded to float.
+#include "python/ArrayImages.h"
 #include "python/ToolSession.h"
 
 #include "app/ExitCodes.h"
@@ -57,125 +58,6 @@ std::string DefaultPluginFolder()
         }
     }
     return LUMIVANE_PLUGIN_FOLDER;
-}
-
-// What a numpy data type is to the conversions, whatever its byte order.
-enum class Sample { Float, UInt8, UInt16, Half, Other };
-
-Sample SampleOf(const py::dtype& type)
-{
-    const char kind = type.kind();
-    const auto size = type.itemsize();
-    if (kind == 'f') return size == 2 ? Sample::Half : (size == 4 || size == 8) ? Sample::Float : Sample::Other;
-    if (kind == 'u') return size == 1 ? Sample::UInt8 : size == 2 ? Sample::UInt16 : Sample::Other;
-    return Sample::Other;
-}
-
-// The image depth the program gives a file of this data type.
-int DepthOf(const py::dtype& type)
-{
-    switch (SampleOf(type)) {
-    case Sample::UInt8: return IMDP_Int8;
-    case Sample::UInt16: return IMDP_Int16;
-    case Sample::Half: return IMDP_Float16;
-    default: return IMDP_Float32;
-    }
-}
-
-using FloatArray = py::array_t<float, py::array::c_style | py::array::forcecast>;
-
-// The array's values as contiguous float32, converted as OpenImageIO converts
-// file data (numpy's float conversions round to nearest, as OpenImageIO's).
-// Throws TypeError for any other data type.
-FloatArray FloatData(const py::array& a, const char* what)
-{
-    const auto scaled = [&](auto sample) {
-        using T = decltype(sample);
-        const auto data = py::array_t<T, py::array::c_style | py::array::forcecast>::ensure(a);
-        FloatArray out(std::vector<py::ssize_t>(a.shape(), a.shape() + a.ndim()));
-        const float scale = 1.0f / std::numeric_limits<T>::max();
-        const T* src = data.data();
-        float* dst = out.mutable_data();
-        for (py::ssize_t i = 0; i < out.size(); ++i) dst[i] = src[i] * scale;
-        return out;
-    };
-    switch (SampleOf(a.dtype())) {
-    case Sample::UInt8: return scaled(std::uint8_t{});
-    case Sample::UInt16: return scaled(std::uint16_t{});
-    case Sample::Float:
-    case Sample::Half: return FloatArray::ensure(a);
-    default:
-        throw py::type_error(std::string(what) + ": arrays of " + py::str(a.dtype()).cast<std::string>() +
-                             " are not accepted; give float32, float64, float16, uint8 or uint16");
-    }
-}
-
-// Channels of an H x W (x C) array, or a ValueError naming the shape.
-int ChannelsOf(const py::array& a, const char* what)
-{
-    std::string shape = "(";
-    for (py::ssize_t d = 0; d < a.ndim(); ++d) shape += (d ? ", " : "") + std::to_string(a.shape(d));
-    shape += a.ndim() == 1 ? ",)" : ")";
-    const bool ok = (a.ndim() == 2 || (a.ndim() == 3 && a.shape(2) >= 1)) && a.shape(0) >= 1 && a.shape(1) >= 1;
-    if (!ok)
-        throw py::value_error(std::string(what) + ": an array of shape " + shape +
-                              " is not an image; give height x width, or height x width x channels, all at least 1");
-    if (a.shape(0) > std::numeric_limits<int>::max() || a.shape(1) > std::numeric_limits<int>::max())
-        throw py::value_error(std::string(what) + ": an array of shape " + shape + " is too large");
-    return a.ndim() == 2 ? 1 : static_cast<int>(a.shape(2));
-}
-
-// Record positions (blue, green, red, alpha, extras) each array channel fills.
-std::vector<std::vector<int>> Places(int channels)
-{
-    switch (channels) {
-    case 1: return {{0, 1, 2}};
-    case 2: return {{0, 1, 2}, {3}};
-    case 3: return {{2}, {1}, {0}};
-    default: {
-        std::vector<std::vector<int>> p{{2}, {1}, {0}, {3}};
-        for (int c = kColourChannels; c < channels; ++c) p.push_back({c});
-        return p;
-    }
-    }
-}
-
-Ref<Image> ImageFromArray(const py::array& a, const char* what, double xScale, double yScale)
-{
-    const int channels = ChannelsOf(a, what);
-    const auto data = FloatData(a, what);
-    const int height = static_cast<int>(a.shape(0)), width = static_cast<int>(a.shape(1));
-    std::vector<std::string> extras;
-    for (int c = kColourChannels; c < channels; ++c) extras.push_back("channel" + std::to_string(c));
-    Ref<Image> image(new Image(width, height, DepthOf(a.dtype()), extras));
-    image->XScale = xScale;
-    image->YScale = yScale;
-    const auto places = Places(channels);
-    const float* src = data.data();
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x, src += channels) {
-            float* p = image->Pixel(x, y);
-            p[3] = 1.0f;
-            for (int c = 0; c < channels; ++c)
-                for (const int at : places[c]) p[at] = src[c];
-        }
-    return image;
-}
-
-// The image in the layout of an array of `channels` (2-D when `flat`).
-py::array_t<float> ArrayFromImage(const Image& image, int channels, bool flat)
-{
-    std::vector<py::ssize_t> shape{image.Height, image.Width};
-    if (!flat) shape.push_back(channels);
-    py::array_t<float> out(shape);
-    const auto places = Places(channels);
-    float* dst = out.mutable_data();
-    for (int y = 0; y < image.Height; ++y)
-        for (int x = 0; x < image.Width; ++x, dst += channels) {
-            const float* p = image.Pixel(x, y);
-            for (int c = 0; c < channels; ++c) dst[c] = p[places[c].front()];
-        }
-    return out;
 }
 
 // A Python value as --set would have it typed: names and numbers as text,

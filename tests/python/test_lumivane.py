@@ -54,6 +54,8 @@ CASES = {
     "airy-black-grey-alpha": (dict(BlurStyle="Airy", BlurSizeX=3, Edges="Black"), 2, np.float16, "half", False, None),
     "disk-rgb-uint8": (dict(BlurSizeX=3), 3, np.uint8, "uint8", False, None),
     "kernel-image-z": (dict(BlurSizeX=2), 5, np.float32, "float", True, None),
+    # Three different kernels on a grey plate: grey comes back from red, as the program writes it.
+    "kernel-image-grey": (dict(BlurSizeX=2), 1, np.float32, "float", True, None),
     "deconvolve-uint16": (dict(Operation="Deconvolve", WienerParam=0.002, BlurStyle="Gaussian", BlurSizeX=1), 3,
                           np.uint16, "uint16", False, None),
 }
@@ -74,6 +76,7 @@ def test_pixels_are_the_programs(tmp_path, name):
     if with_kernel:
         kernel = np.zeros((9, 7, 3), np.float32)
         kernel[2:7, 1:6] = [1.0, 0.5, 0.25]
+        kernel[4, 3, 2] = 4.0  # blue's peak: a shape of its own, not just a scale
         write(tmp_path / "k.exr", kernel, NAMES[3])
         args += ["--kernel", str(tmp_path / "k.exr")]
     program("render", *args, *settings_args(settings))
