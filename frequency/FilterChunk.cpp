@@ -36,17 +36,6 @@ TransformSize SizeFor(const ChunkPlan& plan, std::int32_t colour)
                             plan.rule);
 }
 
-// Tells the other alpha chunks, when the first one is done, whether it filtered.
-struct AlphaReport {
-    KernelSpectra& spectra;
-    bool active;
-    bool filtered = false;
-    ~AlphaReport()
-    {
-        if (active) spectra.AlphaFinished(filtered);
-    }
-};
-
 }  // namespace
 
 FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host)
@@ -123,12 +112,8 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
 {
     KernelSpectra& kernelSpectra = *plan.spectra;
     ChannelStore& channelStore = *plan.store;
-    AlphaReport alpha{kernelSpectra, chunk == 3};
-    if (chunk > 3 && kernelSpectra.AlphaShared()) {
-        // The first alpha chunk has reported its own failure, if it failed.
-        if (kernelSpectra.WaitForAlpha()) CopyPlane(channelStore, 3, chunk);
-        return;
-    }
+    // The first alpha chunk's result stands for all three (ExportImage reads it alone).
+    if (chunk > 3 && kernelSpectra.AlphaShared()) return;
     const std::int32_t c = chunk % 3;
     const TransformSize size = SizeFor(plan, c);
     FrequencyArray image;
@@ -164,5 +149,4 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
     else WienerDivideSpectra(image, k, plan.wiener);
     if (!image.BackwardRows(imageHeight)) throw std::runtime_error("the inverse transform of the image failed");
     WritePlane(image, channelStore, chunk);
-    alpha.filtered = true;
 }

@@ -8,9 +8,6 @@ void KernelSpectra::Reset(const int owner[3])
         m_owner[c] = owner[c];
         m_slots[c] = owner[c] == c ? std::make_unique<Slot>() : nullptr;
     }
-    std::lock_guard<std::mutex> lock(m_alphaMutex);
-    m_alphaFinished = false;
-    m_alphaFiltered = false;
 }
 
 void KernelSpectra::Release()
@@ -33,21 +30,4 @@ const FrequencyArray& KernelSpectra::Get(int colour, const std::function<void(Fr
     }
     if (!slot.error.empty()) throw std::runtime_error(slot.error);
     return slot.spectrum;
-}
-
-void KernelSpectra::AlphaFinished(bool filtered)
-{
-    {
-        std::lock_guard<std::mutex> lock(m_alphaMutex);
-        m_alphaFinished = true;
-        m_alphaFiltered = filtered;
-    }
-    m_alphaDone.notify_all();
-}
-
-bool KernelSpectra::WaitForAlpha()
-{
-    std::unique_lock<std::mutex> lock(m_alphaMutex);
-    m_alphaDone.wait(lock, [&] { return m_alphaFinished; });
-    return m_alphaFiltered;
 }

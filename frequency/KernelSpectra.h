@@ -4,10 +4,9 @@
 // do, so each distinct kernel spectrum is made once, by the first chunk that
 // needs it, and read by the others. When the three alpha planes meet the same
 // kernel their results are identical, so only the first is filtered and the
-// other two copy it.
+// others are neither filled nor read (AlphaShared).
 #include "fft/FrequencyArray.h"
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -34,10 +33,6 @@ public:
     // owner; later calls wait for it and get the same array, or the same error.
     const FrequencyArray& Get(int colour, const std::function<void(FrequencyArray&)>& make);
 
-    // The first alpha chunk says it is done (filtered or failed); the others wait.
-    void AlphaFinished(bool filtered);
-    bool WaitForAlpha();
-
 private:
     struct Slot {
         std::mutex mutex;
@@ -47,9 +42,4 @@ private:
     };
     int m_owner[3] = {0, 1, 2};
     std::unique_ptr<Slot> m_slots[3];
-
-    std::mutex m_alphaMutex;
-    std::condition_variable m_alphaDone;
-    bool m_alphaFinished = false;
-    bool m_alphaFiltered = false;
 };

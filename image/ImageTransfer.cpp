@@ -9,7 +9,7 @@
 
 const char* const kChunkPlanes[kChunks] = {"R", "G", "B", "AR", "AG", "AB"};
 
-void ImportImage(Image& source, ChannelStore& channelStore, const RowBands& bands)
+void ImportImage(Image& source, ChannelStore& channelStore, const RowBands& bands, bool alphaShared)
 {
     Image* sourceImage = &source;
     float* plane[kChunks];
@@ -27,14 +27,15 @@ void ImportImage(Image& source, ChannelStore& channelStore, const RowBands& band
                 plane[1][row + x] = p.G;
                 plane[2][row + x] = p.B;
                 plane[3][row + x] = p.A;
-                plane[4][row + x] = p.A;
-                plane[5][row + x] = p.A;
             }
+            if (alphaShared) continue;
+            std::memcpy(plane[4] + row, plane[3] + row, sizeof(float) * static_cast<std::size_t>(sourceImage->Width));
+            std::memcpy(plane[5] + row, plane[3] + row, sizeof(float) * static_cast<std::size_t>(sourceImage->Width));
         }
     });
 }
 
-void ExportImage(Image& source, Image& output, ChannelStore& channelStore, const RowBands& bands)
+void ExportImage(Image& source, Image& output, ChannelStore& channelStore, const RowBands& bands, bool alphaShared)
 {
     Image* sourceImage = &source;
     Image* outputImage = &output;
@@ -55,8 +56,13 @@ void ExportImage(Image& source, Image& output, ChannelStore& channelStore, const
                 p.R = plane[0][row + x];
                 p.G = plane[1][row + x];
                 p.B = plane[2][row + x];
-                const float ar = plane[3][row + x], ag = plane[4][row + x], ab = plane[5][row + x];
-                p.A = ar > (ag > ab ? ag : ab) ? ar : (ag > ab ? ag : ab);
+                const float ar = plane[3][row + x];
+                if (alphaShared) {
+                    p.A = ar;
+                } else {
+                    const float ag = plane[4][row + x], ab = plane[5][row + x];
+                    p.A = ar > (ag > ab ? ag : ab) ? ar : (ag > ab ? ag : ab);
+                }
                 dst.PutNextPixel(p);
             }
         }

@@ -21,12 +21,14 @@ extern const char* const kChunkPlanes[kChunks];
 using RowBands = std::function<void(int height, const std::function<void(int first, int last)>& rows)>;
 
 // Fills the six planes of `store` (already allocated at the image's size) from
-// the source image.
-void ImportImage(Image& source, ChannelStore& store, const RowBands& bands);
+// the source image. With `alphaShared` (one kernel for all three colours,
+// KernelSpectra::AlphaShared) the three alpha results would be the same, so
+// only the first alpha plane is filled.
+void ImportImage(Image& source, ChannelStore& store, const RowBands& bands, bool alphaShared = false);
 // Writes the planes into `output` (the source's size): red, green and blue from
-// their planes, alpha the largest of the three alpha planes, and every other
-// channel as the source has it.
-void ExportImage(Image& source, Image& output, ChannelStore& store, const RowBands& bands);
+// their planes, alpha the largest of the three alpha planes (the first alone
+// with `alphaShared`), and every other channel as the source has it.
+void ExportImage(Image& source, Image& output, ChannelStore& store, const RowBands& bands, bool alphaShared = false);
 
 // The chunk's plane into the top-left corner of `array` (at least the store's
 // size), and back, scaled by 1 / (array width * height) to undo the unnormalised

@@ -3,9 +3,15 @@
 #include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
 
-void Lumivane2::ImportSourceImage() { ImportImage(*sourceImage, channelStore, HostRowBands()); }
+void Lumivane2::ImportSourceImage()
+{
+    ImportImage(*sourceImage, channelStore, HostRowBands(), kernelSpectra.AlphaShared());
+}
 
-void Lumivane2::ExportOutputImage() { ExportImage(*sourceImage, *outputImage, channelStore, HostRowBands()); }
+void Lumivane2::ExportOutputImage()
+{
+    ExportImage(*sourceImage, *outputImage, channelStore, HostRowBands(), kernelSpectra.AlphaShared());
+}
 
 void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk) { ReadPlane(array, channelStore, chunk); }
 

@@ -28,15 +28,15 @@ inline Ref<Image> FilterFrame(Image& src, FrameSettings s)
     const RowBands oneBand = [](int height, const std::function<void(int, int)>& rows) { rows(0, height); };
     ChannelStore store;
     store.Allocate(src.Width, src.Height);
-    ImportImage(src, store, oneBand);
     KernelSpectra spectra;
     ShareKernels(spectra, s.sizeX, s.sizeY, s.kernelImage);
+    ImportImage(src, store, oneBand, spectra.AlphaShared());
     s.shape.modelImage = &src;
     const ChunkPlan plan{&store,  &spectra, &s.shape,   s.kernelImage, src.Width, src.Height, s.sizeX,
                          s.sizeY, s.rule,   s.edge,     s.convolve,    s.wiener,  1};
     for (int chunk = 0; chunk < kChunks; ++chunk) FilterChunk(plan, chunk);
     Ref<Image> out(NewImage({{IMG_Like, static_cast<const void*>(&src)}, {TAG_DONE}}));
-    ExportImage(src, *out, store, oneBand);
+    ExportImage(src, *out, store, oneBand, spectra.AlphaShared());
     return out;
 }
 
