@@ -1,7 +1,6 @@
 #include "host/PixelBuffers.h"
 
-#include "util/AlignedMemory.h"
-
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -14,6 +13,14 @@ namespace {
 constexpr std::size_t kPooledBytes = std::size_t{1} << 20;
 constexpr std::size_t kKeptBuffers = 2;
 constexpr std::size_t kAlignment = 64;
+
+// Ordinary pages, not huge ones: the program counts its own resident memory into
+// a frame's estimate, and huge pages would make that figure jump by 2 MiB steps.
+float* Allocate(std::size_t bytes)
+{
+    void* p = nullptr;
+    return posix_memalign(&p, kAlignment, bytes) == 0 ? static_cast<float*>(p) : nullptr;
+}
 
 struct Pool {
     std::mutex mutex;
@@ -48,9 +55,9 @@ float* TakePixelBuffer(std::size_t floats)
                 }
             if (!buffer) stale.swap(pool.kept);
         }
-        for (const auto& s : stale) FreeAligned(s.first);
+        for (const auto& s : stale) std::free(s.first);
     }
-    if (!buffer) buffer = static_cast<float*>(AllocateAligned(bytes, kAlignment));
+    if (!buffer) buffer = Allocate(bytes);
     if (!buffer) throw std::bad_alloc();
     std::memset(buffer, 0, bytes);
     return buffer;
@@ -71,8 +78,8 @@ void GivePixelBuffer(float* buffer, std::size_t floats)
                 pool.kept.erase(pool.kept.begin());
             }
         }
-        FreeAligned(oldest);
+        std::free(oldest);
         return;
     }
-    FreeAligned(buffer);
+    std::free(buffer);
 }

@@ -159,6 +159,8 @@ def main(work):
           "dry run frozen flow path: " + dry.stdout)
     check(not os.path.exists(work + "/dry/.lumivane-jobs"), "a dry run made the job folder")
     # The memory asked for follows the tool's own estimate of the frame, plus the same overhead.
+    # Each figure is rounded up to whole MiB and counts the resident memory of its own
+    # process, so the two differences may be one MiB apart.
     asked, estimated = [], []
     for size in ("3", "900"):
         sized = ["--unit", "absolute", "--size", size]
@@ -166,7 +168,7 @@ def main(work):
         asked.append(int(re.search(r"#SBATCH --mem=(\d+)M", d.stdout).group(1)))
         r = run(["render", inp, work + "/x.exr", "--frames", "1", "--dry-run"] + sized)
         estimated.append(int(re.search(r"memory about (\d+) MiB", r.stdout).group(1)))
-    check(estimated[1] > estimated[0] + 10 and asked[1] - asked[0] == estimated[1] - estimated[0] and
+    check(estimated[1] > estimated[0] + 10 and abs((asked[1] - asked[0]) - (estimated[1] - estimated[0])) <= 1 and
           asked[0] > estimated[0], "memory asked %s for estimates %s" % (asked, estimated))
 
     # 12 frames in 4 tasks, bit-exact with the local render.
