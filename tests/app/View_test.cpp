@@ -8,6 +8,7 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include <cmath>
 #include <thread>
 
 using json = nlohmann::json;
@@ -19,8 +20,17 @@ protected:
     void SetUp() override
     {
         WriteFile(TestPicture(37, 23, {"R", "G", "B", "A"}, true), m_dir / "in.exr", OIIO::TypeDesc::HALF);
+        Start("in.exr");
+    }
+    // Serves `input` in the scratch folder, in place of what was served.
+    void Start(const std::string& input)
+    {
+        if (m_server) {  // one tool host at a time: the plug-in registers once a process
+            TearDown();
+            m_server.reset();
+        }
         ViewOptions options;
-        options.input = m_dir / "in.exr";
+        options.input = m_dir / input;
         options.saveFlow = m_dir / "look.flow";
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
         m_server = std::make_unique<ViewServer>(options);
@@ -155,6 +165,53 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
     }
     EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
+}
+
+TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
+{
+    // Bright points on a ramp: the bokeh's size shows in every point.
+    WriteFile(TestPicture(64, 48, {"R", "G", "B", "A"}, true), m_dir / "plate.exr", OIIO::TypeDesc::FLOAT);
+    Start("plate.exr");
+    const auto srgb = [](double v) {
+        v = std::clamp(v, 0.0, 1.0);
+        return v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
+    };
+    struct Case {
+        const char* unit;
+        double size;  // 16 pixels in the full frame either way
+    };
+    for (const Case& c : {Case{"Absolute", 16.0}, Case{"Relative", 25.0}}) {
+        SCOPED_TRACE(c.unit);
+        for (const std::string& set : {std::string(R"({"id": "BlurSizeUnit", "value": ")") + c.unit + "\"}",
+                                      R"({"id": "BlurSizeX", "value": )" + std::to_string(c.size) + "}"})
+            ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
+        const auto proxy = m_client->Get("/api/image?which=output&format=png&proxy=2");
+        ASSERT_EQ(proxy->status, 200) << proxy->body;
+        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), "2");
+        std::ofstream(m_dir / "proxy.png", std::ios::binary) << proxy->body;
+        const OIIO::ImageBuf shown = ReadFile(m_dir / "proxy.png");
+        ASSERT_EQ(shown.spec().width, 32);
+        ASSERT_EQ(shown.spec().height, 24);
+
+        // The full resolution, unchanged by the proxy render before it.
+        const OIIO::ImageBuf full = OutputExr("full.exr");
+        const RunResult rendered = RunLumivane(m_dir, {"render", "plate.exr", "rendered.exr", "--set",
+                                                       std::string("BlurSizeUnit=") + c.unit, "--set",
+                                                       "BlurSizeX=" + std::to_string(c.size)});
+        ASSERT_EQ(rendered.status, 0) << rendered.err;
+        EXPECT_EQ(Compare(full, ReadFile(m_dir / "rendered.exr")).worst, 0.0);
+
+        // Against the full render averaged over 2x2 blocks, on the display's scale.
+        double sum = 0.0;
+        for (int y = 0; y < 24; ++y)
+            for (int x = 0; x < 32; ++x)
+                for (int ch = 0; ch < 3; ++ch) {
+                    double mean = 0.0;
+                    for (int k = 0; k < 4; ++k) mean += full.getchannel(2 * x + k % 2, 2 * y + k / 2, 0, ch) / 4;
+                    sum += std::fabs(srgb(mean) - shown.getchannel(x, y, 0, ch));
+                }
+        EXPECT_LT(sum / (32 * 24 * 3), 0.025) << "mean difference on the display scale";
+    }
 }
 
 }  // namespace
