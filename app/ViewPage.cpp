@@ -42,6 +42,9 @@ pre{font-size:11px;white-space:pre-wrap;max-height:120px;overflow:auto;backgroun
 </div>
 <script>
 const $=id=>document.getElementById(id),H={'X-Lumivane-Token':location.hash.slice(1)};
+// Pictures come as JPEG, quick to make and to move; `?png` in the address asks
+// for PNG, exact to the 8-bit code.
+const shown=location.search.includes('png')?'png':'jpeg';
 let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,idle=0,inKey='';
 async function api(path,body){
   const r=await fetch(path,body===undefined?{headers:H}:{method:'POST',headers:{...H,'Content-Type':'application/json'},body:JSON.stringify(body)});
@@ -114,7 +117,7 @@ async function refresh(){
   if(inflight){again=true;return}inflight=true;$('busy').classList.add('on');
   const exp=+$('exp').value||0;let shownProxy=0;
   try{const want=tool.version,p=wantFull?1:proxy,t0=performance.now();
-    const r=await fetch('/api/image?which=output&format=png&proxy='+p+'&exposure='+exp,{headers:H});
+    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp,{headers:H});
     if(!r.ok)throw new Error((await r.json()).error);
     const blob=await r.blob(),t1=performance.now();
     if(+r.headers.get('X-Lumivane-Version')==tool.version){const img=$('view'),u=img.src;img.src=URL.createObjectURL(blob);
@@ -123,7 +126,7 @@ async function refresh(){
       $('mark').hidden=p==1;$('mark').textContent='proxy 1/'+p;
       const ms=+r.headers.get('X-Lumivane-Render-Ms');if(ms)$('ms').textContent=ms.toFixed(0)+' ms'+(p>1?' (proxy)':'');err()}
     if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p){inKey=tool.frame+'/'+exp+'/'+p;
-      await picture($('inview'),'which=input&format=png&proxy='+p+'&exposure='+exp)}
+      await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp)}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
     if(!again)await picture($('kernel'),'which=kernel&format=png');
   }catch(e){err(e.message)}

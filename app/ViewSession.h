@@ -56,9 +56,9 @@ public:
     void SetFrame(int frame);
     // Keys the control's value at the current frame at `frame`.
     void Key(const std::string& id, int frame);
-    // which: input, output or kernel; format: png (sRGB display of the linear
-    // values, `exposure` stops) or exr (as `render` writes it; output at full
-    // resolution only). `proxy` shrinks the input and output (ViewProxy.h).
+    // which: input, output or kernel; format: png or jpeg (sRGB display of
+    // the linear values, `exposure` stops) or exr (as `render` writes it;
+    // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).
     EncodedImage Picture(const std::string& which, const std::string& format, double exposure, int proxy = 1);
     nlohmann::ordered_json Console() const;
     // Saves to the path fixed at start; returns it.

@@ -54,10 +54,10 @@ def size(i):
     return 2.5 if i % 2 == 0 else 2.5001  # a change the tool renders, the same look
 
 
-def api_round(proxy, i):
+def api_round(form, proxy, i):
     start = time.perf_counter()
     call("/api/set", {"id": "BlurSizeX", "value": size(i)})
-    body, h = call("/api/image?which=output&format=png&proxy=%d" % proxy)
+    body, h = call("/api/image?which=output&format=%s&proxy=%d" % (form, proxy))
     total = (time.perf_counter() - start) * 1000
     render, encode = float(h["X-Lumivane-Render-Ms"]), float(h["X-Lumivane-Encode-Ms"])
     return total, render, encode, total - render - encode, len(body)
@@ -69,9 +69,10 @@ def median(rows, k):
 
 results = {}
 try:
-    for proxy in (1, 2):
-        call("/api/image?which=output&format=png&proxy=%d" % proxy)  # plans and caches warm
-        results[proxy] = [api_round(proxy, i) for i in range(args.rounds)]
+    for form in ("png", "jpeg"):
+        for proxy in (1, 2):
+            call("/api/image?which=output&format=png&proxy=%d" % proxy)  # plans and caches warm
+            results[form, proxy] = [api_round(form, proxy, i) for i in range(args.rounds)]
     page = {}
     if args.browser:
         from selenium import webdriver
@@ -88,8 +89,6 @@ try:
             # to come to rest (with a proxy: its full-resolution follow-up) before the next.
             change = """const [value, proxy, done] = arguments;
                 const img = document.getElementById('view'), t0 = performance.now();
-                document.getElementById('proxy').value = proxy;
-                document.getElementById('proxy').dispatchEvent(new Event('change'));
                 const wait = () => {
                   if (tool && img.dataset.version == tool.version && +img.dataset.proxy == proxy && +tool.pages[0].controls.find(c => c.id == 'BlurSizeX').value == value)
                     done([performance.now() - t0, +img.dataset.fetchMs, +img.dataset.drawMs]);
@@ -100,6 +99,8 @@ try:
                 const wait = () => busy.classList.contains('on') ? setTimeout(wait, 20) : done();
                 setTimeout(wait, 1500);"""
             for proxy in (1, 2):
+                browser.execute_script("const p = document.getElementById('proxy'); p.value = arguments[0];"
+                                       "p.dispatchEvent(new Event('change'))", proxy)
                 browser.execute_async_script(rest)
                 rows = []
                 for i in range(args.rounds):
@@ -115,12 +116,12 @@ finally:
 
 print("Live page latency, 1920x1080, Disk 2.5 %%, %d rounds; load average %.2f %.2f %.2f" %
       ((args.rounds,) + os.getloadavg()))
-print("| picture | change to picture received | render | PNG encode | request, transfer, client | PNG KiB |")
-print("|---|---|---|---|---|---|")
-for proxy, rows in results.items():
-    print("| %s | %.0f | %.0f | %.0f | %.0f | %.0f |" % (
-        "full" if proxy == 1 else "proxy 1/%d" % proxy, median(rows, 0), median(rows, 1), median(rows, 2),
+print("| picture | format | change to picture received | render | encode | request, transfer, client | KiB |")
+print("|---|---|---|---|---|---|---|")
+for (form, proxy), rows in results.items():
+    print("| %s | %s | %.0f | %.0f | %.0f | %.0f | %.0f |" % (
+        "full" if proxy == 1 else "proxy 1/%d" % proxy, form, median(rows, 0), median(rows, 1), median(rows, 2),
         median(rows, 3), median(rows, 4) / 1024))
 for proxy, rows in page.items():
-    print("in the page, %s: change to picture drawn %.0f ms (picture request %.0f, decode and draw %.0f)" % (
+    print("in the page (JPEG), %s: change to picture drawn %.0f ms (picture request %.0f, decode and draw %.0f)" % (
         "full" if proxy == 1 else "proxy 1/%d" % proxy, median(rows, 0), median(rows, 1), median(rows, 2)))

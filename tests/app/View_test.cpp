@@ -37,6 +37,9 @@ protected:
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
         m_client->set_default_headers({{"X-Lumivane-Token", m_server->Token()}});
+        // Until it listens: a stop that comes before would be missed.
+        for (int i = 0; i < 500 && !m_client->Get("/api/tool"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     void TearDown() override
     {
@@ -211,6 +214,40 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
                     sum += std::fabs(srgb(mean) - shown.getchannel(x, y, 0, ch));
                 }
         EXPECT_LT(sum / (32 * 24 * 3), 0.025) << "mean difference on the display scale";
+    }
+}
+
+TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
+{
+    // A ramp past both ends, irregular values, and what must not break the curve.
+    const int width = 256;
+    OIIO::ImageBuf plate(OIIO::ImageSpec(width, 3, 3, OIIO::TypeDesc::FLOAT));
+    const float odd[] = {NAN, -INFINITY, INFINITY, -0.0f, 1e-30f, 3e38f};
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < width; ++x) {
+            float px[3];
+            for (int c = 0; c < 3; ++c)
+                px[c] = y == 0 ? x / 200.0f - 0.1f : y == 1 ? std::fmod(x * 0.0137f + c * 0.31f, 2.9f) : odd[(x + c) % 6];
+            plate.setpixel(x, y, px);
+        }
+    WriteFile(plate, m_dir / "codes.exr", OIIO::TypeDesc::FLOAT);
+    Start("codes.exr");
+    for (const double stops : {0.0, -1.5, 2.25}) {
+        const auto r = m_client->Get(("/api/image?which=input&format=png&exposure=" + std::to_string(stops)).c_str());
+        ASSERT_EQ(r->status, 200) << r->body;
+        std::ofstream(m_dir / "codes.png", std::ios::binary) << r->body;
+        const OIIO::ImageBuf shown = ReadFile(m_dir / "codes.png");
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < 3; ++c) {
+                    double v = plate.getchannel(x, y, 0, c) * std::exp2(stops);
+                    v = std::isnan(v) ? 0.0 : std::clamp(v, 0.0, 1.0);
+                    const double expected = std::round(255 * (v <= 0.0031308 ? 12.92 * v
+                                                                                : 1.055 * std::pow(v, 1 / 2.4) - 0.055));
+                    ASSERT_EQ(std::lround(shown.getchannel(x, y, 0, c) * 255), expected)
+                        << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, pixel " << x
+                        << "," << y << " channel " << c;
+                }
     }
 }
 
