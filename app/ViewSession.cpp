@@ -222,7 +222,11 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     m_consoleLines.clear();
     m_frameConsole.Clear();
     const auto start = std::chrono::steady_clock::now();
-    const Ref<Image> small = ProxyOf(*CurrentPlate().Sources().front(), factor);
+    if (!m_proxySource || m_proxySourceKey != std::make_pair(m_frame, factor)) {
+        m_proxySource = ProxyOf(*CurrentPlate().Sources().front(), factor);  // once a frame and factor
+        m_proxySourceKey = {m_frame, factor};
+    }
+    const Ref<Image>& small = m_proxySource;
     if (m_kernelPattern) {
         const ImageFile kernel = ReadImageFile(m_kernelPattern->At(m_frame));
         m_kernelInput->SetSource(kernel.image.get(), m_frame);

@@ -16,6 +16,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,8 @@ private:
     long m_proxyVersion = 0;
     int m_proxyFactor = 0;
     Ref<Parameter> m_proxyResult;
+    Ref<Image> m_proxySource;
+    std::pair<int, int> m_proxySourceKey;  // frame, factor
     long m_kernelVersion = 0;
     Ref<Image> m_kernelDrawing;
 };
