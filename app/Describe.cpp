@@ -35,6 +35,7 @@ json ControlJson(const Input& in)
     json c{{"id", d.ID.str()}, {"label", in.GetLabel()}, {"kind", KindOfControl(d)}};
     if (!d.Entries.empty()) c["entries"] = d.Entries;
     if (d.MinAllowed) c["min"] = *d.MinAllowed;
+    if (d.MaxAllowed) c["max"] = *d.MaxAllowed;
     if (d.SliderTop) c["sliderTop"] = *d.SliderTop;
     if (d.IsNumber()) c["default"] = d.Default;
     if (d.IsText()) c["default"] = d.DefaultText;

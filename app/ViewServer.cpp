@@ -209,10 +209,17 @@ void ViewServer::Routes()
                   exposure = std::strtod(text.c_str(), &end);
                   if (text.empty() || *end) throw UsageError("exposure: expected stops, got \"" + text + "\"");
               }
-              if (req.has_param("proxy") && req.get_param_value("proxy") != "1")
-                  throw UsageError("proxy: only 1 (full resolution) is offered");
-              const EncodedImage image = m_session.Picture(which, format, exposure);
+              int proxy = 1;
+              if (req.has_param("proxy")) {
+                  const std::string text = req.get_param_value("proxy");
+                  if (text != "1" && text != "2" && text != "4")
+                      throw UsageError("proxy: expected 1, 2 or 4, got \"" + text + "\"");
+                  proxy = std::stoi(text);
+              }
+              const EncodedImage image = m_session.Picture(which, format, exposure, proxy);
               res.set_header("X-Lumivane-Render-Ms", FormatNumber(image.renderMs));
+              res.set_header("X-Lumivane-Encode-Ms", FormatNumber(image.encodeMs));
+              res.set_header("X-Lumivane-Proxy", std::to_string(image.proxy));
               res.set_header("X-Lumivane-Version", std::to_string(image.version));
               res.set_header("Cache-Control", "no-store");
               res.set_content(image.bytes, image.mime.c_str());

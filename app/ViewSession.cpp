@@ -5,12 +5,11 @@
 #include "app/ImageFiles.h"
 #include "app/KernelCommand.h"
 #include "app/SequencePlan.h"
+#include "app/ViewDisplay.h"
+#include "app/ViewProxy.h"
 #include "host/Flow.h"
 #include "host/Tags.h"
 #include "util/Text.h"
-
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <chrono>
@@ -45,34 +44,17 @@ std::string FlowBesideInput(const std::string& input)
     return (p.parent_path() / (stem + ".flow")).string();
 }
 
-double Srgb(double v)
+double MsSince(std::chrono::steady_clock::time_point start)
 {
-    v = std::clamp(v, 0.0, 1.0);
-    return v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1.0 / 2.4) - 0.055;
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-// An 8-bit sRGB PNG of the image's colour, scaled by 2^exposure; magnitudes,
-// so a kernel's negative lobes show too. The file's values are not touched.
-std::string DisplayPng(const Image& image, double exposure, bool magnitude)
+void Encode(EncodedImage& out, const Image& image, double exposure, bool magnitude)
 {
-    const double gain = std::exp2(exposure);
-    std::vector<unsigned char> rgb(static_cast<std::size_t>(image.Width) * image.Height * 3);
-    for (int y = 0; y < image.Height; ++y)
-        for (int x = 0; x < image.Width; ++x)
-            for (int c = 0; c < 3; ++c) {
-                double v = image.Pixel(x, y)[kRecordPosition[c]] * gain;
-                if (magnitude) v = std::fabs(v);
-                rgb[(static_cast<std::size_t>(y) * image.Width + x) * 3 + c] =
-                    static_cast<unsigned char>(std::lround(Srgb(v) * 255.0));
-            }
-    std::vector<unsigned char> bytes;
-    OIIO::Filesystem::IOVecOutput proxy(bytes);
-    auto out = OIIO::ImageOutput::create("png", &proxy);
-    OIIO::ImageSpec layout(image.Width, image.Height, 3, OIIO::TypeDesc::UINT8);
-    if (!out || !out->open("view.png", layout) || !out->write_image(OIIO::TypeDesc::UINT8, rgb.data()) ||
-        !out->close())
-        throw FileError("cannot encode the picture as PNG: " + (out ? out->geterror() : OIIO::geterror()));
-    return std::string(bytes.begin(), bytes.end());
+    const auto start = std::chrono::steady_clock::now();
+    out.bytes = DisplayPicture(image, exposure, magnitude,
+                               out.mime == "image/jpeg" ? DisplayFormat::Jpeg : DisplayFormat::Png);
+    out.encodeMs = MsSince(start);
 }
 
 std::string ReadWhole(const std::string& path)
@@ -177,6 +159,7 @@ json ViewSession::ToolDocument() const
     doc["frame"] = m_frame;
     doc["version"] = m_version;
     doc["flow"] = m_flowPath;
+    doc["proxy"] = m_options.proxy;
     return doc;
 }
 
@@ -225,25 +208,64 @@ void ViewSession::RenderIfStale()
     } catch (const std::exception& e) {
         m_failure = e.what();
     }
-    m_renderMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    m_renderMs = MsSince(start);
     m_renderedVersion = m_version;
+    m_lastFailure = m_failure;
 }
 
-EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure)
+const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
 {
-    if (format != "png" && format != "exr") throw UsageError("format: expected png or exr, got \"" + format + "\"");
+    renderMs = 0.0;
+    if (m_proxyVersion == m_version && m_proxyFactor == factor && m_proxyResult)
+        return static_cast<const Image&>(*m_proxyResult);
+    m_proxyResult = {};
+    m_consoleLines.clear();
+    m_frameConsole.Clear();
+    const auto start = std::chrono::steady_clock::now();
+    if (!m_proxySource || m_proxySourceKey != std::make_pair(m_frame, factor)) {
+        m_proxySource = ProxyOf(*CurrentPlate().Sources().front(), factor);  // once a frame and factor
+        m_proxySourceKey = {m_frame, factor};
+    }
+    const Ref<Image>& small = m_proxySource;
+    if (m_kernelPattern) {
+        const ImageFile kernel = ReadImageFile(m_kernelPattern->At(m_frame));
+        m_kernelInput->SetSource(kernel.image.get(), m_frame);
+    }
+    m_source->SetSource(small.get(), m_frame);
+    {
+        const ProxySizes sizes(*m_tool, m_frame, factor);
+        m_proxyResult = m_host->Doc().Render(m_tool, m_frame);
+    }
+    renderMs = MsSince(start);
+    m_renderMs = renderMs;
+    if (!m_proxyResult) throw RenderError(m_frameConsole.Why());
+    if (!dynamic_cast<const Image*>(m_proxyResult.get())) throw RenderError("the tool's output is not an image");
+    m_proxyVersion = m_version;
+    m_proxyFactor = factor;
+    return static_cast<const Image&>(*m_proxyResult);
+}
+
+EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure, int proxy)
+{
+    if (format != "png" && format != "jpeg" && format != "exr")
+        throw UsageError("format: expected png, jpeg or exr, got \"" + format + "\"");
+    if (!IsProxyFactor(proxy)) throw UsageError("proxy: expected 1, 2 or 4, got " + std::to_string(proxy));
+    if (proxy != 1 && format == "exr")
+        throw UsageError("proxy: pictures shrunk for display are png or jpeg; exr is the full-resolution output");
     if (!std::isfinite(exposure) || std::fabs(exposure) > 64)
         throw UsageError("exposure: expected stops between -64 and 64");
     EncodedImage out;
     out.version = m_version;
-    out.mime = format == "png" ? "image/png" : "image/x-exr";
+    out.mime = format == "png" ? "image/png" : format == "jpeg" ? "image/jpeg" : "image/x-exr";
+    out.proxy = which == "kernel" ? 1 : proxy;
     if (which == "input") {
-        if (format != "png") throw UsageError("the input is shown as png only; its file is " + m_names.input);
-        out.bytes = DisplayPng(*CurrentPlate().Sources().front(), exposure, false);
+        if (format == "exr") throw UsageError("the input is shown as png or jpeg only; its file is " + m_names.input);
+        const Image& frame = *CurrentPlate().Sources().front();
+        Encode(out, proxy == 1 ? frame : *ProxyOf(frame, proxy), exposure, false);
         return out;
     }
     if (which == "kernel") {
-        if (format != "png") throw UsageError("the kernel is shown as png only");
+        if (format == "exr") throw UsageError("the kernel is shown as png or jpeg only");
         if (m_kernelVersion != m_version || !m_kernelDrawing) {
             // A copy of the tool made through a flow, as `render --flow` would
             // make it, so drawing (which sets Edges) leaves the tool alone.
@@ -273,30 +295,43 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             if (!m_kernelDrawing) throw RenderError("interrupted");
             m_kernelVersion = m_version;
         }
-        out.bytes = DisplayPng(*m_kernelDrawing, 0.0, true);
+        Encode(out, *m_kernelDrawing, 0.0, true);
         return out;
     }
     if (which != "output") throw UsageError("which: expected input, output or kernel, got \"" + which + "\"");
+    if (proxy != 1) {
+        try {
+            const Image& shrunk = ProxyOutput(proxy, out.renderMs);
+            m_lastFailure.clear();
+            Encode(out, shrunk, exposure, false);
+            return out;
+        } catch (const ProgramError& e) {
+            m_lastFailure = e.what();
+            throw;
+        }
+    }
     const bool fresh = m_renderedVersion != m_version;
     RenderIfStale();
     if (!m_failure.empty()) throw RenderError(m_failure);
     if (m_rendered.images.empty()) throw RenderError("interrupted");
     out.renderMs = fresh ? m_renderMs : 0.0;
-    if (format == "png") {
-        out.bytes = DisplayPng(*m_rendered.images.front(), exposure, false);
+    if (format != "exr") {
+        Encode(out, *m_rendered.images.front(), exposure, false);
         return out;
     }
     // Written as `render` writes OUTPUT.exr, so the bytes are the same.
+    const auto start = std::chrono::steady_clock::now();
     const std::string path = m_scratch + "/output.exr";
     CurrentPlate().Write(path, m_rendered.images, std::nullopt);
     out.bytes = ReadWhole(path);
     std::filesystem::remove(path);
+    out.encodeMs = MsSince(start);
     return out;
 }
 
 json ViewSession::Console() const
 {
-    return json{{"lines", m_consoleLines}, {"failure", m_failure}, {"renderMs", m_renderMs},
+    return json{{"lines", m_consoleLines}, {"failure", m_lastFailure}, {"renderMs", m_renderMs},
                 {"version", m_renderedVersion}};
 }
 

@@ -16,6 +16,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -29,12 +30,15 @@ struct ViewOptions {
     std::vector<Setting> settings;  // in command-line order
     PlateOptions plate;
     int port = 0;  // 0: a free one
+    int proxy = 1;  // the page's first proxy factor: 1, 2 or 4
 };
 
 struct EncodedImage {
     std::string bytes;
     std::string mime;
     double renderMs = 0.0;  // of the render behind it; 0 when none was needed
+    double encodeMs = 0.0;  // of making the bytes
+    int proxy = 1;          // the factor it was shrunk by
     long version = 0;       // the settings it shows
 };
 
@@ -53,9 +57,10 @@ public:
     void SetFrame(int frame);
     // Keys the control's value at the current frame at `frame`.
     void Key(const std::string& id, int frame);
-    // which: input, output or kernel; format: png (sRGB display of the linear
-    // values, `exposure` stops) or exr (as `render` writes it; output only).
-    EncodedImage Picture(const std::string& which, const std::string& format, double exposure);
+    // which: input, output or kernel; format: png or jpeg (sRGB display of
+    // the linear values, `exposure` stops) or exr (as `render` writes it;
+    // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).
+    EncodedImage Picture(const std::string& which, const std::string& format, double exposure, int proxy = 1);
     nlohmann::ordered_json Console() const;
     // Saves to the path fixed at start; returns it.
     std::string SaveFlow();
@@ -64,6 +69,8 @@ public:
 private:
     const Plate& CurrentPlate();
     void RenderIfStale();
+    // The first source of the frame rendered at 1/factor size; cached per version.
+    const Image& ProxyOutput(int factor, double& renderMs);
 
     ViewOptions m_options;
     std::unique_ptr<PluginHost> m_host;
@@ -87,6 +94,12 @@ private:
     PlateResults m_rendered;
     double m_renderMs = 0.0;
     std::string m_failure;  // of the render at m_renderedVersion
+    std::string m_lastFailure;  // of the last render, full or proxy
+    long m_proxyVersion = 0;
+    int m_proxyFactor = 0;
+    Ref<Parameter> m_proxyResult;
+    Ref<Image> m_proxySource;
+    std::pair<int, int> m_proxySourceKey;  // frame, factor
     long m_kernelVersion = 0;
     Ref<Image> m_kernelDrawing;
 };

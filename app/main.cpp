@@ -159,6 +159,10 @@ int main(int argc, char** argv)
     viewCmd->add_option("--port", view.port, "Port on 127.0.0.1 (default: a free one)")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
+    viewCmd->add_option("--proxy", view.proxy, "Show the page's pictures shrunk by 1, 2 or 4 while settings change "
+                                               "(full resolution when idle)")
+        ->check(CLI::IsMember({1, 2, 4}))
+        ->capture_default_str();
     AddPlateOptions(*viewCmd, view.plate);
     AddSettingOptions(*viewCmd);
 

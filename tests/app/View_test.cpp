@@ -8,6 +8,7 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include <cmath>
 #include <thread>
 
 using json = nlohmann::json;
@@ -19,14 +20,26 @@ protected:
     void SetUp() override
     {
         WriteFile(TestPicture(37, 23, {"R", "G", "B", "A"}, true), m_dir / "in.exr", OIIO::TypeDesc::HALF);
+        Start("in.exr");
+    }
+    // Serves `input` in the scratch folder, in place of what was served.
+    void Start(const std::string& input)
+    {
+        if (m_server) {  // one tool host at a time: the plug-in registers once a process
+            TearDown();
+            m_server.reset();
+        }
         ViewOptions options;
-        options.input = m_dir / "in.exr";
+        options.input = m_dir / input;
         options.saveFlow = m_dir / "look.flow";
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
         m_client->set_default_headers({{"X-Lumivane-Token", m_server->Token()}});
+        // Until it listens: a stop that comes before would be missed.
+        for (int i = 0; i < 500 && !m_client->Get("/api/tool"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     void TearDown() override
     {
@@ -155,6 +168,87 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
     }
     EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
+}
+
+TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
+{
+    // Bright points on a ramp: the bokeh's size shows in every point.
+    WriteFile(TestPicture(64, 48, {"R", "G", "B", "A"}, true), m_dir / "plate.exr", OIIO::TypeDesc::FLOAT);
+    Start("plate.exr");
+    const auto srgb = [](double v) {
+        v = std::clamp(v, 0.0, 1.0);
+        return v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
+    };
+    struct Case {
+        const char* unit;
+        double size;  // 16 pixels in the full frame either way
+    };
+    for (const Case& c : {Case{"Absolute", 16.0}, Case{"Relative", 25.0}}) {
+        SCOPED_TRACE(c.unit);
+        for (const std::string& set : {std::string(R"({"id": "BlurSizeUnit", "value": ")") + c.unit + "\"}",
+                                      R"({"id": "BlurSizeX", "value": )" + std::to_string(c.size) + "}"})
+            ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
+        const auto proxy = m_client->Get("/api/image?which=output&format=png&proxy=2");
+        ASSERT_EQ(proxy->status, 200) << proxy->body;
+        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), "2");
+        std::ofstream(m_dir / "proxy.png", std::ios::binary) << proxy->body;
+        const OIIO::ImageBuf shown = ReadFile(m_dir / "proxy.png");
+        ASSERT_EQ(shown.spec().width, 32);
+        ASSERT_EQ(shown.spec().height, 24);
+
+        // The full resolution, unchanged by the proxy render before it.
+        const OIIO::ImageBuf full = OutputExr("full.exr");
+        const RunResult rendered = RunLumivane(m_dir, {"render", "plate.exr", "rendered.exr", "--set",
+                                                       std::string("BlurSizeUnit=") + c.unit, "--set",
+                                                       "BlurSizeX=" + std::to_string(c.size)});
+        ASSERT_EQ(rendered.status, 0) << rendered.err;
+        EXPECT_EQ(Compare(full, ReadFile(m_dir / "rendered.exr")).worst, 0.0);
+
+        // Against the full render averaged over 2x2 blocks, on the display's scale.
+        double sum = 0.0;
+        for (int y = 0; y < 24; ++y)
+            for (int x = 0; x < 32; ++x)
+                for (int ch = 0; ch < 3; ++ch) {
+                    double mean = 0.0;
+                    for (int k = 0; k < 4; ++k) mean += full.getchannel(2 * x + k % 2, 2 * y + k / 2, 0, ch) / 4;
+                    sum += std::fabs(srgb(mean) - shown.getchannel(x, y, 0, ch));
+                }
+        EXPECT_LT(sum / (32 * 24 * 3), 0.025) << "mean difference on the display scale";
+    }
+}
+
+TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
+{
+    // A ramp past both ends, irregular values, and what must not break the curve.
+    const int width = 256;
+    OIIO::ImageBuf plate(OIIO::ImageSpec(width, 3, 3, OIIO::TypeDesc::FLOAT));
+    const float odd[] = {NAN, -INFINITY, INFINITY, -0.0f, 1e-30f, 3e38f};
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < width; ++x) {
+            float px[3];
+            for (int c = 0; c < 3; ++c)
+                px[c] = y == 0 ? x / 200.0f - 0.1f : y == 1 ? std::fmod(x * 0.0137f + c * 0.31f, 2.9f) : odd[(x + c) % 6];
+            plate.setpixel(x, y, px);
+        }
+    WriteFile(plate, m_dir / "codes.exr", OIIO::TypeDesc::FLOAT);
+    Start("codes.exr");
+    for (const double stops : {0.0, -1.5, 2.25}) {
+        const auto r = m_client->Get(("/api/image?which=input&format=png&exposure=" + std::to_string(stops)).c_str());
+        ASSERT_EQ(r->status, 200) << r->body;
+        std::ofstream(m_dir / "codes.png", std::ios::binary) << r->body;
+        const OIIO::ImageBuf shown = ReadFile(m_dir / "codes.png");
+        for (int y = 0; y < 3; ++y)
+            for (int x = 0; x < width; ++x)
+                for (int c = 0; c < 3; ++c) {
+                    double v = plate.getchannel(x, y, 0, c) * std::exp2(stops);
+                    v = std::isnan(v) ? 0.0 : std::clamp(v, 0.0, 1.0);
+                    const double expected = std::round(255 * (v <= 0.0031308 ? 12.92 * v
+                                                                                : 1.055 * std::pow(v, 1 / 2.4) - 0.055));
+                    ASSERT_EQ(std::lround(shown.getchannel(x, y, 0, c) * 255), expected)
+                        << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, pixel " << x
+                        << "," << y << " channel " << c;
+                }
+    }
 }
 
 }  // namespace

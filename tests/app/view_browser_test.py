@@ -1,7 +1,9 @@
 #!/usr/bin/python3
 """`lumivane view` in a real browser: headless Chromium picks Polygon in
 "Blur Style" on the page, the picture and the visible controls follow, and the
-flow the page saves renders the same pixels with `lumivane render --flow`.
+flow the page saves renders the same pixels with `lumivane render --flow`. Then
+a refused value stays at its field, a proxy shows and gives way to the full
+resolution, and the wipe shows the input beside the output.
 
     view_browser_test.py LUMIVANE PLUGIN_DIR [SCREENSHOT]
 
@@ -90,6 +92,29 @@ try:
         f.write(r.read())
     run(lumivane, "--plugins", plugins, "render", "--flow", "look.flow")
     run("idiff", "-fail", "0", "-warn", "0", "viewed.exr", "look.exr")
+
+    # A value the control refuses is marked at its field and never sent.
+    version = browser.execute_script("return tool.version")
+    field = lambda: row("Blur Size X").find_element(By.CSS_SELECTOR, "input[type=number]")
+    field().send_keys(Keys.CONTROL, "a", Keys.NULL, "-3", Keys.TAB)
+    wait.until(lambda b: row("Blur Size X").find_element(By.CLASS_NAME, "fieldErr").text)
+    assert "lowest" in row("Blur Size X").find_element(By.CLASS_NAME, "fieldErr").text
+    assert browser.execute_script("return tool.version") == version, "a refused value was sent"
+
+    # A proxy is half the size, marked, and followed by the full resolution.
+    natural = lambda: browser.execute_script("return document.getElementById('view').naturalWidth")
+    browser.find_element(By.CSS_SELECTOR, "#proxy option[value='2']").click()
+    field().send_keys(Keys.CONTROL, "a", Keys.NULL, "5", Keys.TAB)
+    WebDriverWait(browser, 60, poll_frequency=0.05).until(lambda b: natural() == 48)
+    assert browser.find_element(By.ID, "mark").text == "proxy 1/2"
+    wait.until(lambda b: natural() == 96)
+    assert not browser.find_element(By.ID, "mark").is_displayed()
+
+    # The wipe: the input over the left part of the output, up to the divider.
+    browser.find_element(By.ID, "showWipe").click()
+    wait.until(lambda b: b.find_element(By.ID, "inview").get_attribute("src"))
+    assert browser.find_element(By.ID, "wipe").is_displayed()
+    assert "inset" in browser.find_element(By.ID, "inview").get_attribute("style")
     status = 0
 finally:
     if browser:

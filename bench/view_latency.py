@@ -1,0 +1,127 @@
+#!/usr/bin/python3
+"""The live page's latency: from a control change (POST /api/set) to the new
+picture received, on a 1920x1080 plate with a Disk of 2.5 %, at full resolution
+and with proxy 2. What the time is made of comes from the server's headers
+(X-Lumivane-Render-Ms, X-Lumivane-Encode-Ms); the rest is the request, the
+transfer and the client. With --browser (Chromium and Selenium) the same
+change is also timed inside the page, up to the picture decoded and drawn.
+
+    view_latency.py [--build DIR] [--rounds N] [--browser]
+"""
+import argparse
+import json
+import os
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.request
+
+here = os.path.dirname(os.path.abspath(__file__))
+parser = argparse.ArgumentParser()
+parser.add_argument("--build", default=os.path.join(os.path.dirname(here), "build"))
+parser.add_argument("--rounds", type=int, default=15)
+parser.add_argument("--browser", action="store_true")
+args = parser.parse_args()
+
+program = os.path.join(args.build, "app", "lumivane")
+plugins = os.path.join(args.build, "plugins")
+work = tempfile.mkdtemp(prefix="lumivane-latency-")
+# A plate like the benchmark's: a ramp, hard edges and bright points.
+subprocess.run(["oiiotool", "--pattern", "fill:topleft=0,0,0.2:topright=1,0.3,0:bottomleft=0,0.6,1:bottomright=0.5,0.5,0.5",
+                "1920x1080", "3", "--pattern", "checker:width=64:height=64:color1=0,0,0:color2=0.4,0.4,0.4", "1920x1080", "3",
+                "--add", "--pattern", "noise:type=white:min=0:max=1", "1920x1080", "3", "--add", "-d", "half",
+                "-o", os.path.join(work, "plate.exr")], check=True)
+server = subprocess.Popen([program, "--plugins", plugins, "view", "plate.exr", "--set", "BlurSizeX=2.5"], cwd=work,
+                          stdout=subprocess.PIPE, text=True, env=dict(os.environ))
+address = server.stdout.readline().strip()
+base, token = address.split("#", 1)
+headers = {"X-Lumivane-Token": token}
+
+
+def call(path, body=None):
+    data = None if body is None else json.dumps(body).encode()
+    request = urllib.request.Request(base + path.lstrip("/"), data=data,
+                                     headers=dict(headers, **({"Content-Type": "application/json"} if data else {})))
+    with urllib.request.urlopen(request) as r:
+        return r.read(), r.headers
+
+
+def size(i):
+    return 2.5 if i % 2 == 0 else 2.5001  # a change the tool renders, the same look
+
+
+def api_round(form, proxy, i):
+    start = time.perf_counter()
+    call("/api/set", {"id": "BlurSizeX", "value": size(i)})
+    body, h = call("/api/image?which=output&format=%s&proxy=%d" % (form, proxy))
+    total = (time.perf_counter() - start) * 1000
+    render, encode = float(h["X-Lumivane-Render-Ms"]), float(h["X-Lumivane-Encode-Ms"])
+    return total, render, encode, total - render - encode, len(body)
+
+
+def median(rows, k):
+    return statistics.median(r[k] for r in rows)
+
+
+results = {}
+try:
+    for form in ("png", "jpeg"):
+        for proxy in (1, 2):
+            call("/api/image?which=output&format=png&proxy=%d" % proxy)  # plans and caches warm
+            results[form, proxy] = [api_round(form, proxy, i) for i in range(args.rounds)]
+    page = {}
+    if args.browser:
+        from selenium import webdriver
+        from selenium.webdriver.chrome.service import Service
+        opts = webdriver.ChromeOptions()
+        for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--window-size=1600,900",
+                     "--user-data-dir=" + work + "/profile"):
+            opts.add_argument(flag)
+        browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=opts)
+        browser.set_script_timeout(60)
+        try:
+            browser.get(address)
+            # A change through the page, to the picture decoded; then the page is left
+            # to come to rest (with a proxy: its full-resolution follow-up) before the next.
+            change = """const [value, proxy, done] = arguments;
+                const img = document.getElementById('view'), t0 = performance.now();
+                const wait = () => {
+                  if (tool && img.dataset.version == tool.version && +img.dataset.proxy == proxy && +tool.pages[0].controls.find(c => c.id == 'BlurSizeX').value == value)
+                    done([performance.now() - t0, +img.dataset.fetchMs, +img.dataset.drawMs]);
+                  else setTimeout(wait, 2);
+                };
+                set('BlurSizeX', value).then(wait);"""
+            rest = """const done = arguments[0], busy = document.getElementById('busy');
+                const wait = () => busy.classList.contains('on') ? setTimeout(wait, 20) : done();
+                setTimeout(wait, 1500);"""
+            for proxy in (1, 2):
+                browser.execute_script("const p = document.getElementById('proxy'); p.value = arguments[0];"
+                                       "p.dispatchEvent(new Event('change'))", proxy)
+                browser.execute_async_script(rest)
+                rows = []
+                for i in range(args.rounds):
+                    rows.append(browser.execute_async_script(change, size(i + 1), proxy))
+                    browser.execute_async_script(rest)
+                page[proxy] = rows
+        finally:
+            browser.quit()
+finally:
+    server.send_signal(signal.SIGINT)
+    server.wait(timeout=30)
+    shutil.rmtree(work, ignore_errors=True)
+
+print("Live page latency, 1920x1080, Disk 2.5 %%, %d rounds; load average %.2f %.2f %.2f" %
+      ((args.rounds,) + os.getloadavg()))
+print("| picture | format | change to picture received | render | encode | request, transfer, client | KiB |")
+print("|---|---|---|---|---|---|---|")
+for (form, proxy), rows in results.items():
+    print("| %s | %s | %.0f | %.0f | %.0f | %.0f | %.0f |" % (
+        "full" if proxy == 1 else "proxy 1/%d" % proxy, form, median(rows, 0), median(rows, 1), median(rows, 2),
+        median(rows, 3), median(rows, 4) / 1024))
+for proxy, rows in page.items():
+    print("in the page (JPEG), %s: change to picture drawn %.0f ms (picture request %.0f, decode and draw %.0f)" % (
+        "full" if proxy == 1 else "proxy 1/%d" % proxy, median(rows, 0), median(rows, 1), median(rows, 2)))
