@@ -27,16 +27,18 @@ CODECS = ["none", "rle", "zips", "zip:1", "zip", "piz", "pxr24", "b44", "b44a", 
 
 
 def run(cmd, env=None):
-    """Runs cmd to completion; returns (seconds, peak resident MiB) of that process alone."""
-    start = time.monotonic()
-    with tempfile.TemporaryFile() as errors:
-        proc = subprocess.Popen(cmd, stdout=subprocess.DEVNULL, stderr=errors, env=env)
-        _, status, usage = os.wait4(proc.pid, 0)
+    """Runs cmd to completion; returns (seconds, peak resident MiB) of that process alone.
+    GNU time measures the peak: a child forked from this Python process would count
+    the parent's own memory (Linux keeps the high-water mark across exec)."""
+    with tempfile.NamedTemporaryFile() as peak, tempfile.TemporaryFile() as errors:
+        start = time.monotonic()
+        done = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", peak.name] + cmd, stdout=subprocess.DEVNULL,
+                              stderr=errors, env=env)
         seconds = time.monotonic() - start
-        if os.waitstatus_to_exitcode(status) != 0:
+        if done.returncode != 0:
             errors.seek(0)
             raise RuntimeError(f"{' '.join(cmd)} failed: {errors.read().decode(errors='replace').strip()}")
-    return seconds, usage.ru_maxrss / 1024.0
+        return seconds, int(open(peak.name).read().split()[-1]) / 1024.0
 
 
 # ---------------------------------------------------------------- a peer, in its own process
