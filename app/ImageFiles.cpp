@@ -14,6 +14,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <vector>
@@ -29,6 +30,7 @@ namespace {
 constexpr const char* kAspectAttribute = "PixelAspectRatio";
 constexpr const char* kBitsAttribute = "oiio:BitsPerSample";
 constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
+constexpr const char* kCompressionAttribute = "compression";
 // Set by a reader asked to keep unassociated alpha as stored, and telling a
 // writer that the data is unassociated.
 constexpr const char* kUnassociatedAttribute = "oiio:UnassociatedAlpha";
@@ -294,10 +296,11 @@ bool HoldsFloat(const std::string& path, int depth)
 }
 
 std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const ImageSpec& like,
-                                        std::optional<int> depth)
+                                        std::optional<int> depth, const std::string& compression)
 {
     CheckOutputFolder(path);
     ImageSpec layout = like;
+    if (!compression.empty()) layout.attribute(kCompressionAttribute, compression);
     if (layout.full_width <= 0 || like.width != image.Width || like.height != image.Height) {
         layout.full_x = layout.x;
         layout.full_y = layout.y;
@@ -383,6 +386,38 @@ void CheckOutputFolder(const std::string& path)
                         std::strerror(errno) + ")");
     if (const std::string why = AtomicFile::CannotReplace(path); !why.empty())
         throw FileError("cannot write " + path + ": " + why);
+}
+
+std::string ParseCompression(const std::string& text, const std::string& output)
+{
+    const std::string what = "--compression " + text;
+    std::string name = text, level;
+    if (const auto colon = text.find(':'); colon != std::string::npos) {
+        name = text.substr(0, colon);
+        level = text.substr(colon + 1);
+    }
+    for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    static const char* const kNames[] = {"none", "rle", "zips", "zip", "piz", "pxr24", "b44", "b44a", "dwaa", "dwab"};
+    if (std::find_if(std::begin(kNames), std::end(kNames), [&](const char* n) { return name == n; }) == std::end(kNames))
+        throw UsageError(what + ": expected none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa or dwab, "
+                                "optionally with :LEVEL for zip, zips, dwaa and dwab");
+    const bool zlib = name == "zip" || name == "zips", dwa = name == "dwaa" || name == "dwab";
+    if (text.find(':') != std::string::npos) {
+        char* end = nullptr;
+        const double value = std::strtod(level.c_str(), &end);
+        const bool whole = !level.empty() && end == level.c_str() + level.size();
+        if (!zlib && !dwa) throw UsageError(what + ": " + name + " takes no level");
+        if (zlib && (!whole || value != std::floor(value) || value < 1 || value > 9))
+            throw UsageError(what + ": expected a zlib level from 1 to 9 after " + name + ":");
+        if (dwa && (!whole || !(value > 0) || !std::isfinite(value)))
+            throw UsageError(what + ": expected a quality above 0 after " + name + ": (45 by default)");
+        name += ":" + level;
+    }
+    std::string ext = fs::path(output).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext != ".exr")
+        throw UsageError(what + ": OUTPUT " + output + " is not an OpenEXR (.exr) file, the only format it applies to");
+    return name;
 }
 
 int ParseDepth(const std::string& text)

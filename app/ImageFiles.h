@@ -46,8 +46,9 @@ OIIO::ImageSpec DefaultSpec(const Image& image);
 // Returns warnings naming `path` and what its format could not hold: channels
 // left out, or a data type other than `depth`. Throws a file ProgramError
 // naming the file, with OpenImageIO's reason; no file is left behind then.
+// `compression`, when not empty, replaces the compression `like` names.
 std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const OIIO::ImageSpec& like,
-                                        std::optional<int> depth = std::nullopt);
+                                        std::optional<int> depth = std::nullopt, const std::string& compression = {});
 
 // Whether the format `path` names stores `depth` (an ImageDepth) as floating
 // point: OpenEXR, Radiance HDR and PFM always do, TIFF and DPX when asked.
@@ -56,6 +57,13 @@ bool HoldsFloat(const std::string& path, int depth);
 // Throws a file ProgramError when the folder `path` would be written into does
 // not exist or cannot be written, so a frame fails before it is rendered.
 void CheckOutputFolder(const std::string& path);
+
+// An OpenEXR compression for `output`: none, rle, zips, zip, piz, pxr24, b44,
+// b44a, dwaa or dwab, the zlib ones with an optional ":LEVEL" from 1 to 9 and
+// the DWA ones with an optional ":QUALITY" above 0. Returns it lower-cased as
+// the writer takes it; throws a usage ProgramError naming the value, or the
+// output when it is not an OpenEXR file.
+std::string ParseCompression(const std::string& text, const std::string& output);
 
 // "8", "16", "half" or "float" as an ImageDepth; throws a usage ProgramError.
 int ParseDepth(const std::string& text);

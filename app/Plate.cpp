@@ -173,7 +173,7 @@ Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& option
 }
 
 std::vector<std::string> Plate::Write(const std::string& path, const std::vector<const Image*>& results,
-                                      std::optional<int> depth) const
+                                      std::optional<int> depth, const std::string& compression) const
 {
     Ref<Image> out(results.at(0)->CopyOfImage());
     ImageSpec like = m_like;
@@ -200,7 +200,7 @@ std::vector<std::string> Plate::Write(const std::string& path, const std::vector
             }
     }
     if (!space.empty()) m_colour.FromWorking(*out, space);
-    return WriteImageFile(path, *out, like, depth);
+    return WriteImageFile(path, *out, like, depth, compression);
 }
 
 PlateSource::PlateSource(const PlateOptions& options) : m_options(options)

@@ -58,7 +58,7 @@ public:
     // Puts the tool's results (one per source) back into one image and writes
     // it. Returns what the output file could not hold, as warnings.
     std::vector<std::string> Write(const std::string& path, const std::vector<const Image*>& results,
-                                   std::optional<int> depth) const;
+                                   std::optional<int> depth, const std::string& compression = {}) const;
 
 private:
     const PlateOptions& m_options;

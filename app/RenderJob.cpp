@@ -28,6 +28,7 @@ constexpr const char* kKernelInput = "kernel";
 constexpr const char* kFlowOutput = "output";
 constexpr const char* kFlowFrames = "frames";
 constexpr const char* kFlowDepth = "depth";
+constexpr const char* kFlowCompression = "compression";
 
 // The images of one pattern: the last file read is kept, so a still used for
 // every frame is read once.
@@ -61,6 +62,7 @@ std::string FromProgram(const json& program, const char* key)
 struct Job : FlowNames {
     std::optional<FramePattern> inPattern, outPattern, kernelPattern;
     std::optional<int> outDepth;
+    std::string outCompression;  // as the writer takes it; empty: the input's
     FrameList frameList;
     bool sequence = false;
 };
@@ -73,6 +75,7 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     job.output = !opt.output.empty() ? opt.output : PathFromFlow(opt.flow, FromProgram(program, kFlowOutput));
     job.frames = !opt.frames.empty() ? opt.frames : FromProgram(program, kFlowFrames);
     job.depth = !opt.depth.empty() ? opt.depth : FromProgram(program, kFlowDepth);
+    job.compression = !opt.compression.empty() ? opt.compression : FromProgram(program, kFlowCompression);
     const std::string fromFlow = opt.flow.empty() ? "" : " (nor in the flow " + opt.flow + ")";
     if (opt.saveOnly) {
         // A flow may hold controls alone; its frames are found when it is rendered.
@@ -86,6 +89,7 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     job.outPattern = PatternOf("OUTPUT", job.output);
     if (!job.kernel.empty()) job.kernelPattern = PatternOf("--kernel", job.kernel);
     if (!job.depth.empty()) job.outDepth = ParseDepth(job.depth);
+    if (!job.compression.empty()) job.outCompression = ParseCompression(job.compression, job.output);
 
     const std::optional<FrameList> frames = FramesToRender(job.frames, *job.inPattern);
     job.sequence = frames.has_value();
@@ -142,6 +146,7 @@ void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, I
     if (!job.output.empty()) keep[kFlowOutput] = PathForFlow(path, job.output);
     if (!job.frames.empty()) keep[kFlowFrames] = job.frames;
     if (!job.depth.empty()) keep[kFlowDepth] = job.depth;
+    if (!job.compression.empty()) keep[kFlowCompression] = job.compression;
     try {
         SaveFlow(doc, path, keep);
     } catch (const std::runtime_error& e) {
@@ -262,7 +267,7 @@ int RunRender(const RenderOptions& opt)
             }
             const PlateResults frameResults = RenderPlate(doc, tool, *sourceInput, plate, time, frameConsole);
             if (InterruptRequested()) break;
-            for (const std::string& warning : plate.Write(out, frameResults.images, job.outDepth))
+            for (const std::string& warning : plate.Write(out, frameResults.images, job.outDepth, job.outCompression))
                 if (sources.FirstTime(warning)) progress.Warning(warning);
             ++rendered;
             progress.FrameDone(frame, out);

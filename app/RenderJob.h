@@ -16,6 +16,7 @@ struct RenderOptions {
     std::string kernel;  // optional kernel image: a still or a pattern
     std::string frames;  // a frame list (FramePattern.h); empty: INPUT's frames on disk
     std::string depth;   // "8", "16", "half", "float"; empty: the input's
+    std::string compression;  // an OpenEXR compression (ImageFiles.h); empty: the input's
     std::string flow;
     std::string saveFlow;
     std::string plugins;
@@ -43,7 +44,7 @@ Operator* MakeTool(PluginHost& host, const std::string& flow, nlohmann::ordered_
 
 // The file names a flow keeps beside the controls, as given.
 struct FlowNames {
-    std::string input, output, kernel, frames, depth;
+    std::string input, output, kernel, frames, depth, compression;
 };
 // Saves the document's tool with `names` connected and kept; a file ProgramError
 // when it cannot be written.

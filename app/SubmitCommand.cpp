@@ -232,6 +232,9 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("--flow", options.flow, "Start from a saved flow")->type_name("FILE");
     submit->add_option("--depth", options.depth, "Output data depth (default: the input's)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
+    submit->add_option("--compression", options.compression,
+                       "OpenEXR output compression, as for render (default: the input's)")
+        ->type_name("NAME[:LEVEL]");
     submit->add_option("--partition", options.partition, "Slurm partition (default: the cluster's)")
         ->type_name("P");
     submit->add_flag("--dry-run", options.dryRun, "Print the job script and the sbatch command; submit nothing");
@@ -271,6 +274,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     freeze.kernel = kernel;
     freeze.frames = opt.frames;
     freeze.depth = opt.depth;
+    freeze.compression = opt.compression;
     freeze.flow = opt.flow;
     freeze.plugins = opt.plugins;
     freeze.settings = opt.settings;

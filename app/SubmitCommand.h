@@ -18,7 +18,7 @@ class App;
 }
 
 struct SubmitOptions {
-    std::string input, output, kernel, frames, depth, flow;
+    std::string input, output, kernel, frames, depth, compression, flow;
     std::vector<Setting> settings;  // in command-line order
     PlateOptions plate;
     int perTask = 0;  // 0: about a minute of work a task

@@ -113,6 +113,10 @@ int main(int argc, char** argv)
         ->type_name("LIST");
     renderCmd->add_option("--depth", render.depth, "Output data depth (default: the input's)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
+    renderCmd->add_option("--compression", render.compression,
+                          "OpenEXR output compression: none, rle, zips, zip, piz, pxr24, b44, b44a, dwaa or dwab, "
+                          "zip/zips/dwaa/dwab with an optional :LEVEL (default: the input's)")
+        ->type_name("NAME[:LEVEL]");
     renderCmd->add_option("--flow", render.flow, "Load controls, keys and file names from a saved flow")
         ->type_name("FILE");
     renderCmd->add_option("--save-flow", render.saveFlow, "Save the controls and file names as a flow")

@@ -134,7 +134,7 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     const RunResult r = RunLumivane(dir, {"render", "--flow", "keys.json", "--style", "polygon", "--sides", "5",
                                           "--set", "PerChannel=0", "--set", "BlueBlurSizeX=20", "--edges", "wrap",
                                           "--bad-bokeh", "0.3", "--depth", "half", "--set", "ScaleBlurAspect=1",
-                                          "--save-flow", "look.json"});
+                                          "--compression", "PIZ", "--save-flow", "look.json"});
     ASSERT_EQ(r.status, 0) << r.err;
     const float centre[3] = {Red(ReadFile(dir / "out.0001.exr"), 16, 16), Red(ReadFile(dir / "out.0002.exr"), 16, 16),
                              Red(ReadFile(dir / "out.0003.exr"), 16, 16)};
@@ -152,6 +152,7 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     ASSERT_EQ(again.status, 0) << again.err;
     const OIIO::ImageBuf a = ReadFile(dir / "first.exr"), b = ReadFile(dir / "out.0002.exr");
     EXPECT_EQ(b.nativespec().format, TypeDesc::HALF);
+    EXPECT_EQ(b.nativespec().get_string_attribute("compression"), "piz");
     const Difference d = Compare(a, b);
     EXPECT_EQ(d.worst, 0.0) << d;
 
@@ -163,6 +164,25 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     EXPECT_NE(resumed.out.find("skipping 2 of 3 frames"), std::string::npos) << resumed.out;
     EXPECT_EQ(std::filesystem::last_write_time(dir / "out.0001.exr"), kept);
     EXPECT_TRUE(std::filesystem::exists(dir / "out.0003.exr"));
+}
+
+// The output keeps the input's compression unless --compression names another.
+TEST(RenderCommand, WritesTheCompressionAsked)
+{
+    ScratchFolder dir;
+    OIIO::ImageBuf plate = TestPicture(40, 40, {"R", "G", "B", "A"}, true);
+    plate.specmod().attribute("compression", "rle");
+    WriteFile(plate, dir / "in.exr", TypeDesc::HALF);
+    for (const char* codec : {"", "none", "zips:2", "b44a", "dwaa:90"}) {
+        const std::string out = std::string("out") + codec + ".exr";  // a name each: OpenImageIO caches files
+        std::vector<std::string> args = {"render", "in.exr", out, "--size", "2"};
+        if (*codec) args.insert(args.end(), {"--compression", codec});
+        const RunResult r = RunLumivane(dir, args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        const std::string want = *codec ? std::string(codec).substr(0, std::string(codec).find(':')) : "rle";
+        const std::string got = ReadFile(dir / out).nativespec().get_string_attribute("compression");
+        EXPECT_EQ(got.substr(0, got.find(':')), want) << "asked for " << codec;
+    }
 }
 
 // A shot folder used from outside it: its flows name its files relative to
