@@ -77,6 +77,8 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     job.depth = !opt.depth.empty() ? opt.depth : FromProgram(program, kFlowDepth);
     job.compression = !opt.compression.empty() ? opt.compression : FromProgram(program, kFlowCompression);
     const std::string fromFlow = opt.flow.empty() ? "" : " (nor in the flow " + opt.flow + ")";
+    if (!job.compression.empty() && !job.output.empty())
+        job.outCompression = ParseCompression(job.compression, job.output);
     if (opt.saveOnly) {
         // A flow may hold controls alone; its frames are found when it is rendered.
         if (!job.frames.empty()) job.frameList = *FramesToRender(job.frames, FramePattern(""));
@@ -89,7 +91,6 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     job.outPattern = PatternOf("OUTPUT", job.output);
     if (!job.kernel.empty()) job.kernelPattern = PatternOf("--kernel", job.kernel);
     if (!job.depth.empty()) job.outDepth = ParseDepth(job.depth);
-    if (!job.compression.empty()) job.outCompression = ParseCompression(job.compression, job.output);
 
     const std::optional<FrameList> frames = FramesToRender(job.frames, *job.inPattern);
     job.sequence = frames.has_value();
