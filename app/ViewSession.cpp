@@ -210,6 +210,8 @@ void ViewSession::RenderIfStale()
     }
     m_renderMs = MsSince(start);
     m_renderedVersion = m_version;
+    m_consoleVersion = m_version;
+    m_consoleProxy = 1;
     m_lastFailure = m_failure;
 }
 
@@ -238,6 +240,8 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     }
     renderMs = MsSince(start);
     m_renderMs = renderMs;
+    m_consoleVersion = m_version;
+    m_consoleProxy = factor;
     if (!m_proxyResult) throw RenderError(m_frameConsole.Why());
     if (!dynamic_cast<const Image*>(m_proxyResult.get())) throw RenderError("the tool's output is not an image");
     m_proxyVersion = m_version;
@@ -332,7 +336,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
 json ViewSession::Console() const
 {
     return json{{"lines", m_consoleLines}, {"failure", m_lastFailure}, {"renderMs", m_renderMs},
-                {"version", m_renderedVersion}};
+                {"version", m_consoleVersion}, {"proxy", m_consoleProxy}};
 }
 
 std::string ViewSession::SaveFlow()

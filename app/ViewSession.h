@@ -96,6 +96,8 @@ private:
     std::string m_failure;  // of the render at m_renderedVersion
     std::string m_lastFailure;  // of the last render, full or proxy
     long m_proxyVersion = 0;
+    long m_consoleVersion = 0;  // the settings the console lines came from
+    int m_consoleProxy = 1;     // and the shrink factor of that render
     int m_proxyFactor = 0;
     Ref<Parameter> m_proxyResult;
     Ref<Image> m_proxySource;

@@ -195,6 +195,9 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
         const OIIO::ImageBuf shown = ReadFile(m_dir / "proxy.png");
         ASSERT_EQ(shown.spec().width, 32);
         ASSERT_EQ(shown.spec().height, 24);
+        const json console = json::parse(m_client->Get("/api/console")->body);
+        EXPECT_EQ(console["proxy"], 2);
+        EXPECT_EQ(console["version"], Tool()["version"]) << "the console speaks of an older render";
 
         // The full resolution, unchanged by the proxy render before it.
         const OIIO::ImageBuf full = OutputExr("full.exr");
