@@ -15,6 +15,7 @@
 #include "python/ToolSession.h"
 
 #include "app/ExitCodes.h"
+#include "host/EngineSettings.h"
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
@@ -229,6 +230,18 @@ limit, and RuntimeError with the tool's console line when it sets no output.)")
             py::arg("path"),
             "Saves the tool's control values (and keys) to a flow file that `lumivane render\n"
             "--flow` and Tool.from_flow read. Written whole or not at all; raises OSError.");
+
+    m.def(
+        "set_fast_sizes",
+        [](bool enabled) {
+            SetEngineTransformSizes(enabled ? TransformSizes::Smooth : TransformSizes::PowersOfTwo);
+        },
+        py::arg("enabled") = true,
+        R"(Chooses the transform sizes of every render started afterwards in this process, as
+the program's --fast-sizes does: with `enabled`, the smallest sizes with no prime factor
+above 7 (faster, and less memory); without, powers of two (the default, unless
+LUMIVANE_TRANSFORM_SIZES says otherwise). `lumivane render --fast-sizes` gives the very
+same pixels as renders made after set_fast_sizes(True).)");
 
     m.def(
         "kernel_preview",
