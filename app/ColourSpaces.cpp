@@ -1,15 +1,13 @@
 #include "app/ColourSpaces.h"
 
-#include <OpenImageIO/strutil.h>
+#include "util/Text.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
-
-using OIIO::ImageSpec;
 
 namespace {
 
-constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
 constexpr const char* kWorkingRole = "scene_linear";
 constexpr const char* kLinear = "linear";
 constexpr int kSamples = 65536;  // one per 16-bit code, which holds every 8-bit code too
@@ -37,10 +35,17 @@ void EachRow(Image& image, Convert convert)
     }
 }
 
-void Apply(const OIIO::ColorProcessor& processor, float* rgb, int n)
+bool SameName(const std::string& a, const std::string& b)
 {
-    constexpr OIIO::stride_t kFloat = sizeof(float);
-    processor.apply(rgb, n, 1, 3, kFloat, 3 * kFloat, 3 * kFloat * n);
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+const char* ConfigVariable()
+{
+    const char* ocio = std::getenv("OCIO");
+    return ocio && *ocio ? ocio : nullptr;
 }
 
 // The sampled transfer at `v` in 0..1, linear between samples.
@@ -63,28 +68,36 @@ float Invert(const std::vector<float>& samples, float u)
 
 }  // namespace
 
-ColourSpaces::ColourSpaces() : m_config(std::make_unique<OIIO::ColorConfig>())
+ColourSpaces::ColourSpaces() : m_working(kLinear)
 {
-    const char* ocio = std::getenv("OCIO");
-    const std::string why = m_config->geterror();  // the built-in spaces stand in when $OCIO is unset
-    if (ocio && *ocio && !why.empty())
-        throw FileError(std::string("cannot read the colour configuration $OCIO=") + ocio + ": " + why);
-    const char* role = m_config->getColorSpaceNameByRole(kWorkingRole);
-    m_working = role && *role ? role : kLinear;
+    // The built-in spaces, which stand in when $OCIO is unset, work in "linear".
+    if (!ConfigVariable()) return;
+    const std::string role = Config().SpaceOfRole(kWorkingRole);
+    if (!role.empty()) m_working = role;
 }
 
-std::string ColourSpaces::OfFile(const ImageSpec& layout) const
+const ColourConfig& ColourSpaces::Config() const
 {
-    const std::string named = layout.get_string_attribute(kColourSpaceAttribute);
-    if (!named.empty()) return named;
-    return layout.format.is_floating_point() ? m_working : kIntegerDefault;
+    if (!m_config) {
+        std::unique_ptr<ColourConfig> config = Codec().Colours();
+        const std::string why = config->Error();
+        if (const char* ocio = ConfigVariable(); ocio && !why.empty())
+            throw FileError(std::string("cannot read the colour configuration $OCIO=") + ocio + ": " + why);
+        m_config = std::move(config);
+    }
+    return *m_config;
+}
+
+std::string ColourSpaces::OfFile(const FileLayout& layout) const
+{
+    if (!layout.colourSpace.empty()) return layout.colourSpace;
+    return layout.floating ? m_working : kIntegerDefault;
 }
 
 bool ColourSpaces::IsWorking(const std::string& name) const
 {
     // Files name linear light in many ways ("Linear" from OpenEXR, say).
-    return OIIO::Strutil::iequals(name, m_working) || OIIO::Strutil::iequals(name, kLinear) ||
-           OIIO::Strutil::iequals(name, kWorkingRole);
+    return SameName(name, m_working) || SameName(name, kLinear) || SameName(name, kWorkingRole);
 }
 
 void ColourSpaces::Check(const std::string& name, const std::string& what) const { Find(name, what, Exit::Usage); }
@@ -93,22 +106,22 @@ const ColourSpaces::Transfer* ColourSpaces::Find(const std::string& name, const 
 {
     if (IsWorking(name)) return nullptr;
     if (const auto it = m_transfers.find(name); it != m_transfers.end()) return &it->second;
+    const ColourConfig& config = Config();
     Transfer t;
-    t.in = m_config->createColorProcessor(name, m_working);
-    t.out = m_config->createColorProcessor(m_working, name);
+    t.in = config.Processor(name, m_working);
+    t.out = config.Processor(m_working, name);
     if (!t.in || !t.out) {
-        m_config->geterror();
-        const std::string known = OIIO::Strutil::join(m_config->getColorSpaceNames(), ", ");
+        const std::string known = Join(config.Spaces());
         const std::string hint = kind == Exit::File ? "; name its space with --colorspace-in, or filter the values "
                                                       "as stored with --raw"
                                                     : "";
         throw ProgramError(kind, what + ": colour space \"" + name + "\" is not in the colour configuration (" +
-                                     m_config->configname() + ", which has " + known + ")" + hint);
+                                     config.Name() + ", which has " + known + ")" + hint);
     }
-    if (!t.in->hasChannelCrosstalk()) {
+    if (!t.in->Crosstalk()) {
         std::vector<float> rgb(3 * kSamples);
         for (int i = 0; i < kSamples; ++i) rgb[3 * i] = rgb[3 * i + 1] = rgb[3 * i + 2] = static_cast<float>(i) / (kSamples - 1);
-        Apply(*t.in, rgb.data(), kSamples);
+        t.in->Apply(rgb.data(), kSamples);
         bool increasing = true;
         for (int c = 0; c < 3; ++c) {
             t.samples[c].resize(kSamples);
@@ -129,7 +142,7 @@ void ColourSpaces::ToWorking(Image& image, const std::string& from, const std::s
     std::vector<float> exact;
     EachRow(image, [&](float* rgb, int n) {
         exact.assign(rgb, rgb + 3 * n);
-        Apply(*t->in, rgb, n);
+        t->in->Apply(rgb, n);
         if (t->samples[0].empty()) return;
         for (int i = 0; i < 3 * n; ++i)
             if (exact[i] >= 0.0f && exact[i] <= 1.0f) rgb[i] = Lookup(t->samples[i % 3], exact[i]);
@@ -143,7 +156,7 @@ void ColourSpaces::FromWorking(Image& image, const std::string& to) const
     std::vector<float> linear;
     EachRow(image, [&](float* rgb, int n) {
         linear.assign(rgb, rgb + 3 * n);
-        Apply(*t->out, rgb, n);
+        t->out->Apply(rgb, n);
         if (t->samples[0].empty()) return;
         for (int i = 0; i < 3 * n; ++i) {
             const std::vector<float>& s = t->samples[i % 3];

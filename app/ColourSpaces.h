@@ -1,7 +1,9 @@
 #pragma once
 // Colour spaces of image files, through OpenImageIO's colour configuration:
 // OpenColorIO's configuration named by $OCIO when there is one, else
-// OpenImageIO's built-in spaces (linear, sRGB, Rec709, GammaN).
+// OpenImageIO's built-in spaces (linear, sRGB, Rec709, GammaN). Without $OCIO
+// the configuration is opened only when a conversion needs it, so frames
+// already in linear light never load OpenImageIO (ImageCodec.h).
 //
 // The tool filters light, so images are rendered in a linear working space:
 // the configuration's scene_linear role, else "linear". A file's colour is
@@ -9,10 +11,9 @@
 // Only red, green and blue change; premultiplied colour is divided by alpha
 // around the conversion, since an encoding applies to the colour itself.
 #include "app/ExitCodes.h"
+#include "app/FileLayout.h"
+#include "app/ImageCodec.h"
 #include "host/Image.h"
-
-#include <OpenImageIO/color.h>
-#include <OpenImageIO/imageio.h>
 
 #include <map>
 #include <memory>
@@ -29,7 +30,7 @@ public:
     static constexpr const char* kIntegerDefault = "sRGB";
     // What a file says its colour is ("oiio:ColorSpace"); failing that, sRGB
     // for integer data and the working space for float data.
-    std::string OfFile(const OIIO::ImageSpec& layout) const;
+    std::string OfFile(const FileLayout& layout) const;
     // Throws a usage ProgramError naming `what` (an option, a file) when the
     // configuration cannot convert between `name` and the working space.
     void Check(const std::string& name, const std::string& what) const;
@@ -47,7 +48,7 @@ private:
     // (OpenImageIO's own transfer functions are fast approximations whose
     // round trip moves about one 16-bit code in sixteen).
     struct Transfer {
-        OIIO::ColorProcessorHandle in, out;
+        std::unique_ptr<ColourProcessor> in, out;
         std::vector<float> samples[3];  // empty when the transfer mixes channels or is not increasing
     };
     // Null for the working space itself; throws a ProgramError of `kind`
@@ -55,7 +56,9 @@ private:
     const Transfer* Find(const std::string& name, const std::string& what, Exit kind) const;
     bool IsWorking(const std::string& name) const;
 
-    std::unique_ptr<OIIO::ColorConfig> m_config;
+    const ColourConfig& Config() const;
+
+    mutable std::unique_ptr<ColourConfig> m_config;
     std::string m_working;
     mutable std::map<std::string, Transfer> m_transfers;
 };

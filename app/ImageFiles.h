@@ -1,5 +1,8 @@
 #pragma once
-// Image files <-> host images, through OpenImageIO.
+// Image files <-> host images. Plain OpenEXR frames (ExrFiles.h) are read and
+// written through OpenEXR itself; every other file, and OpenEXR that uses
+// what that path does not take, goes through OpenImageIO (ImageCodec.h).
+// Both follow these rules:
 //
 // Channels. Red, green and blue are the channels named R, G and B; failing
 // those, a channel named Y (or the only channel that is not alpha) is grey and
@@ -18,36 +21,29 @@
 //
 // Pixel aspect. "PixelAspectRatio" becomes XScale (YScale 1), and is written
 // back from XScale / YScale.
-#include "host/Image.h"
-#include "host/Object.h"
-
-#include <OpenImageIO/imageio.h>
+#include "app/ImageCodec.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
-struct ImageFile {
-    Ref<Image> image;
-    OIIO::ImageSpec layout;  // the file's description: layout, formats, metadata
-};
-
 // Reads the first subimage. Throws a file ProgramError naming the file, with
-// OpenImageIO's own reason.
+// the reader's own reason.
 ImageFile ReadImageFile(const std::string& path);
 
-// A description for an image that was not read from a file: R, G, B, A and
-// the extra channels, at the image's depth.
-OIIO::ImageSpec DefaultSpec(const Image& image);
+// The file's windows and channel count from its header alone; nullopt when it
+// cannot be opened.
+std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path);
 
-// Writes `image` laid out like `like`, with its metadata, to a temporary file
+// Writes `image` laid out like `like` (a default layout: R, G, B, A and the
+// extra channels at the image's depth), with its metadata, to a temporary file
 // beside `path` that is renamed to `path` once complete. `depth` (an
 // ImageDepth) overrides the image's own. The format follows the extension.
 // Returns warnings naming `path` and what its format could not hold: channels
 // left out, or a data type other than `depth`. Throws a file ProgramError
-// naming the file, with OpenImageIO's reason; no file is left behind then.
+// naming the file, with the writer's reason; no file is left behind then.
 // `compression`, when not empty, replaces the compression `like` names.
-std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const OIIO::ImageSpec& like,
+std::vector<std::string> WriteImageFile(const std::string& path, const Image& image, const FileLayout& like = {},
                                         std::optional<int> depth = std::nullopt, const std::string& compression = {});
 
 // Whether the format `path` names stores `depth` (an ImageDepth) as floating
@@ -67,4 +63,12 @@ std::string ParseCompression(const std::string& text, const std::string& output)
 
 // "8", "16", "half" or "float" as an ImageDepth; throws a usage ProgramError.
 int ParseDepth(const std::string& text);
-const char* DepthName(int depth);
+inline const char* DepthName(int depth)
+{
+    switch (depth) {
+    case IMDP_Int8: return "8";
+    case IMDP_Int16: return "16";
+    case IMDP_Float16: return "half";
+    default: return "float";
+    }
+}

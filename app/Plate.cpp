@@ -2,21 +2,34 @@
 
 #include "app/ExitCodes.h"
 
+#include "util/Text.h"
+
 #include <CLI/CLI.hpp>
-#include <OpenImageIO/strutil.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <map>
-
-using OIIO::ImageSpec;
-using OIIO::Strutil::iequals;
+#include <sstream>
 
 namespace {
 
-constexpr const char* kColourSpaceAttribute = "oiio:ColorSpace";
 constexpr const char* kAllLayers = "all";
 constexpr const char* kColourChannels[4] = {"R", "G", "B", "A"};
+
+bool iequals(const std::string& a, const std::string& b)
+{
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+std::string Strip(const std::string& s)
+{
+    const auto first = s.find_first_not_of(" \t");
+    if (first == std::string::npos) return {};
+    return s.substr(first, s.find_last_not_of(" \t") - first + 1);
+}
 
 // The layers among `extras`, in the order their first channel comes: each
 // name with the channel indices under it and their own names.
@@ -63,7 +76,7 @@ std::string LayerList(const std::vector<FoundLayer>& found)
 {
     std::vector<std::string> names;
     for (const FoundLayer& f : found) names.push_back(f.name + (MakeLayer(f).colour ? "" : " (data)"));
-    return names.empty() ? "none besides RGBA" : OIIO::Strutil::join(names, ", ");
+    return names.empty() ? "none besides RGBA" : Join(names);
 }
 
 // The layers `chosen` names, in the file's order.
@@ -74,8 +87,9 @@ std::vector<Layer> ChooseLayers(const std::vector<std::string>& extras, const st
     std::vector<Layer> layers;
     if (chosen.empty()) return layers;
     std::vector<std::string> names;
-    for (const auto& n : OIIO::Strutil::splits(chosen, ","))
-        if (!OIIO::Strutil::strip(n).empty()) names.push_back(OIIO::Strutil::strip(n));
+    std::stringstream list(chosen);
+    for (std::string n; std::getline(list, n, ',');)
+        if (!Strip(n).empty()) names.push_back(Strip(n));
     const bool all = names.size() == 1 && iequals(names[0], kAllLayers);
     for (const std::string& name : names) {
         const bool known = std::any_of(found.begin(), found.end(), [&](const FoundLayer& f) { return f.name == name; });
@@ -92,7 +106,7 @@ std::vector<Layer> ChooseLayers(const std::vector<std::string>& extras, const st
 }
 
 // `image` laid over the union of its data window and the frame, black outside.
-Ref<Image> OverUnion(const Ref<Image>& image, const ImageSpec& data, const ImageSpec& over)
+Ref<Image> OverUnion(const Ref<Image>& image, const FileLayout& data, const FileLayout& over)
 {
     if (over.width == data.width && over.height == data.height) return image;
     Ref<Image> out(new Image(over.width, over.height, image->Depth, image->ExtraChannels()));
@@ -132,21 +146,21 @@ void AddPlateOptions(CLI::App& command, PlateOptions& options)
 Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& options, const ColourSpaces& colour)
     : m_options(options), m_colour(colour), m_like(file.layout)
 {
-    const ImageSpec& data = file.layout;
-    if (m_like.full_width <= 0 || m_like.full_height <= 0) {
-        m_like.full_x = data.x;
-        m_like.full_y = data.y;
-        m_like.full_width = data.width;
-        m_like.full_height = data.height;
+    const FileLayout& data = file.layout;
+    if (m_like.fullWidth <= 0 || m_like.fullHeight <= 0) {
+        m_like.fullX = data.x;
+        m_like.fullY = data.y;
+        m_like.fullWidth = data.width;
+        m_like.fullHeight = data.height;
     }
-    m_like.x = std::min(data.x, m_like.full_x);
-    m_like.y = std::min(data.y, m_like.full_y);
-    m_like.width = std::max(data.x + data.width, m_like.full_x + m_like.full_width) - m_like.x;
-    m_like.height = std::max(data.y + data.height, m_like.full_y + m_like.full_height) - m_like.y;
+    m_like.x = std::min(data.x, m_like.fullX);
+    m_like.y = std::min(data.y, m_like.fullY);
+    m_like.width = std::max(data.x + data.width, m_like.fullX + m_like.fullWidth) - m_like.x;
+    m_like.height = std::max(data.y + data.height, m_like.fullY + m_like.fullHeight) - m_like.y;
 
     Ref<Image> frame = OverUnion(file.image, data, m_like);
     file.image = Ref<Image>();
-    frame->FrameWidth = m_like.full_width;
+    frame->FrameWidth = m_like.fullWidth;
     if (!options.raw) {
         m_space = options.colourIn.empty() ? colour.OfFile(data) : options.colourIn;
         colour.ToWorking(*frame, m_space, path);
@@ -176,15 +190,15 @@ std::vector<std::string> Plate::Write(const std::string& path, const std::vector
                                       std::optional<int> depth, const std::string& compression) const
 {
     Ref<Image> out(results.at(0)->CopyOfImage());
-    ImageSpec like = m_like;
+    FileLayout like = m_like;
     std::string space;
     if (!m_space.empty()) {
         const bool floatOut = HoldsFloat(path, depth.value_or(out->Depth));
         space = !m_options.colourOut.empty()                  ? m_options.colourOut
-                : floatOut == like.format.is_floating_point() ? m_space
+                : floatOut == like.floating                   ? m_space
                 : floatOut                                    ? m_colour.Working()
                                                               : std::string(ColourSpaces::kIntegerDefault);
-        like.attribute(kColourSpaceAttribute, space);
+        like.colourSpace = space;
     }
     for (std::size_t k = 0; k < m_layers.size(); ++k) {
         const Layer& layer = m_layers[k];

@@ -63,7 +63,7 @@ public:
 private:
     const PlateOptions& m_options;
     const ColourSpaces& m_colour;
-    OIIO::ImageSpec m_like;  // the file's description over the union window
+    FileLayout m_like;       // the file's description over the union window
     std::string m_space;     // the file's colour; empty with --raw
     std::vector<Layer> m_layers;  // one per source after the first
     std::vector<Ref<Image>> m_sources;

@@ -13,7 +13,6 @@
 #include "host/EngineSettings.h"
 
 #include <CLI/CLI.hpp>
-#include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <cctype>
@@ -128,11 +127,11 @@ void CheckInputFrames(const std::string& input, const FramePattern& pattern, con
 // The input frame's pixels as floats, as the program holds them.
 std::uint64_t InputFrameBytes(const std::string& path)
 {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in) return 0;
-    const OIIO::ImageSpec& layout = in->spec();
-    return std::uint64_t(std::max(layout.width, layout.full_width)) * std::max(layout.height, layout.full_height) *
-           layout.nchannels * sizeof(float);
+    const auto peeked = PeekImageFile(path);
+    if (!peeked) return 0;
+    const auto& [layout, channels] = *peeked;
+    return std::uint64_t(std::max(layout.width, layout.fullWidth)) * std::max(layout.height, layout.fullHeight) *
+           channels * sizeof(float);
 }
 
 unsigned CoresPerTask(const SubmitOptions& opt)

@@ -1,9 +1,8 @@
 #include "app/ViewDisplay.h"
 
 #include "app/ExitCodes.h"
+#include "app/ImageCodec.h"
 
-#include <OpenImageIO/filesystem.h>
-#include <OpenImageIO/imageio.h>
 
 #include <algorithm>
 #include <array>
@@ -139,18 +138,5 @@ std::string DisplayPicture(const Image& image, double exposure, bool magnitude, 
         }
     }
     const bool png = format == DisplayFormat::Png;
-    std::vector<unsigned char> bytes;
-    OIIO::Filesystem::IOVecOutput proxy(bytes);
-    auto out = OIIO::ImageOutput::create(png ? "png" : "jpg", &proxy);
-    OIIO::ImageSpec layout(image.Width, image.Height, 3, OIIO::TypeDesc::UINT8);
-    if (png) layout.attribute("png:compressionLevel", kPngCompression);
-    else {
-        layout.attribute("CompressionQuality", kJpegQuality);
-        layout.attribute("jpeg:subsampling", "4:4:4");
-    }
-    if (!out || !out->open(png ? "view.png" : "view.jpg", layout) ||
-        !out->write_image(OIIO::TypeDesc::UINT8, rgb.data()) || !out->close())
-        throw FileError(std::string("cannot encode the picture as ") + (png ? "PNG: " : "JPEG: ") +
-                        (out ? out->geterror() : OIIO::geterror()));
-    return std::string(bytes.begin(), bytes.end());
+    return Codec().Encode(rgb.data(), image.Width, image.Height, png, kPngCompression, kJpegQuality);
 }

@@ -1,0 +1,23 @@
+#pragma once
+// What an image file says besides its pixels: its windows, the kind of data it
+// holds, its colour, and everything else its header holds, which only the
+// reader that made it understands and which an output written "like" the file
+// carries over.
+#include <memory>
+#include <string>
+
+// A reader's own record of a file's header. Each reader (ExrFiles.h, the
+// OpenImageIO module) derives its own; the writers look for theirs.
+class FileMetadata {
+public:
+    virtual ~FileMetadata() = default;
+};
+
+struct FileLayout {
+    int x = 0, y = 0, width = 0, height = 0;                  // the data window
+    int fullX = 0, fullY = 0, fullWidth = 0, fullHeight = 0;  // the display window; 0 wide: the data window
+    bool floating = true;     // floating-point data (else integer)
+    std::string colourSpace;  // what the file says its colour is; empty: it says nothing
+    std::string path;         // the file it was read from; empty for a layout made up here
+    std::shared_ptr<const FileMetadata> metadata;  // null for a layout made up here
+};
