@@ -39,6 +39,9 @@ public:
     // the configuration does not know is a file error.
     void ToWorking(Image& image, const std::string& from, const std::string& file) const;
     void FromWorking(Image& image, const std::string& to) const;
+    // Whether `name` is the working space under another of its names, so
+    // converting to or from it changes nothing.
+    bool IsWorking(const std::string& name) const;
 
 private:
     // One space's way to and from the working space. The transfer is also kept
@@ -54,7 +57,6 @@ private:
     // Null for the working space itself; throws a ProgramError of `kind`
     // naming `what` when the configuration has no way between the two.
     const Transfer* Find(const std::string& name, const std::string& what, Exit kind) const;
-    bool IsWorking(const std::string& name) const;
 
     const ColourConfig& Config() const;
 

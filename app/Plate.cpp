@@ -189,17 +189,22 @@ Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& option
 std::vector<std::string> Plate::Write(const std::string& path, const std::vector<const Image*>& results,
                                       std::optional<int> depth, const std::string& compression) const
 {
-    Ref<Image> out(results.at(0)->CopyOfImage());
+    const Image& frame = *results.at(0);
     FileLayout like = m_like;
     std::string space;
     if (!m_space.empty()) {
-        const bool floatOut = HoldsFloat(path, depth.value_or(out->Depth));
+        const bool floatOut = HoldsFloat(path, depth.value_or(frame.Depth));
         space = !m_options.colourOut.empty()                  ? m_options.colourOut
                 : floatOut == like.floating                   ? m_space
                 : floatOut                                    ? m_colour.Working()
                                                               : std::string(ColourSpaces::kIntegerDefault);
         like.colourSpace = space;
     }
+    // Linear light back into a float file, with no layers to put back: the
+    // tool's result is written as it is, without a copy.
+    if (m_layers.empty() && (space.empty() || m_colour.IsWorking(space)))
+        return WriteImageFile(path, frame, like, depth, compression);
+    Ref<Image> out(frame.CopyOfImage());
     for (std::size_t k = 0; k < m_layers.size(); ++k) {
         const Layer& layer = m_layers[k];
         Ref<Image> result(results.at(k + 1)->CopyOfImage());

@@ -1,0 +1,130 @@
+// Plain OpenEXR frames are read and written through OpenEXR itself; OpenImageIO,
+// which reads every other file, is the second opinion on what they hold.
+#include "ProgramRunner.h"
+
+#include "app/ImageFiles.h"
+
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imagebuf.h>
+
+#include <cmath>
+#include <fstream>
+#include <random>
+
+namespace {
+
+using OIIO::ImageBuf;
+using OIIO::ImageSpec;
+using OIIO::TypeDesc;
+
+struct Plain {
+    const char* name;
+    std::vector<std::string> channels;
+    TypeDesc format;
+};
+
+// Values no half holds exactly, some large, some tiny, negative ones too.
+std::vector<float> Noise(std::size_t n, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<float> normal(0.3f, 2.0f);
+    std::vector<float> v(n);
+    for (std::size_t i = 0; i < n; ++i) v[i] = normal(random) * (i % 7 == 0 ? 3000.0f : i % 11 == 0 ? 1e-5f : 1.0f);
+    return v;
+}
+
+TypeDesc StoredFormat(const std::string& path) { return OIIO::ImageInput::open(path)->spec().format; }
+
+bool MapsCodecModule()
+{
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        if (line.find("lumivane-oiio.so") != std::string::npos) return true;
+    return false;
+}
+
+// Grey spreads to red, green and blue, alpha is 1 where the file has none,
+// Z is an extra channel; windows, pixel aspect and the header's own
+// attributes come back on writing, and OpenImageIO is never loaded for it.
+TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
+{
+    ScratchFolder dir;
+    const Plain plains[] = {{"y.exr", {"Y"}, TypeDesc::HALF},
+                            {"rgb.exr", {"R", "G", "B"}, TypeDesc::FLOAT},
+                            {"yaz.exr", {"Y", "A", "Z"}, TypeDesc::FLOAT}};
+    for (const Plain& plain : plains) {
+        SCOPED_TRACE(plain.name);
+        const int n = static_cast<int>(plain.channels.size());
+        ImageSpec layout(13, 7, n, plain.format);
+        layout.channelnames = plain.channels;
+        layout.x = 4;
+        layout.y = -2;
+        layout.full_width = 20;
+        layout.full_height = 9;
+        layout.attribute("PixelAspectRatio", 2.0f);
+        layout.attribute("studio:shot", "sq010_0040");
+        layout.attribute("compression", "piz");
+        const std::vector<float> values = Noise(static_cast<std::size_t>(13) * 7 * n, 7);
+        ImageBuf written(layout);
+        written.set_pixels(written.roi(), TypeDesc::FLOAT, values.data());
+        ASSERT_TRUE(written.write(dir / plain.name)) << written.geterror();
+
+        const ImageBuf stored = ReadFile(dir / plain.name);
+        const ImageFile file = ReadImageFile(dir / plain.name);
+        const Image& image = *file.image;
+        ASSERT_EQ(image.Width, 13);
+        ASSERT_EQ(image.Height, 7);
+        EXPECT_EQ(image.XScale, 2.0);
+        EXPECT_EQ(file.layout.x, 4);
+        EXPECT_EQ(file.layout.y, -2);
+        EXPECT_EQ(file.layout.fullWidth, 20);
+        const bool grey = plain.channels[0] == "Y";
+        for (int y = 0; y < 7; ++y)
+            for (int x = 0; x < 13; ++x) {
+                const float* p = image.Pixel(x, y);
+                const auto at = [&](int c) { return stored.getchannel(4 + x, y - 2, 0, c); };
+                EXPECT_EQ(p[2], at(0));
+                EXPECT_EQ(p[1], at(grey ? 0 : 1));
+                EXPECT_EQ(p[0], at(grey ? 0 : 2));
+                EXPECT_EQ(p[3], n == 3 && grey ? at(1) : 1.0f);
+                if (n == 3 && grey) EXPECT_EQ(p[4], at(2));
+            }
+
+        const std::string out = dir / (std::string("out-") + plain.name);
+        ASSERT_TRUE(WriteImageFile(out, image, file.layout).empty());
+        const ImageBuf back = ReadFile(out);
+        EXPECT_EQ(back.spec().channelnames, stored.spec().channelnames);
+        EXPECT_EQ(StoredFormat(out), plain.format);
+        EXPECT_EQ(back.roi(), stored.roi());
+        EXPECT_EQ(back.roi_full(), stored.roi_full());
+        EXPECT_EQ(back.spec().get_float_attribute("PixelAspectRatio"), 2.0f);
+        EXPECT_EQ(back.spec().get_string_attribute("studio:shot"), "sq010_0040");
+        EXPECT_EQ(back.spec().get_string_attribute("compression"), "piz");
+        EXPECT_EQ(Compare(back, stored).worst, 0.0);
+    }
+    EXPECT_FALSE(MapsCodecModule());
+}
+
+// Float results written as half round exactly as OpenImageIO rounds them.
+TEST(ExrFiles, HalfOutputRoundsLikeOpenImageIo)
+{
+    ScratchFolder dir;
+    Image image(61, 5, IMDP_Float32);
+    const std::vector<float> values = Noise(static_cast<std::size_t>(61) * 5 * 4, 11);
+    ImageBuf reference(ImageSpec(61, 5, 4, TypeDesc::FLOAT));
+    for (int y = 0; y < 5; ++y)
+        for (int x = 0; x < 61; ++x) {
+            const float* v = &values[(static_cast<std::size_t>(y) * 61 + x) * 4];
+            float* p = image.Pixel(x, y);
+            for (int c = 0; c < 4; ++c) p[kRecordPosition[c]] = v[c];
+            reference.setpixel(x, y, v);
+        }
+    WriteImageFile(dir / "ours.exr", image, {}, IMDP_Float16, "none");
+    WriteFile(reference, dir / "theirs.exr", TypeDesc::HALF);
+    const ImageBuf ours = ReadFile(dir / "ours.exr"), theirs = ReadFile(dir / "theirs.exr");
+    EXPECT_EQ(StoredFormat(dir / "ours.exr"), TypeDesc::HALF);
+    EXPECT_EQ(Compare(ours, theirs).worst, 0.0) << Compare(ours, theirs);
+}
+
+}  // namespace
