@@ -19,6 +19,11 @@ module="$work/moved/lib/lumivane/plugins/Lumivane2.plugin"
 "$program" render k.exr out.exr --unit absolute --size 3 -v >log
 grep -qF "plug-in module $module" log || { cat log; echo "the moved install did not load its own plug-in"; exit 1; }
 test -s out.exr
+# Other formats go through the image file module installed beside the host library.
+LD_DEBUG=files "$program" render out.exr out.png --unit absolute --size 3 2>loads >/dev/null
+test -s out.png
+grep -qF "$work/moved/bin/../lib/lumivane/lumivane-oiio.so" loads ||
+  { grep -F lumivane-oiio loads; echo "the moved install did not load its own image file module"; exit 1; }
 if ldd "$program" "$module" | grep -e "not found" -e "$build"; then
   echo "the moved install needs libraries it does not carry"
   exit 1
