@@ -91,27 +91,31 @@ FileLayout LayoutOf(const Imf::Header& header, const std::string& path)
     return layout;
 }
 
-// `image`'s records as OpenEXR slices for the channels in `channels`, the
-// record's (0, 0) at the data window's corner `origin`.
+// Where channel `name` lives in `image`'s pixel records, or -1 when it has none.
+int RecordOf(const Image& image, const char* name)
+{
+    if (const auto known = kRecord.find(name); known != kRecord.end() && known->second < 4) return known->second;
+    const auto& extras = image.ExtraChannels();
+    for (std::size_t k = 0; k < extras.size(); ++k)
+        if (extras[k] == name) return 4 + static_cast<int>(k);
+    return -1;
+}
+
+// `image`'s records as OpenEXR float slices for the channels in `channels`
+// that it has, the record's (0, 0) at the data window's corner `origin`.
 Imf::FrameBuffer SlicesOf(const Image& image, const Imf::ChannelList& channels, Imath::V2i origin)
 {
     const std::size_t xStride = sizeof(float) * image.PixelStride();
     const std::size_t yStride = xStride * image.Width;
     char* const corner = reinterpret_cast<char*>(const_cast<float*>(image.Pixel(0, 0)));
-    const auto& extras = image.ExtraChannels();
     Imf::FrameBuffer slices;
     for (auto c = channels.begin(); c != channels.end(); ++c) {
-        int record = -1;
-        if (const auto known = kRecord.find(c.name()); known != kRecord.end() && known->second < 4) {
-            record = known->second;
-        } else {
-            for (std::size_t k = 0; k < extras.size(); ++k)
-                if (extras[k] == c.name()) record = 4 + static_cast<int>(k);
-        }
+        const int record = RecordOf(image, c.name());
         if (record < 0) continue;  // not in the image: OpenEXR writes zeros
         char* base = corner + record * sizeof(float) - static_cast<std::ptrdiff_t>(origin.x) * xStride -
                      static_cast<std::ptrdiff_t>(origin.y) * yStride;
-        slices.insert(c.name(), Imf::Slice(Imf::FLOAT, base, xStride, yStride, 1, 1, std::strcmp(c.name(), "A") == 0 ? 1.0 : 0.0));
+        slices.insert(c.name(), Imf::Slice(Imf::FLOAT, base, xStride, yStride, 1, 1,
+                                           std::strcmp(c.name(), "A") == 0 ? 1.0 : 0.0));
     }
     return slices;
 }
@@ -124,22 +128,20 @@ Imf::FrameBuffer SlicesOf(const Image& image, const Imf::ChannelList& channels, 
 void WriteBands(Imf::OutputFile& out, const Image& image, const Imf::ChannelList& channels, Imath::V2i origin)
 {
     constexpr int kBand = 256;
-    const Imf::FrameBuffer direct = SlicesOf(image, channels, origin);
-    std::vector<const char*> halfNames;
-    for (auto c = channels.begin(); c != channels.end(); ++c)
-        if (c.channel().type == Imf::HALF && direct.findSlice(c.name())) halfNames.push_back(c.name());
+    Imf::ChannelList floats;
+    std::vector<std::pair<const char*, int>> halves;  // name, record
+    for (auto c = channels.begin(); c != channels.end(); ++c) {
+        if (c.channel().type == Imf::FLOAT) floats.insert(c.name(), c.channel());
+        else if (const int record = RecordOf(image, c.name()); record >= 0) halves.emplace_back(c.name(), record);
+    }
     const std::size_t bandValues = static_cast<std::size_t>(image.Width) * kBand;
-    std::vector<half> buffer(halfNames.size() * bandValues);
+    std::vector<half> buffer(halves.size() * bandValues);
     for (int top = 0; top < image.Height; top += kBand) {
         const int rows = std::min(kBand, image.Height - top);
-        Imf::FrameBuffer slices;
-        for (auto s = direct.begin(); s != direct.end(); ++s)
-            if (channels.findChannel(s.name())->type == Imf::FLOAT) slices.insert(s.name(), s.slice());
-        for (std::size_t k = 0; k < halfNames.size(); ++k) {
+        Imf::FrameBuffer slices = SlicesOf(image, floats, origin);
+        for (std::size_t k = 0; k < halves.size(); ++k) {
             half* band = buffer.data() + k * bandValues;
-            const Imf::Slice& from = *direct.findSlice(halfNames[k]);
-            const int record = static_cast<int>((from.base + from.xStride * origin.x + from.yStride * origin.y -
-                                                 reinterpret_cast<const char*>(image.Pixel(0, 0))) / sizeof(float));
+            const auto& [name, record] = halves[k];
             for (int y = 0; y < rows; ++y) {
                 const float* p = image.Pixel(0, top + y) + record;
                 half* row = band + static_cast<std::size_t>(y) * image.Width;
@@ -149,7 +151,7 @@ void WriteBands(Imf::OutputFile& out, const Image& image, const Imf::ChannelList
             char* base = reinterpret_cast<char*>(band) -
                          (static_cast<std::ptrdiff_t>(origin.x) + static_cast<std::ptrdiff_t>(origin.y + top) * image.Width) *
                              static_cast<std::ptrdiff_t>(sizeof(half));
-            slices.insert(halfNames[k], Imf::Slice(Imf::HALF, base, sizeof(half), sizeof(half) * image.Width));
+            slices.insert(name, Imf::Slice(Imf::HALF, base, sizeof(half), sizeof(half) * image.Width));
         }
         out.setFrameBuffer(slices);
         out.writePixels(rows);
