@@ -105,15 +105,16 @@ int RecordOf(const Image& image, const char* name)
 // that it has, the record's (0, 0) at the data window's corner `origin`.
 Imf::FrameBuffer SlicesOf(const Image& image, const Imf::ChannelList& channels, Imath::V2i origin)
 {
-    const std::size_t xStride = sizeof(float) * image.PixelStride();
-    const std::size_t yStride = xStride * image.Width;
+    const std::ptrdiff_t xStride = static_cast<std::ptrdiff_t>(sizeof(float)) * image.PixelStride();
+    const std::ptrdiff_t yStride = xStride * image.Width;
     char* const corner = reinterpret_cast<char*>(const_cast<float*>(image.Pixel(0, 0)));
     Imf::FrameBuffer slices;
     for (auto c = channels.begin(); c != channels.end(); ++c) {
         const int record = RecordOf(image, c.name());
         if (record < 0) continue;  // not in the image: OpenEXR writes zeros
-        char* base = corner + record * sizeof(float) - static_cast<std::ptrdiff_t>(origin.x) * xStride -
-                     static_cast<std::ptrdiff_t>(origin.y) * yStride;
+        const std::ptrdiff_t offset = record * static_cast<std::ptrdiff_t>(sizeof(float)) - origin.x * xStride -
+                                      origin.y * yStride;
+        char* base = corner + offset;
         slices.insert(c.name(), Imf::Slice(Imf::FLOAT, base, xStride, yStride, 1, 1,
                                            std::strcmp(c.name(), "A") == 0 ? 1.0 : 0.0));
     }
