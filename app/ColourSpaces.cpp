@@ -3,7 +3,6 @@
 #include "util/Text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 
 namespace {
@@ -33,13 +32,6 @@ void EachRow(Image& image, Convert convert)
             for (int c = 0; c < 3; ++c) p[kRecordPosition[c]] = divide ? rgb[3 * x + c] * a : rgb[3 * x + c];
         }
     }
-}
-
-bool SameName(const std::string& a, const std::string& b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-           });
 }
 
 const char* ConfigVariable()
@@ -97,7 +89,7 @@ std::string ColourSpaces::OfFile(const FileLayout& layout) const
 bool ColourSpaces::IsWorking(const std::string& name) const
 {
     // Files name linear light in many ways ("Linear" from OpenEXR, say).
-    return SameName(name, m_working) || SameName(name, kLinear) || SameName(name, kWorkingRole);
+    return SameIgnoringCase(name, m_working) || SameIgnoringCase(name, kLinear) || SameIgnoringCase(name, kWorkingRole);
 }
 
 void ColourSpaces::Check(const std::string& name, const std::string& what) const { Find(name, what, Exit::Usage); }

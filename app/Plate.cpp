@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <map>
 #include <sstream>
@@ -16,13 +15,6 @@ namespace {
 
 constexpr const char* kAllLayers = "all";
 constexpr const char* kColourChannels[4] = {"R", "G", "B", "A"};
-
-bool iequals(const std::string& a, const std::string& b)
-{
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-           });
-}
 
 std::string Strip(const std::string& s)
 {
@@ -61,7 +53,7 @@ Layer MakeLayer(const FoundLayer& found)
     layer.name = found.name;
     for (int c = 0; c < 4; ++c)
         for (const auto& [channel, index] : found.channels)
-            if (iequals(channel, kColourChannels[c])) layer.slot[c] = index;
+            if (SameIgnoringCase(channel, kColourChannels[c])) layer.slot[c] = index;
     layer.colour = layer.slot[0] >= 0 && layer.slot[1] >= 0 && layer.slot[2] >= 0;
     if (layer.colour) return layer;
     std::fill(std::begin(layer.slot), std::end(layer.slot), -1);
@@ -90,10 +82,10 @@ std::vector<Layer> ChooseLayers(const std::vector<std::string>& extras, const st
     std::stringstream list(chosen);
     for (std::string n; std::getline(list, n, ',');)
         if (!Strip(n).empty()) names.push_back(Strip(n));
-    const bool all = names.size() == 1 && iequals(names[0], kAllLayers);
+    const bool all = names.size() == 1 && SameIgnoringCase(names[0], kAllLayers);
     for (const std::string& name : names) {
         const bool known = std::any_of(found.begin(), found.end(), [&](const FoundLayer& f) { return f.name == name; });
-        if (!all && !known && !iequals(name, "RGBA"))
+        if (!all && !known && !SameIgnoringCase(name, "RGBA"))
             throw UsageError("--layers " + chosen + ": " + path + " has no layer \"" + name +
                              "\"; its layers: " + LayerList(found));
     }

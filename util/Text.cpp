@@ -1,5 +1,8 @@
 #include "util/Text.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include <cmath>
 #include <cstdio>
 #include <sstream>
@@ -24,4 +27,11 @@ std::string Join(const std::vector<std::string>& items, const std::string& separ
     std::string s;
     for (std::size_t i = 0; i < items.size(); ++i) s += (i ? separator : std::string()) + items[i];
     return s;
+}
+
+bool SameIgnoringCase(const std::string& a, const std::string& b)
+{
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
 }

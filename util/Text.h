@@ -11,3 +11,5 @@ std::string FormatNumber(double value);
 std::string FormatMemorySize(std::uint64_t bytes);
 // "a, b, c"; "" for no items.
 std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ");
+// Whether `a` and `b` are the same text but for the case of ASCII letters.
+bool SameIgnoringCase(const std::string& a, const std::string& b);
