@@ -76,11 +76,31 @@ bool FrequencyArray::ForwardRows(std::int32_t leadingRows, std::int32_t trailing
 
 bool FrequencyArray::BackwardRows(std::int32_t leadingRows) { return Transform(false, leadingRows, 0); }
 
+bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter,
+                            std::int32_t leadingRows, std::int32_t trailingRows, std::int32_t keptRows)
+{
+    if (spectrum.width != width || spectrum.height != height || spectrum.size != size)
+        throw std::runtime_error("Spectra differ in size");
+    if (!Usable() || !spectrum.data) {
+        Release();
+        return false;
+    }
+    const FftRows rows{leadingRows, trailingRows, m_threads};
+    if (ExecuteFilterFft(*descriptor, data, spectrum.data, product, parameter, rows, keptRows)) return true;
+    Release();
+    return false;
+}
+
+bool FrequencyArray::Usable() const
+{
+    return data && descriptor && descriptor->width == width && descriptor->height == height
+           && FftPlansFit(*descriptor, data);
+}
+
 bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows)
 {
     if (!data) return false;
-    if (!descriptor || descriptor->width != width || descriptor->height != height
-        || !FftPlansFit(*descriptor, data)) {
+    if (!Usable()) {
         Release();
         return false;
     }

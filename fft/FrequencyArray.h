@@ -20,6 +20,8 @@
 //
 // Transforms are unnormalised in both directions: Forward then Backward
 // multiplies every sample by width * height.
+#include "fft/SpectrumProduct.h"
+
 #include <cstdint>
 
 struct FftPlanPair;  // the FFT backend's plans for one size (fft/FftPlans.h)
@@ -53,6 +55,14 @@ public:
     // leaving the others undefined. A padded image needs about half the rows.
     bool ForwardRows(std::int32_t leadingRows, std::int32_t trailingRows);
     bool BackwardRows(std::int32_t leadingRows);
+    // ForwardRows(leadingRows, trailingRows), `product` with `spectrum` (an array
+    // of the same size, transformed) over every bin, then BackwardRows(keptRows),
+    // with the same result to the last bit; the spectrum is never written out
+    // whole in between, which saves three passes over the array. Throws
+    // std::runtime_error("Spectra differ in size") when the sizes differ; false as
+    // for the transforms.
+    bool Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter, std::int32_t leadingRows,
+                std::int32_t trailingRows, std::int32_t keptRows);
     // Later transforms of this array split their column stage over `threads`
     // threads: for an array that other workers wait for, so that their cores
     // take part instead of idling. 1 (the default) keeps to the calling thread.
@@ -66,6 +76,8 @@ public:
     std::int32_t width = 0;
 
 private:
+    // Holds data and plans that fit it.
+    bool Usable() const;
     bool Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows);
     void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight);
 

@@ -127,8 +127,6 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
     // zero, and only the image's own rows of the result are read back.
     const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
     const std::int32_t imageHeight = channelStore.height;
-    if (!image.ForwardRows(imageHeight + reach, reach))
-        throw std::runtime_error("the forward transform of the image failed");
 
     const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
         Ref<Image> kernel(ObtainKernel(plan, c));
@@ -145,8 +143,9 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
             throw std::runtime_error("the forward transform of the kernel failed");
     });
 
-    if (plan.convolve) MultiplySpectra(image, k);
-    else WienerDivideSpectra(image, k, plan.wiener);
-    if (!image.BackwardRows(imageHeight)) throw std::runtime_error("the inverse transform of the image failed");
+    const bool filtered = plan.convolve
+                              ? image.Filter(k, MultiplyBins, 0.0, imageHeight + reach, reach, imageHeight)
+                              : image.Filter(k, WienerDivideBins, plan.wiener, imageHeight + reach, reach, imageHeight);
+    if (!filtered) throw std::runtime_error("the transform of the image failed");
     WritePlane(image, channelStore, chunk);
 }

@@ -109,6 +109,59 @@ INSTANTIATE_TEST_SUITE_P(Shapes, StagedTransform,
                                            Case{22, 6, 6, 6, 2},     // every row
                                            Case{21, 8, 2, 2, 2}));   // odd width: two-dimensional plans
 
+// Filtering in one go against circular convolution done directly, and against the
+// three steps it replaces (forward, product over the whole spectrum, inverse),
+// which it must match to the last bit, for both products.
+TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
+{
+    const Case c = GetParam();
+    FrequencyArray image, kernel;
+    image.Create(c.width, c.height);
+    kernel.Create(c.width, c.height);
+    const std::int32_t w = image.width, h = image.height, stride = w + 2;
+    std::mt19937 generator(w * 7 + h);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    for (std::int32_t y = 0; y < h; ++y)
+        for (std::int32_t x = 0; x < w; ++x) {
+            if (y < c.leading || y >= h - c.trailing) image.data[y * stride + x] = value(generator);
+            // A kernel round the origin, wrapped, as the tool places one.
+            if ((y < 2 || y >= h - 1) && (x < 2 || x >= w - 1)) kernel.data[y * stride + x] = value(generator);
+        }
+    const std::vector<double> in(image.data, image.data + image.size), k(kernel.data, kernel.data + kernel.size);
+    ASSERT_TRUE(kernel.Forward());
+
+    const std::int32_t kept = std::max(1, c.leading);
+    image.SetTransformThreads(c.threads);
+    ASSERT_TRUE(image.Filter(kernel, MultiplyBins, 0.0, c.leading, c.trailing, kept));
+    for (std::int32_t y = 0; y < kept; ++y)
+        for (std::int32_t x = 0; x < w; ++x) {
+            double direct = 0;
+            for (std::int32_t j = 0; j < h; ++j)
+                for (std::int32_t i = 0; i < w; ++i)
+                    direct += in[j * stride + i] * k[((y - j + h) % h) * stride + (x - i + w) % w];
+            ASSERT_NEAR(image.data[y * stride + x], direct * w * h, 1e-9) << x << ", " << y;
+        }
+
+    for (const bool wiener : {false, true}) {
+        FrequencyArray fused, steps;
+        for (FrequencyArray* a : {&fused, &steps}) {
+            a->Create(c.width, c.height);
+            std::memcpy(a->data, in.data(), in.size() * sizeof(double));
+        }
+        fused.SetTransformThreads(c.threads);
+        ASSERT_TRUE(fused.Filter(kernel, wiener ? WienerDivideBins : MultiplyBins, 0.3, c.leading, c.trailing, kept));
+        ASSERT_TRUE(steps.ForwardRows(c.leading, c.trailing));
+        if (wiener) WienerDivideSpectra(steps, kernel, 0.3);
+        else MultiplySpectra(steps, kernel);
+        ASSERT_TRUE(steps.BackwardRows(kept));
+        const std::size_t compared = static_cast<std::size_t>(c.width % 2 ? h : kept) * stride;
+        EXPECT_EQ(std::memcmp(fused.data, steps.data, compared * sizeof(double)), 0) << (wiener ? "Wiener" : "product");
+    }
+    FrequencyArray other;
+    other.Create(c.width + 2, c.height);
+    EXPECT_THROW(image.Filter(other, MultiplyBins, 0.0, h, 0, h), std::runtime_error);
+}
+
 TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
 {
     constexpr std::uint32_t w = 30, h = 12, planeW = 7, planeH = 5;
