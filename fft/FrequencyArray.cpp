@@ -79,7 +79,7 @@ bool FrequencyArray::BackwardRows(std::int32_t leadingRows) { return Transform(f
 bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter,
                             std::int32_t leadingRows, std::int32_t trailingRows, std::int32_t keptRows)
 {
-    if (spectrum.width != width || spectrum.height != height || spectrum.size != size)
+    if (spectrum.width != width || spectrum.height != height || spectrum.size != size || !spectrum.m_forFilter)
         throw std::runtime_error("Spectra differ in size");
     if (!Usable() || !spectrum.data) {
         Release();
@@ -91,15 +91,30 @@ bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct prod
     return false;
 }
 
+bool FrequencyArray::ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t trailingRows)
+{
+    if (!data) return false;
+    double* blocks = Usable() ? TakeFftBuffer(static_cast<std::size_t>(size)) : nullptr;
+    if (!blocks || !ExecuteForwardFftToBlocks(*descriptor, data, blocks, FftRows{leadingRows, trailingRows, m_threads})) {
+        ReturnFftBuffer(blocks, static_cast<std::size_t>(size));
+        Release();
+        return false;
+    }
+    ReturnFftBuffer(data, static_cast<std::size_t>(size));
+    data = blocks;
+    m_forFilter = true;
+    return true;
+}
+
 bool FrequencyArray::Usable() const
 {
-    return data && descriptor && descriptor->width == width && descriptor->height == height
+    return data && !m_forFilter && descriptor && descriptor->width == width && descriptor->height == height
            && FftPlansFit(*descriptor, data);
 }
 
 bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows)
 {
-    if (!data) return false;
+    if (!data || m_forFilter) return false;
     if (!Usable()) {
         Release();
         return false;
@@ -126,6 +141,7 @@ void FrequencyArray::Release()
     ReturnFftBuffer(data, static_cast<std::size_t>(size));
     size = height = width = 0;
     m_threads = 1;
+    m_forFilter = false;
     data = nullptr;
     descriptor = nullptr;
 }

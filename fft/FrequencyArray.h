@@ -55,11 +55,18 @@ public:
     // leaving the others undefined. A padded image needs about half the rows.
     bool ForwardRows(std::int32_t leadingRows, std::int32_t trailingRows);
     bool BackwardRows(std::int32_t leadingRows);
-    // ForwardRows(leadingRows, trailingRows), `product` with `spectrum` (an array
-    // of the same size, transformed) over every bin, then BackwardRows(keptRows),
-    // with the same result to the last bit; the spectrum is never written out
-    // whole in between, which saves three passes over the array. Throws
-    // std::runtime_error("Spectra differ in size") when the sizes differ; false as
+    // ForwardRows for an array that is then only the `spectrum` of Filter: the
+    // spectrum is left in the order Filter reads (column blocks, StagedTransform.h),
+    // on a buffer of its own: the array's buffer goes back to the kept ones. The
+    // array cannot be transformed again.
+    bool ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t trailingRows);
+    bool ForFilter() const { return m_forFilter; }
+    // ForwardRows(leadingRows, trailingRows), `product` with the spectrum of an
+    // array of the same size that ForwardRowsForFilter made, over every bin, then
+    // BackwardRows(keptRows): the same result to the last bit, but each column
+    // block goes through all three while in the core's cache, and the spectrum is
+    // never written out whole. Throws std::runtime_error("Spectra differ in size")
+    // when the sizes differ, or the spectrum was not made for filtering; false as
     // for the transforms.
     bool Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter, std::int32_t leadingRows,
                 std::int32_t trailingRows, std::int32_t keptRows);
@@ -82,4 +89,5 @@ private:
     void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight);
 
     int m_threads = 1;
+    bool m_forFilter = false;
 };

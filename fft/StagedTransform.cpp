@@ -71,7 +71,7 @@ void CopyColumns(fftw_complex* spectrum, fftw_complex* block, std::int32_t rows,
 
 // What a filter does to each block between its two column stages.
 struct BlockProduct {
-    const double* spectrum;  // the other spectrum, in the array's layout
+    const double* spectrum;  // the other spectrum, in column-block order
     SpectrumProduct product;
     double parameter;
 };
@@ -80,9 +80,10 @@ struct BlockProduct {
 // gathered into `gathered`, transformed there and put back. `from` are the rows
 // that can be non-zero on the way in; `to` the rows wanted on the way out. With a
 // product, each block is transformed forward, multiplied and transformed back
-// before it is put back.
+// before it is put back. With `blockOrder`, each transformed block is put there, in
+// column-block order, instead of back into the array.
 void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_complex* gathered, bool forward,
-                           const BlockProduct* filter, const std::vector<RowSpan>& from,
+                           const BlockProduct* filter, double* blockOrder, const std::vector<RowSpan>& from,
                            const std::vector<RowSpan>& to, int part, int parts)
 {
     const std::int32_t height = plans.height;
@@ -98,16 +99,16 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
         const fftw_plan plan = whole ? (forward ? plans.columnsForward : plans.columnsBackward)
                                      : (forward ? plans.restForward : plans.restBackward);
         fftw_execute_dft(plan, gathered, gathered);
+        const std::size_t bins = static_cast<std::size_t>(height) * count;
+        const std::size_t offset = 2 * static_cast<std::size_t>(first) * height;  // of the block, in doubles
         if (filter) {
-            auto* bins = reinterpret_cast<double*>(gathered);
-            const double* other = filter->spectrum + 2 * static_cast<std::size_t>(first);
-            const std::size_t otherRow = 2 * static_cast<std::size_t>(columns);
-            for (std::int32_t y = 0; y < height; ++y)
-                filter->product(bins + 2 * static_cast<std::size_t>(y) * count, other + y * otherRow,
-                                static_cast<std::size_t>(count), filter->parameter);
+            filter->product(reinterpret_cast<double*>(gathered), filter->spectrum + offset, bins, filter->parameter);
             fftw_execute_dft(whole ? plans.columnsBackward : plans.restBackward, gathered, gathered);
         }
-        CopyColumns<false>(spectrum + first, gathered, height, to, static_cast<std::size_t>(columns), count);
+        if (blockOrder)
+            std::memcpy(blockOrder + offset, gathered, bins * sizeof(fftw_complex));
+        else
+            CopyColumns<false>(spectrum + first, gathered, height, to, static_cast<std::size_t>(columns), count);
     }
 }
 
@@ -121,7 +122,8 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
 // other chunks wait for, whose workers sit idle meanwhile: the helpers use their
 // cores. This layer also knows nothing of the host.
 bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, const BlockProduct* filter,
-                      const std::vector<RowSpan>& from, const std::vector<RowSpan>& to, int threads)
+                      double* blockOrder, const std::vector<RowSpan>& from, const std::vector<RowSpan>& to,
+                      int threads)
 {
     const std::size_t blockDoubles = 2 * static_cast<std::size_t>(plans.height) * plans.columnBlock;
     std::vector<std::unique_ptr<double, void (*)(double*)>> gathered;
@@ -137,16 +139,16 @@ bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, co
         for (int part = 1; part < parts; ++part)
             helpers.emplace_back([&, part] {
                 TransformColumnBlocks(plans, buffer, reinterpret_cast<fftw_complex*>(gathered[part].get()),
-                                      forward, filter, from, to, part, parts);
+                                      forward, filter, blockOrder, from, to, part, parts);
             });
     } catch (const std::system_error&) {
         // The helpers that did start keep their parts; this thread takes the rest.
     }
     const int started = static_cast<int>(helpers.size()) + 1;
     auto* own = reinterpret_cast<fftw_complex*>(gathered[0].get());
-    TransformColumnBlocks(plans, buffer, own, forward, filter, from, to, 0, parts);
+    TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, 0, parts);
     for (int part = started; part < parts; ++part)
-        TransformColumnBlocks(plans, buffer, own, forward, filter, from, to, part, parts);
+        TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, part, parts);
     for (std::thread& helper : helpers) helper.join();
     return true;
 }
@@ -173,7 +175,7 @@ bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& 
     // read them either; it writes every row of the spectrum.
     const std::vector<RowSpan> spans = SpansOf(plans, rows);
     TransformRows(plans, buffer, spans, true);
-    return TransformColumns(plans, buffer, true, nullptr, spans, {{0, plans.height}}, std::max(1, rows.threads));
+    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}}, std::max(1, rows.threads));
 }
 
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows)
@@ -184,7 +186,7 @@ bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows&
     }
     // Only the rows the row stage turns back need their columns put back.
     const std::vector<RowSpan> kept = SpansOf(plans, FftRows{rows.leading, 0, 1});
-    if (!TransformColumns(plans, buffer, false, nullptr, {{0, plans.height}}, kept, std::max(1, rows.threads))) return false;
+    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept, std::max(1, rows.threads))) return false;
     TransformRows(plans, buffer, kept, false);
     return true;
 }
@@ -205,7 +207,19 @@ bool ExecuteFilterFft(const FftPlanPair& plans, double* buffer, const double* sp
     const std::vector<RowSpan> out = SpansOf(plans, FftRows{kept, 0, 1});
     TransformRows(plans, buffer, in, true);
     const BlockProduct filter{spectrum, product, parameter};
-    if (!TransformColumns(plans, buffer, true, &filter, in, out, std::max(1, rows.threads))) return false;
+    if (!TransformColumns(plans, buffer, true, &filter, nullptr, in, out, std::max(1, rows.threads))) return false;
     TransformRows(plans, buffer, out, false);
     return true;
+}
+
+bool ExecuteForwardFftToBlocks(const FftPlanPair& plans, double* buffer, double* blocks, const FftRows& rows)
+{
+    if (!plans.rowForward) {
+        if (!ExecuteForwardFft(plans, buffer, rows)) return false;
+        std::memcpy(blocks, buffer, (static_cast<std::size_t>(plans.width) + 2) * plans.height * sizeof(double));
+        return true;
+    }
+    const std::vector<RowSpan> spans = SpansOf(plans, rows);
+    TransformRows(plans, buffer, spans, true);
+    return TransformColumns(plans, buffer, true, nullptr, blocks, spans, {}, std::max(1, rows.threads));
 }

@@ -40,8 +40,16 @@ struct FftRows {
 bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);
 
-// Forward transform of buffer, `product` with `spectrum` (a transformed array of
-// the same size and layout), inverse: the result of ExecuteForwardFft, the
+// The forward transform of buffer, its spectrum written to `blocks` (as long as
+// buffer) in column-block order, the order a filter reads it in: the columns
+// [first, first + count) of each block of plans.columnBlock columns lie together,
+// row by row, bin (u, v) at complex value first * height + v * count + u - first.
+// Odd widths have no blocks: their spectrum is copied there as FrequencyArray lays
+// it out. buffer's contents are undefined afterwards.
+bool ExecuteForwardFftToBlocks(const FftPlanPair& plans, double* buffer, double* blocks, const FftRows& rows);
+
+// Forward transform of buffer, `product` with `spectrum` (a spectrum of the same
+// size from ExecuteForwardFftToBlocks), inverse: the result of ExecuteForwardFft, the
 // product over every bin and ExecuteBackwardFft, to the last bit. rows.leading
 // and rows.trailing say which rows may be non-zero on the way in, as for the
 // forward transform; `kept` rows of the result are made, as rows.leading is for

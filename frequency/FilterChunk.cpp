@@ -116,18 +116,9 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
     if (chunk > 3 && kernelSpectra.AlphaShared()) return;
     const std::int32_t c = chunk % 3;
     const TransformSize size = SizeFor(plan, c);
-    FrequencyArray image;
-    // The plane fills the top-left corner; only the rest needs zeroing.
-    image.CreateForPlane(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
-                         static_cast<std::uint32_t>(channelStore.height));
-    ReadPlane(image, channelStore, chunk);
-    ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
-    // Edge extension writes at most half the kernel plus one row below the
-    // image and as many at the far end of the array; every other row is still
-    // zero, and only the image's own rows of the result are read back.
-    const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
-    const std::int32_t imageHeight = channelStore.height;
 
+    // The kernel first: its array's buffer is handed back once its spectrum is
+    // made, and this chunk's image array takes it.
     const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
         Ref<Image> kernel(ObtainKernel(plan, c));
         spectrum.Create(size.width, size.height);
@@ -139,10 +130,21 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
         // The kernel sits centred on the origin: its rows are the first and the
         // last few of the array.
         const std::int32_t kernelReach = kernel->Height / 2 + 1;
-        if (!spectrum.ForwardRows(kernelReach, kernelReach))
+        if (!spectrum.ForwardRowsForFilter(kernelReach, kernelReach))
             throw std::runtime_error("the forward transform of the kernel failed");
     });
 
+    FrequencyArray image;
+    // The plane fills the top-left corner; only the rest needs zeroing.
+    image.CreateForPlane(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
+                         static_cast<std::uint32_t>(channelStore.height));
+    ReadPlane(image, channelStore, chunk);
+    ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
+    // Edge extension writes at most half the kernel plus one row below the
+    // image and as many at the far end of the array; every other row is still
+    // zero, and only the image's own rows of the result are read back.
+    const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
+    const std::int32_t imageHeight = channelStore.height;
     const bool filtered = plan.convolve
                               ? image.Filter(k, MultiplyBins, 0.0, imageHeight + reach, reach, imageHeight)
                               : image.Filter(k, WienerDivideBins, plan.wiener, imageHeight + reach, reach, imageHeight);

@@ -128,7 +128,13 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
             if ((y < 2 || y >= h - 1) && (x < 2 || x >= w - 1)) kernel.data[y * stride + x] = value(generator);
         }
     const std::vector<double> in(image.data, image.data + image.size), k(kernel.data, kernel.data + kernel.size);
-    ASSERT_TRUE(kernel.Forward());
+    FrequencyArray spectrum;  // the same kernel, transformed as the steps below want it
+    spectrum.Create(c.width, c.height);
+    std::memcpy(spectrum.data, k.data(), k.size() * sizeof(double));
+    ASSERT_TRUE(spectrum.Forward());
+    kernel.SetTransformThreads(c.threads);
+    ASSERT_TRUE(kernel.ForwardRowsForFilter(2, 1));
+    EXPECT_FALSE(kernel.Forward()) << "a spectrum in column blocks was transformed as an array";
 
     const std::int32_t kept = std::max(1, c.leading);
     image.SetTransformThreads(c.threads);
@@ -151,8 +157,8 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
         fused.SetTransformThreads(c.threads);
         ASSERT_TRUE(fused.Filter(kernel, wiener ? WienerDivideBins : MultiplyBins, 0.3, c.leading, c.trailing, kept));
         ASSERT_TRUE(steps.ForwardRows(c.leading, c.trailing));
-        if (wiener) WienerDivideSpectra(steps, kernel, 0.3);
-        else MultiplySpectra(steps, kernel);
+        if (wiener) WienerDivideSpectra(steps, spectrum, 0.3);
+        else MultiplySpectra(steps, spectrum);
         ASSERT_TRUE(steps.BackwardRows(kept));
         const std::size_t compared = static_cast<std::size_t>(c.width % 2 ? h : kept) * stride;
         EXPECT_EQ(std::memcmp(fused.data, steps.data, compared * sizeof(double)), 0) << (wiener ? "Wiener" : "product");
@@ -160,6 +166,7 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
     FrequencyArray other;
     other.Create(c.width + 2, c.height);
     EXPECT_THROW(image.Filter(other, MultiplyBins, 0.0, h, 0, h), std::runtime_error);
+    EXPECT_THROW(image.Filter(spectrum, MultiplyBins, 0.0, h, 0, h), std::runtime_error);
 }
 
 TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
