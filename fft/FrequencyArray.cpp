@@ -26,6 +26,12 @@ void FrequencyArray::Create(std::uint32_t newWidth, std::uint32_t newHeight)
 void FrequencyArray::CreateForPlane(std::uint32_t newWidth, std::uint32_t newHeight, std::uint32_t planeWidth,
                                     std::uint32_t planeHeight)
 {
+    CreateForRows(newWidth, newHeight, planeWidth, planeHeight, INT32_MAX, 0);
+}
+
+void FrequencyArray::CreateForRows(std::uint32_t newWidth, std::uint32_t newHeight, std::uint32_t planeWidth,
+                                   std::uint32_t planeHeight, std::int32_t leadingRows, std::int32_t trailingRows)
+{
     if (newWidth == 0 || newHeight == 0) {
         Release();
         return;
@@ -45,7 +51,7 @@ void FrequencyArray::CreateForPlane(std::uint32_t newWidth, std::uint32_t newHei
     width = static_cast<std::int32_t>(newWidth);
     height = static_cast<std::int32_t>(newHeight);
     size = static_cast<std::int32_t>(length);
-    ZeroOutside(planeWidth, planeHeight);
+    ZeroOutside(planeWidth, planeHeight, leadingRows, trailingRows);
 
     const FftPlanPair* plans = nullptr;
     FftStatus status = AcquireFftPlans(width, height, false, plans);
@@ -126,14 +132,25 @@ bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int3
     return false;
 }
 
-void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight)
+void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight, std::int32_t leadingRows,
+                                 std::int32_t trailingRows)
 {
     const std::size_t stride = static_cast<std::size_t>(width) + 2;
     const std::size_t columns = std::min<std::size_t>(planeWidth, static_cast<std::size_t>(width));
-    const std::size_t rows = columns == 0 ? 0 : std::min<std::size_t>(planeHeight, static_cast<std::size_t>(height));
-    for (std::size_t y = 0; y < rows; ++y)
-        std::memset(data + y * stride + columns, 0, (stride - columns) * sizeof(double));
-    std::memset(data + rows * stride, 0, (static_cast<std::size_t>(size) - rows * stride) * sizeof(double));
+    const std::int32_t rows =
+        columns == 0 ? 0 : static_cast<std::int32_t>(std::min<std::uint32_t>(planeHeight, static_cast<std::uint32_t>(height)));
+    // The rows the transforms read, as StagedTransform's row spans have them.
+    const std::int32_t leading = std::clamp(leadingRows, 0, height);
+    const std::int32_t trailing = std::clamp(trailingRows, 0, height);
+    const bool every = leading >= height - trailing;
+    for (std::int32_t y = 0; y < height; ++y) {
+        if (!every && y >= leading && y < height - trailing) {
+            y = height - trailing - 1;  // on to the trailing rows
+            continue;
+        }
+        const std::size_t first = y < rows ? columns : 0;
+        std::memset(data + y * stride + first, 0, (stride - first) * sizeof(double));
+    }
 }
 
 void FrequencyArray::Release()

@@ -45,6 +45,12 @@ public:
     // current size the contents are kept, as with Create.
     void CreateForPlane(std::uint32_t width, std::uint32_t height, std::uint32_t planeWidth,
                         std::uint32_t planeHeight);
+    // CreateForPlane for an array that only ForwardRows, ForwardRowsForFilter or
+    // Filter with the same `leadingRows` and `trailingRows` reads: only those rows
+    // are zeroed outside the plane; the rows between keep whatever the buffer held
+    // (kept buffers hold earlier arrays' samples), which those transforms never read.
+    void CreateForRows(std::uint32_t width, std::uint32_t height, std::uint32_t planeWidth, std::uint32_t planeHeight,
+                       std::int32_t leadingRows, std::int32_t trailingRows);
     // Return false (and leave the array empty) when the transform cannot run.
     bool Forward();
     bool Backward();
@@ -86,7 +92,8 @@ private:
     // Holds data and plans that fit it.
     bool Usable() const;
     bool Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows);
-    void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight);
+    void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight, std::int32_t leadingRows,
+                     std::int32_t trailingRows);
 
     int m_threads = 1;
     bool m_forFilter = false;

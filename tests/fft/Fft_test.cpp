@@ -169,7 +169,7 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
     EXPECT_THROW(image.Filter(spectrum, MultiplyBins, 0.0, h, 0, h), std::runtime_error);
 }
 
-TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
+TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead)
 {
     constexpr std::uint32_t w = 30, h = 12, planeW = 7, planeH = 5;
     FrequencyArray dirty;
@@ -187,8 +187,26 @@ TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
                 ASSERT_EQ(plane.data[y * (w + 2) + x], 0.0) << x << ", " << y;
             }
 
+    // Only the rows a transform reads are cleared: it must not read the others.
+    constexpr std::int32_t leading = planeH + 2, trailing = 3;
     std::fill(plane.data, plane.data + plane.size, std::numeric_limits<double>::quiet_NaN());
     plane.Release();
+    FrequencyArray rows;
+    rows.CreateForRows(w, h, planeW, planeH, leading, trailing);
+    ASSERT_EQ(rows.data, buffer);
+    for (std::int32_t y = 0; y < h; ++y)
+        for (std::int32_t x = 0; x < static_cast<std::int32_t>(w) + 2; ++x) {
+            double& sample = rows.data[y * (w + 2) + x];
+            if (x < static_cast<std::int32_t>(planeW) && y < static_cast<std::int32_t>(planeH)) sample = 1.0;
+            else if (y < leading || y >= static_cast<std::int32_t>(h) - trailing) ASSERT_EQ(sample, 0.0) << x << ", " << y;
+        }
+    ASSERT_TRUE(rows.ForwardRows(leading, trailing));
+    // A constant plane: bin (0, 0) is its sum, and nothing is NaN.
+    EXPECT_EQ(rows.data[0], double(planeW * planeH));
+    EXPECT_EQ(std::count_if(rows.data, rows.data + rows.size, [](double v) { return std::isnan(v); }), 0);
+
+    std::fill(rows.data, rows.data + rows.size, std::numeric_limits<double>::quiet_NaN());
+    rows.Release();
     FrequencyArray whole;
     whole.Create(w, h);
     for (std::int32_t i = 0; i < whole.size; ++i) ASSERT_EQ(whole.data[i], 0.0) << i;
