@@ -85,8 +85,10 @@ bool FrequencyArray::BackwardRows(std::int32_t leadingRows) { return Transform(f
 bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter,
                             std::int32_t leadingRows, std::int32_t trailingRows, std::int32_t keptRows)
 {
-    if (spectrum.width != width || spectrum.height != height || spectrum.size != size || !spectrum.m_forFilter)
+    if (spectrum.width != width || spectrum.height != height || spectrum.size != size)
         throw std::runtime_error("Spectra differ in size");
+    if (!spectrum.m_forFilter)
+        throw std::runtime_error("the spectrum to filter with was not made by ForwardRowsForFilter");
     if (!Usable() || !spectrum.data) {
         Release();
         return false;

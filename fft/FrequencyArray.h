@@ -72,8 +72,8 @@ public:
     // BackwardRows(keptRows): the same result to the last bit, but each column
     // block goes through all three while in the core's cache, and the spectrum is
     // never written out whole. Throws std::runtime_error("Spectra differ in size")
-    // when the sizes differ, or the spectrum was not made for filtering; false as
-    // for the transforms.
+    // when the sizes differ, and another when the spectrum was not made by
+    // ForwardRowsForFilter; false as for the transforms.
     bool Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter, std::int32_t leadingRows,
                 std::int32_t trailingRows, std::int32_t keptRows);
     // Later transforms of this array split their column stage over `threads`
