@@ -103,7 +103,8 @@ bool FrequencyArray::ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t
 {
     if (!data) return false;
     double* blocks = Usable() ? TakeFftBuffer(static_cast<std::size_t>(size)) : nullptr;
-    if (!blocks || !ExecuteForwardFftToBlocks(*descriptor, data, blocks, FftRows{leadingRows, trailingRows, m_threads})) {
+    const FftRows rows{leadingRows, trailingRows, m_threads};
+    if (!blocks || !ExecuteForwardFftToBlocks(*descriptor, data, blocks, rows)) {
         ReturnFftBuffer(blocks, static_cast<std::size_t>(size));
         Release();
         return false;
@@ -139,8 +140,8 @@ void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHe
 {
     const std::size_t stride = static_cast<std::size_t>(width) + 2;
     const std::size_t columns = std::min<std::size_t>(planeWidth, static_cast<std::size_t>(width));
-    const std::int32_t rows =
-        columns == 0 ? 0 : static_cast<std::int32_t>(std::min<std::uint32_t>(planeHeight, static_cast<std::uint32_t>(height)));
+    const std::uint32_t planeRows = std::min<std::uint32_t>(planeHeight, static_cast<std::uint32_t>(height));
+    const std::int32_t rows = columns == 0 ? 0 : static_cast<std::int32_t>(planeRows);
     // The rows the transforms read, as StagedTransform's row spans have them.
     const std::int32_t leading = std::clamp(leadingRows, 0, height);
     const std::int32_t trailing = std::clamp(trailingRows, 0, height);

@@ -66,7 +66,6 @@ public:
     // on a buffer of its own: the array's buffer goes back to the kept ones. The
     // array cannot be transformed again.
     bool ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t trailingRows);
-    bool ForFilter() const { return m_forFilter; }
     // ForwardRows(leadingRows, trailingRows), `product` with the spectrum of an
     // array of the same size that ForwardRowsForFilter made, over every bin, then
     // BackwardRows(keptRows): the same result to the last bit, but each column

@@ -175,7 +175,8 @@ bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& 
     // read them either; it writes every row of the spectrum.
     const std::vector<RowSpan> spans = SpansOf(plans, rows);
     TransformRows(plans, buffer, spans, true);
-    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}}, std::max(1, rows.threads));
+    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}},
+                            std::max(1, rows.threads));
 }
 
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows)
@@ -186,7 +187,9 @@ bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows&
     }
     // Only the rows the row stage turns back need their columns put back.
     const std::vector<RowSpan> kept = SpansOf(plans, FftRows{rows.leading, 0, 1});
-    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept, std::max(1, rows.threads))) return false;
+    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept,
+                          std::max(1, rows.threads)))
+        return false;
     TransformRows(plans, buffer, kept, false);
     return true;
 }
