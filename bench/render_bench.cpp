@@ -13,7 +13,8 @@
 // is given the kernel edges this prints.
 //
 // CONFIG: disk1, disk2.5, disk5, polygon, gaussian, kernel-image, per-channel,
-// deconvolve, or disk-px:N (a disk of N pixels, absolute).
+// deconvolve, wrap and black (Disk 2.5 % with those edges), or disk-px:N (a disk
+// of N pixels, absolute).
 #include "fft/FftBuffers.h"
 #include "fft/FftPlans.h"
 #include "fft/StagedTransform.h"
@@ -73,6 +74,9 @@ Config ConfigNamed(const std::string& name)
         c.controls = {{"BlurSizeX", 2.0}, {"PerChannel", 0}, {"GreenBlurSizeX", 2.5}, {"BlueBlurSizeX", 3.0}};
     } else if (name == "deconvolve") {
         c.controls = {{"Operation", 1}, {"WienerParam", 0.001}};
+        relative(2.5);
+    } else if (name == "wrap" || name == "black") {
+        c.controls = {{"Edges", name == "wrap" ? 1 : 2}};
         relative(2.5);
     } else if (name.rfind("disk-px:", 0) == 0) {
         c.controls = {{"BlurSizeUnit", 1}, {"BlurSizeX", std::stod(name.substr(8))}};

@@ -25,9 +25,14 @@ void SetSample(FrequencyArray& array, std::int32_t x, std::int32_t y, double val
     if (x >= 0 && x < array.width && y >= 0 && y < array.height) *Sample(array, x, y) = value;
 }
 
+// SumRect of the one sample, without its loops: the sample at the nearest place
+// inside the array, added to 0.0 as the sum starts (so -0.0 reads as 0.0).
 double ClampedSample(const FrequencyArray& array, std::int32_t x, std::int32_t y)
 {
-    return SumRect(array, x, x, y, y);
+    if (!array.data || array.width <= 0 || array.height <= 0) return 0.0;
+    x = std::clamp(x, 0, array.width - 1);
+    y = std::clamp(y, 0, array.height - 1);
+    return 0.0 + array.data[y * RowStride(array) + x];
 }
 
 // The part [first, first + count) of one axis that stays inside [0, extent) after

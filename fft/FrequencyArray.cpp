@@ -26,6 +26,12 @@ void FrequencyArray::Create(std::uint32_t newWidth, std::uint32_t newHeight)
 void FrequencyArray::CreateForPlane(std::uint32_t newWidth, std::uint32_t newHeight, std::uint32_t planeWidth,
                                     std::uint32_t planeHeight)
 {
+    CreateForRows(newWidth, newHeight, planeWidth, planeHeight, INT32_MAX, 0);
+}
+
+void FrequencyArray::CreateForRows(std::uint32_t newWidth, std::uint32_t newHeight, std::uint32_t planeWidth,
+                                   std::uint32_t planeHeight, std::int32_t leadingRows, std::int32_t trailingRows)
+{
     if (newWidth == 0 || newHeight == 0) {
         Release();
         return;
@@ -45,7 +51,7 @@ void FrequencyArray::CreateForPlane(std::uint32_t newWidth, std::uint32_t newHei
     width = static_cast<std::int32_t>(newWidth);
     height = static_cast<std::int32_t>(newHeight);
     size = static_cast<std::int32_t>(length);
-    ZeroOutside(planeWidth, planeHeight);
+    ZeroOutside(planeWidth, planeHeight, leadingRows, trailingRows);
 
     const FftPlanPair* plans = nullptr;
     FftStatus status = AcquireFftPlans(width, height, false, plans);
@@ -76,11 +82,49 @@ bool FrequencyArray::ForwardRows(std::int32_t leadingRows, std::int32_t trailing
 
 bool FrequencyArray::BackwardRows(std::int32_t leadingRows) { return Transform(false, leadingRows, 0); }
 
-bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows)
+bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter,
+                            std::int32_t leadingRows, std::int32_t trailingRows, std::int32_t keptRows)
+{
+    if (spectrum.width != width || spectrum.height != height || spectrum.size != size)
+        throw std::runtime_error("Spectra differ in size");
+    if (!spectrum.m_forFilter)
+        throw std::runtime_error("the spectrum to filter with was not made by ForwardRowsForFilter");
+    if (!Usable() || !spectrum.data) {
+        Release();
+        return false;
+    }
+    const FftRows rows{leadingRows, trailingRows, m_threads};
+    if (ExecuteFilterFft(*descriptor, data, spectrum.data, product, parameter, rows, keptRows)) return true;
+    Release();
+    return false;
+}
+
+bool FrequencyArray::ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t trailingRows)
 {
     if (!data) return false;
-    if (!descriptor || descriptor->width != width || descriptor->height != height
-        || !FftPlansFit(*descriptor, data)) {
+    double* blocks = Usable() ? TakeFftBuffer(static_cast<std::size_t>(size)) : nullptr;
+    const FftRows rows{leadingRows, trailingRows, m_threads};
+    if (!blocks || !ExecuteForwardFftToBlocks(*descriptor, data, blocks, rows)) {
+        ReturnFftBuffer(blocks, static_cast<std::size_t>(size));
+        Release();
+        return false;
+    }
+    ReturnFftBuffer(data, static_cast<std::size_t>(size));
+    data = blocks;
+    m_forFilter = true;
+    return true;
+}
+
+bool FrequencyArray::Usable() const
+{
+    return data && !m_forFilter && descriptor && descriptor->width == width && descriptor->height == height
+           && FftPlansFit(*descriptor, data);
+}
+
+bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows)
+{
+    if (!data || m_forFilter) return false;
+    if (!Usable()) {
         Release();
         return false;
     }
@@ -91,14 +135,25 @@ bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int3
     return false;
 }
 
-void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight)
+void FrequencyArray::ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight, std::int32_t leadingRows,
+                                 std::int32_t trailingRows)
 {
     const std::size_t stride = static_cast<std::size_t>(width) + 2;
     const std::size_t columns = std::min<std::size_t>(planeWidth, static_cast<std::size_t>(width));
-    const std::size_t rows = columns == 0 ? 0 : std::min<std::size_t>(planeHeight, static_cast<std::size_t>(height));
-    for (std::size_t y = 0; y < rows; ++y)
-        std::memset(data + y * stride + columns, 0, (stride - columns) * sizeof(double));
-    std::memset(data + rows * stride, 0, (static_cast<std::size_t>(size) - rows * stride) * sizeof(double));
+    const std::uint32_t planeRows = std::min<std::uint32_t>(planeHeight, static_cast<std::uint32_t>(height));
+    const std::int32_t rows = columns == 0 ? 0 : static_cast<std::int32_t>(planeRows);
+    // The rows the transforms read, as StagedTransform's row spans have them.
+    const std::int32_t leading = std::clamp(leadingRows, 0, height);
+    const std::int32_t trailing = std::clamp(trailingRows, 0, height);
+    const bool every = leading >= height - trailing;
+    for (std::int32_t y = 0; y < height; ++y) {
+        if (!every && y >= leading && y < height - trailing) {
+            y = height - trailing - 1;  // on to the trailing rows
+            continue;
+        }
+        const std::size_t first = y < rows ? columns : 0;
+        std::memset(data + y * stride + first, 0, (stride - first) * sizeof(double));
+    }
 }
 
 void FrequencyArray::Release()
@@ -106,6 +161,7 @@ void FrequencyArray::Release()
     ReturnFftBuffer(data, static_cast<std::size_t>(size));
     size = height = width = 0;
     m_threads = 1;
+    m_forFilter = false;
     data = nullptr;
     descriptor = nullptr;
 }

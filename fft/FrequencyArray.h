@@ -20,6 +20,8 @@
 //
 // Transforms are unnormalised in both directions: Forward then Backward
 // multiplies every sample by width * height.
+#include "fft/SpectrumProduct.h"
+
 #include <cstdint>
 
 struct FftPlanPair;  // the FFT backend's plans for one size (fft/FftPlans.h)
@@ -43,6 +45,12 @@ public:
     // current size the contents are kept, as with Create.
     void CreateForPlane(std::uint32_t width, std::uint32_t height, std::uint32_t planeWidth,
                         std::uint32_t planeHeight);
+    // CreateForPlane for an array that only ForwardRows, ForwardRowsForFilter or
+    // Filter with the same `leadingRows` and `trailingRows` reads: only those rows
+    // are zeroed outside the plane; the rows between keep whatever the buffer held
+    // (kept buffers hold earlier arrays' samples), which those transforms never read.
+    void CreateForRows(std::uint32_t width, std::uint32_t height, std::uint32_t planeWidth, std::uint32_t planeHeight,
+                       std::int32_t leadingRows, std::int32_t trailingRows);
     // Return false (and leave the array empty) when the transform cannot run.
     bool Forward();
     bool Backward();
@@ -53,6 +61,20 @@ public:
     // leaving the others undefined. A padded image needs about half the rows.
     bool ForwardRows(std::int32_t leadingRows, std::int32_t trailingRows);
     bool BackwardRows(std::int32_t leadingRows);
+    // ForwardRows for an array that is then only the `spectrum` of Filter: the
+    // spectrum is left in the order Filter reads (column blocks, StagedTransform.h),
+    // on a buffer of its own: the array's buffer goes back to the kept ones. The
+    // array cannot be transformed again.
+    bool ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t trailingRows);
+    // ForwardRows(leadingRows, trailingRows), `product` with the spectrum of an
+    // array of the same size that ForwardRowsForFilter made, over every bin, then
+    // BackwardRows(keptRows): the same result to the last bit, but each column
+    // block goes through all three while in the core's cache, and the spectrum is
+    // never written out whole. Throws std::runtime_error("Spectra differ in size")
+    // when the sizes differ, and another when the spectrum was not made by
+    // ForwardRowsForFilter; false as for the transforms.
+    bool Filter(const FrequencyArray& spectrum, SpectrumProduct product, double parameter, std::int32_t leadingRows,
+                std::int32_t trailingRows, std::int32_t keptRows);
     // Later transforms of this array split their column stage over `threads`
     // threads: for an array that other workers wait for, so that their cores
     // take part instead of idling. 1 (the default) keeps to the calling thread.
@@ -66,8 +88,12 @@ public:
     std::int32_t width = 0;
 
 private:
+    // Holds data and plans that fit it.
+    bool Usable() const;
     bool Transform(bool forward, std::int32_t leadingRows, std::int32_t trailingRows);
-    void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight);
+    void ZeroOutside(std::uint32_t planeWidth, std::uint32_t planeHeight, std::int32_t leadingRows,
+                     std::int32_t trailingRows);
 
     int m_threads = 1;
+    bool m_forFilter = false;
 };

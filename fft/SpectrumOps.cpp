@@ -18,12 +18,9 @@ std::int64_t CheckedBinCount(const FrequencyArray& I, const FrequencyArray& K)
 
 }  // namespace
 
-void MultiplySpectra(FrequencyArray& I, const FrequencyArray& K)
+void MultiplyBins(double* a, const double* b, std::size_t bins, double /*unused*/)
 {
-    const std::int64_t bins = CheckedBinCount(I, K);
-    double* a = I.data;
-    const double* b = K.data;
-    for (std::int64_t j = 0; j < bins; ++j) {
+    for (std::size_t j = 0; j < bins; ++j) {
         const double ar = a[2 * j], ai = a[2 * j + 1];
         const double br = b[2 * j], bi = b[2 * j + 1];
         a[2 * j] = ar * br - ai * bi;
@@ -31,12 +28,9 @@ void MultiplySpectra(FrequencyArray& I, const FrequencyArray& K)
     }
 }
 
-void WienerDivideSpectra(FrequencyArray& I, const FrequencyArray& K, double w)
+void WienerDivideBins(double* a, const double* b, std::size_t bins, double w)
 {
-    const std::int64_t bins = CheckedBinCount(I, K);
-    double* a = I.data;
-    const double* b = K.data;
-    for (std::int64_t j = 0; j < bins; ++j) {
+    for (std::size_t j = 0; j < bins; ++j) {
         const double br = b[2 * j], bi = b[2 * j + 1];
         const double d = br * br + bi * bi + w;
         // conj(K) / d first, then the complex product, each part divided on its own.
@@ -45,4 +39,14 @@ void WienerDivideSpectra(FrequencyArray& I, const FrequencyArray& K, double w)
         a[2 * j] = ar * cr - ai * ci;
         a[2 * j + 1] = ar * ci + ai * cr;
     }
+}
+
+void MultiplySpectra(FrequencyArray& I, const FrequencyArray& K)
+{
+    MultiplyBins(I.data, K.data, static_cast<std::size_t>(CheckedBinCount(I, K)), 0.0);
+}
+
+void WienerDivideSpectra(FrequencyArray& I, const FrequencyArray& K, double w)
+{
+    WienerDivideBins(I.data, K.data, static_cast<std::size_t>(CheckedBinCount(I, K)), w);
 }

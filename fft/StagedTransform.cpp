@@ -69,11 +69,22 @@ void CopyColumns(fftw_complex* spectrum, fftw_complex* block, std::int32_t rows,
     if (ToBlock && rows > next) std::memset(block + static_cast<std::size_t>(next) * count, 0, bytes * (rows - next));
 }
 
+// What a filter does to each block between its two column stages.
+struct BlockProduct {
+    const double* spectrum;  // the other spectrum, in column-block order
+    SpectrumProduct product;
+    double parameter;
+};
+
 // Blocks `part`, `part + parts`, ... of the column stage: each block's columns are
 // gathered into `gathered`, transformed there and put back. `from` are the rows
-// that can be non-zero on the way in; `to` the rows wanted on the way out.
+// that can be non-zero on the way in; `to` the rows wanted on the way out. With a
+// product, each block is transformed forward, multiplied and transformed back
+// before it is put back. With `blockOrder`, each transformed block is put there, in
+// column-block order, instead of back into the array.
 void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_complex* gathered, bool forward,
-                           const std::vector<RowSpan>& from, const std::vector<RowSpan>& to, int part, int parts)
+                           const BlockProduct* filter, double* blockOrder, const std::vector<RowSpan>& from,
+                           const std::vector<RowSpan>& to, int part, int parts)
 {
     const std::int32_t height = plans.height;
     const std::int32_t columns = (plans.width + 2) / 2;
@@ -84,10 +95,20 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
         const std::int32_t first = b * block;
         const std::int32_t count = std::min(block, columns - first);
         CopyColumns<true>(spectrum + first, gathered, height, from, static_cast<std::size_t>(columns), count);
-        const fftw_plan plan = count == block ? (forward ? plans.columnsForward : plans.columnsBackward)
-                                              : (forward ? plans.restForward : plans.restBackward);
+        const bool whole = count == block;
+        const fftw_plan plan = whole ? (forward ? plans.columnsForward : plans.columnsBackward)
+                                     : (forward ? plans.restForward : plans.restBackward);
         fftw_execute_dft(plan, gathered, gathered);
-        CopyColumns<false>(spectrum + first, gathered, height, to, static_cast<std::size_t>(columns), count);
+        const std::size_t bins = static_cast<std::size_t>(height) * count;
+        const std::size_t offset = 2 * static_cast<std::size_t>(first) * height;  // of the block, in doubles
+        if (filter) {
+            filter->product(reinterpret_cast<double*>(gathered), filter->spectrum + offset, bins, filter->parameter);
+            fftw_execute_dft(whole ? plans.columnsBackward : plans.restBackward, gathered, gathered);
+        }
+        if (blockOrder)
+            std::memcpy(blockOrder + offset, gathered, bins * sizeof(fftw_complex));
+        else
+            CopyColumns<false>(spectrum + first, gathered, height, to, static_cast<std::size_t>(columns), count);
     }
 }
 
@@ -100,8 +121,9 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
 // chunks it is part of. Helpers are asked for only for a kernel spectrum that
 // other chunks wait for, whose workers sit idle meanwhile: the helpers use their
 // cores. This layer also knows nothing of the host.
-bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, const std::vector<RowSpan>& from,
-                      const std::vector<RowSpan>& to, int threads)
+bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, const BlockProduct* filter,
+                      double* blockOrder, const std::vector<RowSpan>& from, const std::vector<RowSpan>& to,
+                      int threads)
 {
     const std::size_t blockDoubles = 2 * static_cast<std::size_t>(plans.height) * plans.columnBlock;
     std::vector<std::unique_ptr<double, void (*)(double*)>> gathered;
@@ -117,16 +139,16 @@ bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, co
         for (int part = 1; part < parts; ++part)
             helpers.emplace_back([&, part] {
                 TransformColumnBlocks(plans, buffer, reinterpret_cast<fftw_complex*>(gathered[part].get()),
-                                      forward, from, to, part, parts);
+                                      forward, filter, blockOrder, from, to, part, parts);
             });
     } catch (const std::system_error&) {
         // The helpers that did start keep their parts; this thread takes the rest.
     }
     const int started = static_cast<int>(helpers.size()) + 1;
     auto* own = reinterpret_cast<fftw_complex*>(gathered[0].get());
-    TransformColumnBlocks(plans, buffer, own, forward, from, to, 0, parts);
+    TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, 0, parts);
     for (int part = started; part < parts; ++part)
-        TransformColumnBlocks(plans, buffer, own, forward, from, to, part, parts);
+        TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, part, parts);
     for (std::thread& helper : helpers) helper.join();
     return true;
 }
@@ -153,7 +175,8 @@ bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& 
     // read them either; it writes every row of the spectrum.
     const std::vector<RowSpan> spans = SpansOf(plans, rows);
     TransformRows(plans, buffer, spans, true);
-    return TransformColumns(plans, buffer, true, spans, {{0, plans.height}}, std::max(1, rows.threads));
+    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}},
+                            std::max(1, rows.threads));
 }
 
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows)
@@ -164,7 +187,42 @@ bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows&
     }
     // Only the rows the row stage turns back need their columns put back.
     const std::vector<RowSpan> kept = SpansOf(plans, FftRows{rows.leading, 0, 1});
-    if (!TransformColumns(plans, buffer, false, {{0, plans.height}}, kept, std::max(1, rows.threads))) return false;
+    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept,
+                          std::max(1, rows.threads)))
+        return false;
     TransformRows(plans, buffer, kept, false);
     return true;
+}
+
+bool ExecuteFilterFft(const FftPlanPair& plans, double* buffer, const double* spectrum, SpectrumProduct product,
+                      double parameter, const FftRows& rows, std::int32_t kept)
+{
+    if (!plans.rowForward) {
+        // Odd widths: spectrum rows are shorter than the array's, and the product
+        // runs over the whole buffer as the bin-by-bin operations do.
+        fftw_execute_dft_r2c(plans.forward, buffer, reinterpret_cast<fftw_complex*>(buffer));
+        const std::size_t length = (static_cast<std::size_t>(plans.width) + 2) * plans.height;
+        product(buffer, spectrum, length / 2, parameter);
+        fftw_execute_dft_c2r(plans.backward, reinterpret_cast<fftw_complex*>(buffer), buffer);
+        return true;
+    }
+    const std::vector<RowSpan> in = SpansOf(plans, rows);
+    const std::vector<RowSpan> out = SpansOf(plans, FftRows{kept, 0, 1});
+    TransformRows(plans, buffer, in, true);
+    const BlockProduct filter{spectrum, product, parameter};
+    if (!TransformColumns(plans, buffer, true, &filter, nullptr, in, out, std::max(1, rows.threads))) return false;
+    TransformRows(plans, buffer, out, false);
+    return true;
+}
+
+bool ExecuteForwardFftToBlocks(const FftPlanPair& plans, double* buffer, double* blocks, const FftRows& rows)
+{
+    if (!plans.rowForward) {
+        if (!ExecuteForwardFft(plans, buffer, rows)) return false;
+        std::memcpy(blocks, buffer, (static_cast<std::size_t>(plans.width) + 2) * plans.height * sizeof(double));
+        return true;
+    }
+    const std::vector<RowSpan> spans = SpansOf(plans, rows);
+    TransformRows(plans, buffer, spans, true);
+    return TransformColumns(plans, buffer, true, nullptr, blocks, spans, {}, std::max(1, rows.threads));
 }

@@ -10,7 +10,13 @@
 // bench/README.md). Splitting the stages also lets a caller skip rows known to be
 // zero (their row transform is zero) and rows of the result nobody reads, and
 // spread the column stage over threads. Odd widths run FFTW's two-dimensional plans.
+//
+// A filter (forward transform, a product with another spectrum, inverse) runs the
+// column stages of both directions on each block while it is gathered: the
+// spectrum is never written back to the array, and the array is read once and
+// written once between the two row stages.
 #include "fft/FftPlans.h"
+#include "fft/SpectrumProduct.h"
 
 #include <climits>
 #include <cstdint>
@@ -33,3 +39,20 @@ struct FftRows {
 };
 bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);
+
+// The forward transform of buffer, its spectrum written to `blocks` (as long as
+// buffer) in column-block order, the order a filter reads it in: the columns
+// [first, first + count) of each block of plans.columnBlock columns lie together,
+// row by row, bin (u, v) at complex value first * height + v * count + u - first.
+// Odd widths have no blocks: their spectrum is copied there as FrequencyArray lays
+// it out. buffer's contents are undefined afterwards.
+bool ExecuteForwardFftToBlocks(const FftPlanPair& plans, double* buffer, double* blocks, const FftRows& rows);
+
+// Forward transform of buffer, `product` with `spectrum` (a spectrum of the same
+// size from ExecuteForwardFftToBlocks), inverse: the result of ExecuteForwardFft, the
+// product over every bin and ExecuteBackwardFft, to the last bit. rows.leading
+// and rows.trailing say which rows may be non-zero on the way in, as for the
+// forward transform; `kept` rows of the result are made, as rows.leading is for
+// the inverse.
+bool ExecuteFilterFft(const FftPlanPair& plans, double* buffer, const double* spectrum, SpectrumProduct product,
+                      double parameter, const FftRows& rows, std::int32_t kept);

@@ -116,37 +116,38 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
     if (chunk > 3 && kernelSpectra.AlphaShared()) return;
     const std::int32_t c = chunk % 3;
     const TransformSize size = SizeFor(plan, c);
-    FrequencyArray image;
-    // The plane fills the top-left corner; only the rest needs zeroing.
-    image.CreateForPlane(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
-                         static_cast<std::uint32_t>(channelStore.height));
-    ReadPlane(image, channelStore, chunk);
-    ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
-    // Edge extension writes at most half the kernel plus one row below the
-    // image and as many at the far end of the array; every other row is still
-    // zero, and only the image's own rows of the result are read back.
-    const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
-    const std::int32_t imageHeight = channelStore.height;
-    if (!image.ForwardRows(imageHeight + reach, reach))
-        throw std::runtime_error("the forward transform of the image failed");
 
+    // The kernel first: its array's buffer is handed back once its spectrum is
+    // made, and this chunk's image array takes it.
     const FrequencyArray& k = kernelSpectra.Get(c, [&](FrequencyArray& spectrum) {
         Ref<Image> kernel(ObtainKernel(plan, c));
-        spectrum.Create(size.width, size.height);
+        // The kernel sits centred on the origin: its rows are the first and the
+        // last few of the array, the only ones its transform reads.
+        const std::int32_t kernelReach = kernel->Height / 2 + 1;
+        spectrum.CreateForRows(size.width, size.height, 0, 0, kernelReach, kernelReach);
         PlaceKernel(spectrum, kernel.get(), c);
         // A kernel that other colours share is waited for by their chunks, whose
         // workers would sit idle: its transform is spread over as many threads.
         const unsigned sharers = static_cast<unsigned>(kernelSpectra.Sharers(c));
         spectrum.SetTransformThreads(static_cast<int>(std::min(plan.threads, sharers)));
-        // The kernel sits centred on the origin: its rows are the first and the
-        // last few of the array.
-        const std::int32_t kernelReach = kernel->Height / 2 + 1;
-        if (!spectrum.ForwardRows(kernelReach, kernelReach))
+        if (!spectrum.ForwardRowsForFilter(kernelReach, kernelReach))
             throw std::runtime_error("the forward transform of the kernel failed");
     });
 
-    if (plan.convolve) MultiplySpectra(image, k);
-    else WienerDivideSpectra(image, k, plan.wiener);
-    if (!image.BackwardRows(imageHeight)) throw std::runtime_error("the inverse transform of the image failed");
+    // Edge extension writes at most half the kernel plus one row below the
+    // image and as many at the far end of the array; the filter reads only those
+    // rows and the image's, and only the image's own rows of the result are read
+    // back. The plane fills the top-left corner of the array.
+    const std::int32_t reach = (size.kernelHeight + 1) / 2 + 1;
+    const std::int32_t imageHeight = channelStore.height;
+    FrequencyArray image;
+    image.CreateForRows(size.width, size.height, static_cast<std::uint32_t>(channelStore.width),
+                        static_cast<std::uint32_t>(imageHeight), imageHeight + reach, reach);
+    ReadPlane(image, channelStore, chunk);
+    ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
+    const bool filtered = plan.convolve
+                              ? image.Filter(k, MultiplyBins, 0.0, imageHeight + reach, reach, imageHeight)
+                              : image.Filter(k, WienerDivideBins, plan.wiener, imageHeight + reach, reach, imageHeight);
+    if (!filtered) throw std::runtime_error("the transform of the image failed");
     WritePlane(image, channelStore, chunk);
 }

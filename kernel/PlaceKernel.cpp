@@ -89,9 +89,13 @@ void PlaceKernel(FrequencyArray& destination, Image* kernel, std::int32_t channe
     const double normaliser = positive > negative ? positive : negative;
     if (normaliser == 0.0)
         throw std::runtime_error(BlackMessage(channel));
-    if (destination.size > 0) {
-        const double scale = 1.0 / normaliser;
-        for (std::int32_t i = 0; i < destination.size; ++i) destination.data[i] *= scale;
+    // Only the rows the kernel landed on: everywhere else the array is zero, and
+    // stays so scaled.
+    const double scale = 1.0 / normaliser;
+    const std::int32_t rows = kernelHeight < height ? kernelHeight : height;
+    for (std::int32_t y = 0; y < rows; ++y) {
+        double* row = destination.data + ((y + offsetY) % height) * stride;
+        for (std::ptrdiff_t x = 0; x < stride; ++x) row[x] *= scale;
     }
 }
 

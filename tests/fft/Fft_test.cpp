@@ -19,6 +19,7 @@
 #include <limits>
 #include <random>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -109,7 +110,75 @@ INSTANTIATE_TEST_SUITE_P(Shapes, StagedTransform,
                                            Case{22, 6, 6, 6, 2},     // every row
                                            Case{21, 8, 2, 2, 2}));   // odd width: two-dimensional plans
 
-TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
+// Filtering in one go against circular convolution done directly, and against the
+// three steps it replaces (forward, product over the whole spectrum, inverse),
+// which it must match to the last bit, for both products.
+TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
+{
+    const Case c = GetParam();
+    FrequencyArray image, kernel;
+    image.Create(c.width, c.height);
+    kernel.Create(c.width, c.height);
+    const std::int32_t w = image.width, h = image.height, stride = w + 2;
+    std::mt19937 generator(w * 7 + h);
+    std::uniform_real_distribution<double> value(-1.0, 1.0);
+    for (std::int32_t y = 0; y < h; ++y)
+        for (std::int32_t x = 0; x < w; ++x) {
+            if (y < c.leading || y >= h - c.trailing) image.data[y * stride + x] = value(generator);
+            // A kernel round the origin, wrapped, as the tool places one.
+            if ((y < 2 || y >= h - 1) && (x < 2 || x >= w - 1)) kernel.data[y * stride + x] = value(generator);
+        }
+    const std::vector<double> in(image.data, image.data + image.size), k(kernel.data, kernel.data + kernel.size);
+    FrequencyArray spectrum;  // the same kernel, transformed as the steps below want it
+    spectrum.Create(c.width, c.height);
+    std::memcpy(spectrum.data, k.data(), k.size() * sizeof(double));
+    ASSERT_TRUE(spectrum.Forward());
+    kernel.SetTransformThreads(c.threads);
+    ASSERT_TRUE(kernel.ForwardRowsForFilter(2, 1));
+    EXPECT_FALSE(kernel.Forward()) << "a spectrum in column blocks was transformed as an array";
+
+    const std::int32_t kept = std::max(1, c.leading);
+    image.SetTransformThreads(c.threads);
+    ASSERT_TRUE(image.Filter(kernel, MultiplyBins, 0.0, c.leading, c.trailing, kept));
+    for (std::int32_t y = 0; y < kept; ++y)
+        for (std::int32_t x = 0; x < w; ++x) {
+            double direct = 0;
+            for (std::int32_t j = 0; j < h; ++j)
+                for (std::int32_t i = 0; i < w; ++i)
+                    direct += in[j * stride + i] * k[((y - j + h) % h) * stride + (x - i + w) % w];
+            ASSERT_NEAR(image.data[y * stride + x], direct * w * h, 1e-9) << x << ", " << y;
+        }
+
+    for (const bool wiener : {false, true}) {
+        FrequencyArray fused, steps;
+        for (FrequencyArray* a : {&fused, &steps}) {
+            a->Create(c.width, c.height);
+            std::memcpy(a->data, in.data(), in.size() * sizeof(double));
+        }
+        fused.SetTransformThreads(c.threads);
+        ASSERT_TRUE(fused.Filter(kernel, wiener ? WienerDivideBins : MultiplyBins, 0.3, c.leading, c.trailing, kept));
+        ASSERT_TRUE(steps.ForwardRows(c.leading, c.trailing));
+        if (wiener) WienerDivideSpectra(steps, spectrum, 0.3);
+        else MultiplySpectra(steps, spectrum);
+        ASSERT_TRUE(steps.BackwardRows(kept));
+        const std::size_t compared = static_cast<std::size_t>(c.width % 2 ? h : kept) * stride;
+        EXPECT_EQ(std::memcmp(fused.data, steps.data, compared * sizeof(double)), 0) << (wiener ? "Wiener" : "product");
+    }
+    FrequencyArray other;
+    other.Create(c.width + 2, c.height);
+    const auto refusal = [&](const FrequencyArray& with) {
+        try {
+            image.Filter(with, MultiplyBins, 0.0, h, 0, h);
+        } catch (const std::runtime_error& e) {
+            return std::string(e.what());
+        }
+        return std::string("nothing thrown");
+    };
+    EXPECT_EQ(refusal(other), "Spectra differ in size");
+    EXPECT_EQ(refusal(spectrum), "the spectrum to filter with was not made by ForwardRowsForFilter");
+}
+
+TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead)
 {
     constexpr std::uint32_t w = 30, h = 12, planeW = 7, planeH = 5;
     FrequencyArray dirty;
@@ -127,8 +196,27 @@ TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlane)
                 ASSERT_EQ(plane.data[y * (w + 2) + x], 0.0) << x << ", " << y;
             }
 
+    // Only the rows a transform reads are cleared: it must not read the others.
+    constexpr std::int32_t leading = planeH + 2, trailing = 3;
     std::fill(plane.data, plane.data + plane.size, std::numeric_limits<double>::quiet_NaN());
     plane.Release();
+    FrequencyArray rows;
+    rows.CreateForRows(w, h, planeW, planeH, leading, trailing);
+    ASSERT_EQ(rows.data, buffer);
+    for (std::int32_t y = 0; y < h; ++y)
+        for (std::int32_t x = 0; x < static_cast<std::int32_t>(w) + 2; ++x) {
+            double& sample = rows.data[y * (w + 2) + x];
+            if (x < static_cast<std::int32_t>(planeW) && y < static_cast<std::int32_t>(planeH)) sample = 1.0;
+            else if (y < leading || y >= static_cast<std::int32_t>(h) - trailing)
+                ASSERT_EQ(sample, 0.0) << x << ", " << y;
+        }
+    ASSERT_TRUE(rows.ForwardRows(leading, trailing));
+    // A constant plane: bin (0, 0) is its sum, and nothing is NaN.
+    EXPECT_EQ(rows.data[0], double(planeW * planeH));
+    EXPECT_EQ(std::count_if(rows.data, rows.data + rows.size, [](double v) { return std::isnan(v); }), 0);
+
+    std::fill(rows.data, rows.data + rows.size, std::numeric_limits<double>::quiet_NaN());
+    rows.Release();
     FrequencyArray whole;
     whole.Create(w, h);
     for (std::int32_t i = 0; i < whole.size; ++i) ASSERT_EQ(whole.data[i], 0.0) << i;
