@@ -203,12 +203,14 @@ TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead
     FrequencyArray rows;
     rows.CreateForRows(w, h, planeW, planeH, leading, trailing);
     ASSERT_EQ(rows.data, buffer);
-    for (std::int32_t y = 0; y < h; ++y)
+    for (std::int32_t y = 0; y < static_cast<std::int32_t>(h); ++y)
         for (std::int32_t x = 0; x < static_cast<std::int32_t>(w) + 2; ++x) {
             double& sample = rows.data[y * (w + 2) + x];
-            if (x < static_cast<std::int32_t>(planeW) && y < static_cast<std::int32_t>(planeH)) sample = 1.0;
-            else if (y < leading || y >= static_cast<std::int32_t>(h) - trailing)
+            if (x < static_cast<std::int32_t>(planeW) && y < static_cast<std::int32_t>(planeH)) {
+                sample = 1.0;
+            } else if (y < leading || y >= static_cast<std::int32_t>(h) - trailing) {
                 ASSERT_EQ(sample, 0.0) << x << ", " << y;
+            }
         }
     ASSERT_TRUE(rows.ForwardRows(leading, trailing));
     // A constant plane: bin (0, 0) is its sum, and nothing is NaN.
