@@ -137,19 +137,23 @@ void WriteBands(Imf::OutputFile& out, const Image& image, const Imf::ChannelList
     }
     const std::size_t bandValues = static_cast<std::size_t>(image.Width) * kBand;
     std::vector<half> buffer(halves.size() * bandValues);
-    for (int top = 0; top < image.Height; top += kBand) {
+    // OpenEXR takes the lines in the file's order: bottom up for a decreasing one.
+    const bool upwards = out.header().lineOrder() == Imf::DECREASING_Y;
+    const int bands = (image.Height + kBand - 1) / kBand;
+    for (int band = 0; band < bands; ++band) {
+        const int top = (upwards ? bands - 1 - band : band) * kBand;
         const int rows = std::min(kBand, image.Height - top);
         Imf::FrameBuffer slices = SlicesOf(image, floats, origin);
         for (std::size_t k = 0; k < halves.size(); ++k) {
-            half* band = buffer.data() + k * bandValues;
+            half* values = buffer.data() + k * bandValues;
             const auto& [name, record] = halves[k];
             for (int y = 0; y < rows; ++y) {
                 const float* p = image.Pixel(0, top + y) + record;
-                half* row = band + static_cast<std::size_t>(y) * image.Width;
+                half* row = values + static_cast<std::size_t>(y) * image.Width;
                 for (int x = 0; x < image.Width; ++x, p += image.PixelStride()) row[x] = half(*p);
             }
             // Row `origin.y + top` of the file is the band's first.
-            char* base = reinterpret_cast<char*>(band) -
+            char* base = reinterpret_cast<char*>(values) -
                          (static_cast<std::ptrdiff_t>(origin.x) + static_cast<std::ptrdiff_t>(origin.y + top) * image.Width) *
                              static_cast<std::ptrdiff_t>(sizeof(half));
             slices.insert(name, Imf::Slice(Imf::HALF, base, sizeof(half), sizeof(half) * image.Width));

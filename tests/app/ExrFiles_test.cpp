@@ -45,10 +45,11 @@ bool MapsCodecModule()
 }
 
 // Grey spreads to red, green and blue, alpha is 1 where the file has none,
-// Z is an extra channel; windows, pixel aspect and the header's own
-// attributes come back on writing, and OpenImageIO is never loaded for it.
+// Z is an extra channel; windows, pixel aspect, line order and the header's
+// own attributes come back on writing, and OpenImageIO is never loaded for it.
 TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
 {
+    constexpr int kHeight = 300;
     ScratchFolder dir;
     const Plain plains[] = {{"y.exr", {"Y"}, TypeDesc::HALF},
                             {"rgb.exr", {"R", "G", "B"}, TypeDesc::FLOAT},
@@ -56,16 +57,18 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
     for (const Plain& plain : plains) {
         SCOPED_TRACE(plain.name);
         const int n = static_cast<int>(plain.channels.size());
-        ImageSpec layout(13, 7, n, plain.format);
+        // Taller than one band of lines written at once, so the bands' order counts.
+        ImageSpec layout(13, kHeight, n, plain.format);
         layout.channelnames = plain.channels;
         layout.x = 4;
         layout.y = -2;
         layout.full_width = 20;
-        layout.full_height = 9;
+        layout.full_height = kHeight + 2;
         layout.attribute("PixelAspectRatio", 2.0f);
         layout.attribute("studio:shot", "sq010_0040");
         layout.attribute("compression", "piz");
-        const std::vector<float> values = Noise(static_cast<std::size_t>(13) * 7 * n, 7);
+        if (plain.format == TypeDesc::HALF) layout.attribute("openexr:lineOrder", "decreasingY");
+        const std::vector<float> values = Noise(static_cast<std::size_t>(13) * kHeight * n, 7);
         ImageBuf written(layout);
         written.set_pixels(written.roi(), TypeDesc::FLOAT, values.data());
         ASSERT_TRUE(written.write(dir / plain.name)) << written.geterror();
@@ -74,13 +77,13 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         const ImageFile file = ReadImageFile(dir / plain.name);
         const Image& image = *file.image;
         ASSERT_EQ(image.Width, 13);
-        ASSERT_EQ(image.Height, 7);
+        ASSERT_EQ(image.Height, kHeight);
         EXPECT_EQ(image.XScale, 2.0);
         EXPECT_EQ(file.layout.x, 4);
         EXPECT_EQ(file.layout.y, -2);
         EXPECT_EQ(file.layout.fullWidth, 20);
         const bool grey = plain.channels[0] == "Y";
-        for (int y = 0; y < 7; ++y)
+        for (int y = 0; y < kHeight; ++y)
             for (int x = 0; x < 13; ++x) {
                 const float* p = image.Pixel(x, y);
                 const auto at = [&](int c) { return stored.getchannel(4 + x, y - 2, 0, c); };
@@ -101,6 +104,8 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         EXPECT_EQ(back.spec().get_float_attribute("PixelAspectRatio"), 2.0f);
         EXPECT_EQ(back.spec().get_string_attribute("studio:shot"), "sq010_0040");
         EXPECT_EQ(back.spec().get_string_attribute("compression"), "piz");
+        EXPECT_EQ(back.spec().get_string_attribute("openexr:lineOrder"),
+                  stored.spec().get_string_attribute("openexr:lineOrder"));
         EXPECT_EQ(Compare(back, stored).worst, 0.0);
     }
     EXPECT_FALSE(MapsCodecModule());
