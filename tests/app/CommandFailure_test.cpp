@@ -41,10 +41,10 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
-    // The same picture as JPEG, uncompressed TIFF and DPX, each cut to half its length.
+    // The same picture as JPEG, uncompressed TIFF, DPX and OpenEXR, each cut to half its length.
     OIIO::ImageBuf plain = TestPicture(64, 48, {"R", "G", "B"}, false);
     plain.specmod().attribute("compression", "none");
-    for (const char* f : {"cut.jpg", "cut.tif", "cut.dpx"}) {
+    for (const char* f : {"cut.jpg", "cut.tif", "cut.dpx", "cut.exr"}) {
         WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
         std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
     }
@@ -117,6 +117,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
         FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
                     "cannot read cut.tif: the file is cut short: it has 9"},
+        FailureCase{"TruncatedExr", {"render", "cut.exr", "out/o.exr"}, 3,
+                    "cannot read cut.exr: Error reading pixel data from image file \"cut.exr\""},
         FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
                     "cannot read cut.dpx: the file is cut short: it has"},
         FailureCase{"KernelOverMemoryLimit", {"--max-memory", "64M", "kernel", "out/k.exr", "--width", "8000", "--height", "8000"},
