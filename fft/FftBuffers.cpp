@@ -98,3 +98,13 @@ void ReturnFftBuffer(double* buffer, std::size_t count)
     FreeFftBuffer(oldest);
 }
 
+
+void ReleaseKeptFftBuffers()
+{
+    std::vector<KeptBuffer> stale;
+    {
+        std::lock_guard<std::mutex> lock(KeptMutex());
+        stale.swap(Kept());
+    }
+    for (const KeptBuffer& k : stale) FreeFftBuffer(k.buffer);
+}
