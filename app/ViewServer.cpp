@@ -2,6 +2,7 @@
 
 #include "app/ExitCodes.h"
 #include "app/Interrupt.h"
+#include "host/EngineSettings.h"
 #include "util/Text.h"
 
 #include <httplib.h>
@@ -234,6 +235,8 @@ void ViewServer::Routes()
 
 int RunView(const ViewOptions& options)
 {
+    // The page re-renders the same frame size at every change.
+    SetHostKeepsTransformBuffers(true);
     ViewServer server(options);
     std::printf("%s\n", server.Address().c_str());
     std::fflush(stdout);

@@ -184,14 +184,18 @@ void SetMemoryLimit(std::uint64_t bytes)
 
 namespace {
 std::atomic<std::uint64_t> g_hostFrameMemory{0};
+std::atomic<bool> g_keepTransformBuffers{false};
 }  // namespace
 
 std::uint64_t HostFrameMemory() { return g_hostFrameMemory.load(); }
 void SetHostFrameMemory(std::uint64_t bytes) { g_hostFrameMemory.store(bytes); }
+bool HostKeepsTransformBuffers() { return g_keepTransformBuffers.load(); }
+void SetHostKeepsTransformBuffers(bool keep) { g_keepTransformBuffers.store(keep); }
 
 void ResetEngineSettings()
 {
     g_hostFrameMemory.store(0);
+    g_keepTransformBuffers.store(false);
     std::lock_guard<std::mutex> lock(g_mutex);
     g_set = Settings{};
 }

@@ -39,6 +39,12 @@ void SetMemoryLimit(std::uint64_t bytes);
 // a program sets it.
 std::uint64_t HostFrameMemory();
 void SetHostFrameMemory(std::uint64_t bytes);
+// Whether a render keeps its transform buffers for the next one. A program that
+// renders frames of one size again and again at once (the live page) keeps them;
+// by default a render lets go of them before making its output image, which
+// lowers the frame's peak memory. Off until a program sets it.
+bool HostKeepsTransformBuffers();
+void SetHostKeepsTransformBuffers(bool keep);
 // Forgets every value a program set.
 void ResetEngineSettings();
 

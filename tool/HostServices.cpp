@@ -37,6 +37,7 @@ std::string HostMemoryLimitSource() { return MemoryLimitSource(); }
 std::uint64_t HostHeldMemory() { return HostFrameMemory(); }
 
 TransformSizes HostTransformSizes() { return EngineTransformSizes(); }
+bool HostKeepsBuffers() { return HostKeepsTransformBuffers(); }
 
 void ApplyHostFftSettings()
 {

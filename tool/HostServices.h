@@ -18,5 +18,7 @@ std::string HostMemoryLimitSource();
 // What the host holds for the frame beside the images it gives the tool.
 std::uint64_t HostHeldMemory();
 TransformSizes HostTransformSizes();
+// Whether the host re-renders at once and wants the transform buffers kept.
+bool HostKeepsBuffers();
 // Passes the host's FFT planning effort and wisdom file on to the FFT layer.
 void ApplyHostFftSettings();
