@@ -51,6 +51,13 @@ struct FlowNames {
 void SaveRenderFlow(const FusionDoc& doc, const FlowNames& names, Input& source, Input& kernel,
                     const std::string& path);
 
+// Has the tool plan the frame for each of a plate's images (PlateShapes,
+// without pixels) with what the program holds beside it, as RenderPlate will
+// render them: its figures go to the console, and a frame it refuses (past the
+// memory limit, say) is a render ProgramError with the tool's reason.
+void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& shapes, TimeStamp time,
+               const FrameConsole& console);
+
 // The tool's results for one plate at `time`: the frame, then each chosen
 // layer, through the same tool. Empty when an interrupt came in between; a
 // render ProgramError with the tool's reason when it set no output.

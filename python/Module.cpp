@@ -175,13 +175,19 @@ before it stay applied.)")
                                           py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
                                           " is not a pixel aspect; give two positive finite numbers");
                 const int channels = ChannelsOf(image, "image");
-                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
+                Ref<Image> shape = ShapeOfArray(image, "image", aspect.first, aspect.second, ImagePixels::None);
                 Ref<Image> kernelImage;
                 if (!kernel.is_none()) {
                     if (!py::isinstance<py::array>(kernel))
                         throw py::type_error("kernel: give a numpy array or None");
                     kernelImage = ImageFromArray(kernel.cast<py::array>(), "kernel", 1.0, 1.0);
                 }
+                {
+                    // The frame is planned from the array's shape before the array is copied.
+                    py::gil_scoped_release unlocked;
+                    s.Plan(*shape, kernelImage.get(), frame);
+                }
+                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
                 Ref<Image> result;
                 {
                     py::gil_scoped_release unlocked;

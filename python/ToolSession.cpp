@@ -87,6 +87,21 @@ void ToolSession::Set(const std::vector<Setting>& settings, TimeStamp time)
     ApplySettings(*m_tool, settings, time);
 }
 
+void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Input& sourceInput = ImageInput(*m_tool, kSourceInput);
+    Input& kernelInput = ImageInput(*m_tool, kKernelInput);
+    m_console.Clear();
+    sourceInput.SetSource(&shape, time);
+    kernelInput.SetSource(kernel, time);
+    m_doc->PreCalc(m_tool, time);
+    sourceInput.SetSource(nullptr, time);
+    kernelInput.SetSource(nullptr, time);
+    const std::string why = m_console.Why();
+    if (m_console.HasFailure() && why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
+}
+
 Ref<Image> ToolSession::Render(Image& source, Image* kernel, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);

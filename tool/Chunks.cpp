@@ -72,6 +72,12 @@ void Lumivane2::CheckFrameMemory() const
     ::CheckFrameMemory(chunkPlan, sourceImage->PixelStride(), HostHeldMemory(), HostMemoryLimit(), HostMemoryLimitSource());
 }
 
+void Lumivane2::CheckCopyMemory() const
+{
+    ::CheckMemory(EstimateCopyMemory(sourceImage->Width, sourceImage->Height, sourceImage->PixelStride(), HostHeldMemory()),
+                  HostMemoryLimit(), HostMemoryLimitSource());
+}
+
 void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)
 {
     try {
