@@ -2,6 +2,7 @@
 the module renders the same data as arrays, and the pixels must be identical."""
 import json
 import os
+import resource
 import subprocess
 import threading
 
@@ -142,6 +143,16 @@ def test_memory_limit_refuses_the_frame(monkeypatch):
         tool = lumivane.Tool()
         tool.set(BlurSizeX=2.5)
         tool.render(np.zeros((256, 256, 4), np.float32))
+
+
+@pytest.mark.parametrize("shape", [(12000, 12000, 4), (200000, 200000, 4)])
+def test_a_frame_past_the_limit_is_refused_before_the_array_is_copied(monkeypatch, shape):
+    monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1G")
+    image = np.broadcast_to(np.float32(0.5), shape)  # no memory of its own
+    peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+    with pytest.raises(MemoryError, match=r"the frame needs about [\d.]+ GiB .* LUMIVANE_MAX_MEMORY is 1.0 GiB"):
+        lumivane.Tool().render(image)
+    assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - peak < 256 * 1024  # KiB
 
 
 def test_two_threads_match_one_after_the_other():
