@@ -60,7 +60,8 @@ std::uint64_t LeastPngBytes(const std::string& path)
     // The signature, then the IHDR chunk: length, type, width, height, bit depth, colour type.
     static const unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     const std::vector<unsigned char> h = Head(path, 26);
-    if (h.size() < 26 || !std::equal(kSignature, kSignature + 8, h.begin()) || !std::equal(h.begin() + 12, h.begin() + 16, "IHDR"))
+    if (h.size() < 26 || !std::equal(kSignature, kSignature + 8, h.begin()) ||
+        !std::equal(h.begin() + 12, h.begin() + 16, "IHDR"))
         return 0;
     static const std::map<int, int> kSamples = {{0, 1}, {2, 3}, {3, 1}, {4, 2}, {6, 4}};
     const auto samples = kSamples.find(h[25]);

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <sstream>
 
@@ -147,12 +147,14 @@ FileLayout UnionWindow(const FileLayout& data)
         over.fullHeight = data.height;
     }
     // In 64 bits: windows far apart make a union wider than an int holds.
-    const std::int64_t x = std::min<std::int64_t>(data.x, over.fullX), y = std::min<std::int64_t>(data.y, over.fullY);
-    const std::int64_t width = std::max<std::int64_t>(std::int64_t{data.x} + data.width, std::int64_t{over.fullX} + over.fullWidth) - x;
-    const std::int64_t height = std::max<std::int64_t>(std::int64_t{data.y} + data.height, std::int64_t{over.fullY} + over.fullHeight) - y;
+    using Wide = std::int64_t;
+    const Wide x = std::min<Wide>(data.x, over.fullX), y = std::min<Wide>(data.y, over.fullY);
+    const Wide width = std::max(Wide{data.x} + data.width, Wide{over.fullX} + over.fullWidth) - x;
+    const Wide height = std::max(Wide{data.y} + data.height, Wide{over.fullY} + over.fullHeight) - y;
     if (width > std::numeric_limits<int>::max() || height > std::numeric_limits<int>::max())
         throw RenderError("cannot render " + data.path + ": the union of its data and display windows, " +
-                          std::to_string(width) + "x" + std::to_string(height) + " pixels, is wider than an image can be");
+                          std::to_string(width) + "x" + std::to_string(height) +
+                          " pixels, is larger than an image can be");
     over.x = static_cast<int>(x);
     over.y = static_cast<int>(y);
     over.width = static_cast<int>(width);
@@ -170,7 +172,8 @@ std::vector<Ref<Image>> PlateShapes(const FileHeader& header, const std::string&
         return image;
     };
     std::vector<Ref<Image>> shapes{shape(header.extras)};
-    for (std::size_t k = 0; k < ChooseLayers(header.extras, options.layers, path).size(); ++k) shapes.push_back(shape({}));
+    const std::size_t layers = ChooseLayers(header.extras, options.layers, path).size();
+    for (std::size_t k = 0; k < layers; ++k) shapes.push_back(shape({}));
     return shapes;
 }
 

@@ -36,7 +36,8 @@ std::pair<std::uint64_t, std::string> LeastBytes(const std::string& path, const 
                           static_cast<std::uint64_t>(std::max(layout.nchannels, 0)),
                           static_cast<double>(layout.get_int_attribute(
                               "oiio:BitsPerSample", static_cast<int>(layout.format.size() * 8)))};
-    const std::string declared = "its " + std::to_string(layout.width) + "x" + std::to_string(layout.height) + " pixels";
+    const std::string declared =
+        "its " + std::to_string(layout.width) + "x" + std::to_string(layout.height) + " pixels";
     const std::string raw = "its uncompressed pixels (and header)";
     if (format == "dpx") return {DpxImageOffset(path) + pixels.Bytes(), raw};
     if (format == "pnm") return {pixels.Bytes(), raw};
@@ -44,7 +45,8 @@ std::pair<std::uint64_t, std::string> LeastBytes(const std::string& path, const 
     if (format == "jpeg") return {LeastJpegBytes(path), declared + ", at one bit per 8x8 block,"};
     if (format == "openexr") {
         pixels.bitsPerSample = 8.0 * static_cast<double>(layout.pixel_bytes(true)) / std::max(layout.nchannels, 1);
-        return {LeastExrBytes(pixels, compression, layout.tile_width, layout.tile_height), ExrNeeds(pixels, compression)};
+        return {LeastExrBytes(pixels, compression, layout.tile_width, layout.tile_height),
+                ExrNeeds(pixels, compression)};
     }
     if (format == "tiff") {
         // A palette image stores one index per pixel, whatever colours it gives.

@@ -55,7 +55,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
         ->group(group);
     app.add_option("--max-memory", g.maxMemory,
                    "Refuse frames that would need more memory than this, e.g. 4G or 512M "
-                   "(default: LUMIVANE_MAX_MEMORY, else the memory available)")
+                   "(default: LUMIVANE_MAX_MEMORY, else the memory available, at most 75% of the machine's)")
         ->type_name("SIZE")
         ->group(group);
     app.add_flag("--fast-sizes", g.fastSizes,

@@ -87,10 +87,11 @@ void CheckMemory(const FrameMemory& m, std::uint64_t limit, const std::string& l
 {
     const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
     if (m.Total() <= limit) return;
-    const std::string filtering = m.arrayCount == 0 ? std::string()
-                                                    : ", " + std::to_string(kChunks) + " planes " + mib(m.planes) + ", " +
-                                                          std::to_string(m.arrayCount) + " transform arrays " +
-                                                          mib(m.arrays);
+    // A copied frame has no planes or transform arrays to name.
+    std::string filtering;
+    if (m.arrayCount > 0)
+        filtering = ", " + std::to_string(kChunks) + " planes " + mib(m.planes) + ", " + std::to_string(m.arrayCount) +
+                    " transform arrays " + mib(m.arrays);
     throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (the input images " + mib(m.images) +
                              filtering + ", the output image " + mib(m.output) +
                              (m.host ? ", the host's buffers " + mib(m.host) : std::string()) + ") but " +

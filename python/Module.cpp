@@ -122,7 +122,8 @@ else in the build tree. LUMIVANE_MAX_MEMORY, LUMIVANE_THREADS and the other engi
 settings are read from the environment as by the program.)";
 
     py::register_exception<FrameMemoryError>(m, "FrameMemoryError", PyExc_MemoryError)
-        .doc() = "The frame would need more memory than LUMIVANE_MAX_MEMORY (or the memory available) allows.";
+        .doc() = "The frame would need more memory than LUMIVANE_MAX_MEMORY (or the memory available, at most 75% of "
+                 "the machine's) allows; refused before the array is copied.";
     py::register_exception_translator([](std::exception_ptr p) {
         try {
             if (p) std::rethrow_exception(p);

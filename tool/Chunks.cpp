@@ -74,8 +74,9 @@ void Lumivane2::CheckFrameMemory() const
 
 void Lumivane2::CheckCopyMemory() const
 {
-    ::CheckMemory(EstimateCopyMemory(sourceImage->Width, sourceImage->Height, sourceImage->PixelStride(), HostHeldMemory()),
-                  HostMemoryLimit(), HostMemoryLimitSource());
+    const FrameMemory copy =
+        EstimateCopyMemory(sourceImage->Width, sourceImage->Height, sourceImage->PixelStride(), HostHeldMemory());
+    ::CheckMemory(copy, HostMemoryLimit(), HostMemoryLimitSource());
 }
 
 void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)

@@ -91,16 +91,6 @@ void MakeHeaderBombs(const ScratchFolder& dir)
     for (std::size_t k = 0; k < chunks; ++k) Put(entries, k * 8, table + chunks * 8, 8, false);
     Save(dir / "bomb.exr", b.substr(0, table) + entries + b.substr(table + 8));
 
-    OIIO::ImageBuf plain = small;
-    plain.specmod().attribute("compression", "none");
-    WriteFile(plain, dir / "bomb.tif", OIIO::TypeDesc::UINT8);
-    b = Bytes(dir / "bomb.tif");
-    const std::size_t ifd = static_cast<unsigned char>(b[4]) | static_cast<unsigned char>(b[5]) << 8;
-    for (std::size_t e = ifd + 2; e < ifd + 2 + 12 * static_cast<unsigned char>(b[ifd]); e += 12)
-        if (b[e + 1] == 1 && (b[e] == 0 || b[e] == 1))  // ImageWidth (256) and ImageLength (257)
-            Put(b, e + 8, 65535, b[e + 2] == 3 ? 2 : 4, false);
-    Save(dir / "bomb.tif", b);
-
     // One pixel of data far from its one-pixel frame: the frame is the union of the two.
     OIIO::ImageSpec far(1, 1, 4, OIIO::TypeDesc::HALF);
     far.x = far.y = 1000000;
@@ -122,7 +112,8 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
     // A header that claims 60000 x 60000 pixels, with almost nothing after it,
     // in a format whose run-length coding gives no bound on its length.
-    std::ofstream(dir / "huge.hdr") << "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 60000 +X 60000\n" << std::string(16, '\0');
+    std::ofstream(dir / "huge.hdr") << "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 60000 +X 60000\n"
+                                    << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
     // The same picture as JPEG, uncompressed TIFF, DPX and OpenEXR, each cut to half its length.
@@ -202,12 +193,10 @@ INSTANTIATE_TEST_SUITE_P(
                     "Lumivane 2: the frame needs about"},
         FailureCase{"PngHeaderBomb", {"render", "bomb.png", "out/o.exr"}, 3,
                     "cannot read bomb.png: the file is cut short: it has"},
-        FailureCase{"JpegHeaderBomb", {"render", "bomb.jpg", "out/o.exr"}, 3,
+        FailureCase{"JpegHeaderBomb", {"render", "in.exr", "out/o.exr", "--kernel", "bomb.jpg"}, 3,
                     "cannot read bomb.jpg: the file is cut short: it has"},
         FailureCase{"ExrHeaderBomb", {"render", "bomb.exr", "out/o.exr"}, 3,
                     "cannot read bomb.exr: the file is cut short: it has"},
-        FailureCase{"TiffHeaderBomb", {"render", "in.exr", "out/o.exr", "--kernel", "bomb.tif"}, 3,
-                    "cannot read bomb.tif: the file is cut short: it has"},
         FailureCase{"TruncatedJpeg", {"render", "cut.jpg", "out/o.exr"}, 3,
                     "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
         FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
