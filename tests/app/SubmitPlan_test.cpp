@@ -100,6 +100,7 @@ TEST(SubmitPlan, ReadsTheToolsMemoryFigureRoundedUp)
     EXPECT_EQ(ReportedFrameMemory("frame 1: Lumivane 2: blur ...; memory about 37 MiB\n"), 37 * MiB);
     EXPECT_GE(ReportedFrameMemory("transform size R 8192 x 8192; memory about 2.5 GiB"), 2560 * MiB);
     EXPECT_LE(ReportedFrameMemory("transform size R 8192 x 8192; memory about 2.5 GiB"), 2700 * MiB);
+    EXPECT_EQ(ReportedFrameMemory("memory about 600 KiB"), MiB);
     EXPECT_EQ(ReportedFrameMemory("frame 1: the kernels are one pixel: a copy"), 0u);
 }
 
