@@ -121,21 +121,27 @@ std::vector<int> FramesMissing(const Job& job)
 
 }  // namespace
 
-Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, json* program)
 {
-    const std::string toolClass = host.ToolClass();
-    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
-        program = LoadFlow(host.Doc(), flow);
+        json loaded = LoadFlow(doc, flow);
+        if (program) *program = std::move(loaded);
     } catch (const ValueRefused& e) {
         // The same value given with --set would be a usage error.
         throw UsageError(e.what());
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }
-    for (const auto& t : host.Doc().Tools())
+    for (const auto& t : doc.Tools())
         if (t->Reg()) return t.get();
     throw FileError(flow + ": the flow holds no tool");
+}
+
+Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+{
+    const std::string toolClass = host.ToolClass();
+    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
+    return ToolFromFlow(host.Doc(), flow, &program);
 }
 
 void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, Input& kernel,

@@ -36,7 +36,14 @@ struct RenderOptions {
 // plug-ins) are thrown as ProgramErrors.
 int RunRender(const RenderOptions& options);
 
+class FusionDoc;
 class PluginHost;
+
+// The tool the flow at `flow` holds, loaded into `doc` (`program`, when given,
+// gets the flow's "program" object). Throws a usage ProgramError for a value a
+// control does not take, as the same value with --set would, and a file
+// ProgramError for anything else wrong with the flow.
+Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, nlohmann::ordered_json* program = nullptr);
 
 // The tool from the flow (`program` gets the flow's "program" object), or a new
 // one of the loaded tool class with its defaults when `flow` is empty.

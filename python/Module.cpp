@@ -141,7 +141,8 @@ while rendering).)")
         .def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
         .def_static("from_flow", [](const std::string& path) { return MakeSession(path); }, py::arg("path"),
                     "The tool a flow file holds, with its values and keys (as `lumivane render --flow`).\n"
-                    "Raises OSError naming the file when it cannot be read or is not a flow.")
+                    "Raises OSError naming the file when it cannot be read or is not a flow, and\n"
+                    "ValueError naming the place in it for a value its control does not take (as --set).")
         .def(
             "set",
             [](ToolSession& s, py::args args, py::kwargs kwargs) {

@@ -72,6 +72,9 @@ TEST(Input, NotifiesOnlyWhenAskedAndInterpolatesKeyframes)
     EXPECT_EQ(std::vector<double>({at(20), at(25)}), std::vector<double>({6, 9}));  // at and past the middle key
     Request req(15);
     EXPECT_EQ(static_cast<Number&>(*in->GetValue(&req)).Value(), 4.0);
+    // Between frames too: 1.5 is a quarter of the way from the key at 1 to the one at 3.
+    in->SetKeys({{1, 2.0}, {3, 6.0}});
+    EXPECT_EQ(std::vector<double>({at(1.5), at(2.75)}), std::vector<double>({3, 5.5}));
 }
 
 TEST(ThreadedOperator, RunsEveryChunkOnTheWorkersAndReportsFailures)
