@@ -14,7 +14,7 @@
 #include "python/ArrayImages.h"
 #include "python/ToolSession.h"
 
-#include "app/ExitCodes.h"
+#include "app/files/ExitCodes.h"
 #include "host/EngineSettings.h"
 
 #include <pybind11/numpy.h>

@@ -1,10 +1,10 @@
 #include "python/ToolSession.h"
 
-#include "app/Describe.h"
-#include "app/ExitCodes.h"
-#include "app/KernelCommand.h"
-#include "app/Plugins.h"
-#include "app/RenderJob.h"
+#include "app/session/Describe.h"
+#include "app/files/ExitCodes.h"
+#include "app/cli/KernelCommand.h"
+#include "app/session/Plugins.h"
+#include "app/cli/RenderJob.h"
 #include "host/Flow.h"
 
 #include <cstdio>

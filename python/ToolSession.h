@@ -9,8 +9,8 @@
 // it lives. Each session has its own document and console, so sessions render
 // at the same time from different threads; one session renders one frame at a
 // time (its calls are serialised).
-#include "app/Settings.h"
-#include "app/ToolConsole.h"
+#include "app/session/Settings.h"
+#include "app/session/ToolConsole.h"
 #include "host/FusionDoc.h"
 #include "host/Image.h"
 

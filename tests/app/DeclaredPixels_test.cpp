@@ -3,7 +3,7 @@
 // written at its format's highest compression, must still be read.
 #include "ProgramRunner.h"
 
-#include "app/ImageFiles.h"
+#include "app/files/ImageFiles.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // which reads every other file, is the second opinion on what they hold.
 #include "ProgramRunner.h"
 
-#include "app/ImageFiles.h"
+#include "app/files/ImageFiles.h"
 
 #include <gtest/gtest.h>
 

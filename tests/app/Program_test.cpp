@@ -3,7 +3,7 @@
 // pipeline throws at it (non-finite pixels, writing over the input, a write that
 // fails part way through a sequence).
 #include "ProgramRunner.h"
-#include "app/PfmFile.h"
+#include "app/files/PfmFile.h"
 
 #include <OpenImageIO/imagebufalgo.h>
 #include <sys/resource.h>

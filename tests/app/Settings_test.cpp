@@ -1,9 +1,9 @@
 // The command line's own parsing: frame fields in file names and frame lists;
 // control settings by number or name, refusals that say what is accepted, and
 // the order they are applied in.
-#include "app/ExitCodes.h"
-#include "app/FramePattern.h"
-#include "app/Settings.h"
+#include "app/files/ExitCodes.h"
+#include "app/files/FramePattern.h"
+#include "app/session/Settings.h"
 #include "host/PluginLoader.h"
 #include "support/DocHarness.h"
 #include "support/Refusal.h"

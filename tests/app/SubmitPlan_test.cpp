@@ -2,9 +2,9 @@
 // task text through bash and reading the frames back with the frame-list parser,
 // and the job script `submit --dry-run` prints, run the same way.
 #include "ProgramRunner.h"
-#include "app/FramePattern.h"
-#include "app/Subprocess.h"
-#include "app/SubmitPlan.h"
+#include "app/files/FramePattern.h"
+#include "app/farm/Subprocess.h"
+#include "app/farm/SubmitPlan.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // test; pictures and refusals checked against the `lumivane` program itself.
 #include "ProgramRunner.h"
 
-#include "app/ViewServer.h"
+#include "app/view/ViewServer.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>

@@ -1,6 +1,6 @@
 // Feeds arbitrary frame lists and file-name patterns to the sequence expander,
 // and checks that every name it makes reads back as its frame.
-#include "app/FramePattern.h"
+#include "app/files/FramePattern.h"
 
 #include <cstdint>
 #include <stdexcept>

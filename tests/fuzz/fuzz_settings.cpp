@@ -1,7 +1,7 @@
 // Feeds arbitrary "--set" arguments, one per line, to the settings parser and
 // applies them to a tool: each is applied or refused with a message.
-#include "app/ExitCodes.h"
-#include "app/Settings.h"
+#include "app/files/ExitCodes.h"
+#include "app/session/Settings.h"
 #include "host/FusionDoc.h"
 #include "host/PluginLoader.h"
 

@@ -1,0 +1,82 @@
+#include "app/files/Interrupt.h"
+
+#include "app/files/ExitCodes.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<int> g_signals{0};
+// The temporary file being written, for the handler. A plain buffer, because
+// the handler may only call async-signal-safe functions.
+char g_pending[PATH_MAX + 1] = {};
+std::atomic<bool> g_hasPending{false};
+
+void Write(const char* text) { [[maybe_unused]] ssize_t n = ::write(STDERR_FILENO, text, std::strlen(text)); }
+
+extern "C" void OnSignal(int)
+{
+    if (g_signals.fetch_add(1) == 0) {
+        Write("\nlumivane: interrupted; stopping after cleaning up (press Ctrl-C again to stop at once)\n");
+        return;
+    }
+    if (g_hasPending.load()) ::unlink(g_pending);
+    Write("\nlumivane: stopped\n");
+    ::_exit(static_cast<int>(Exit::Interrupted));
+}
+
+}  // namespace
+
+void InstallInterruptHandlers()
+{
+    struct sigaction sa {};
+    sa.sa_handler = OnSignal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+    // Past a file-size limit a write then fails with an error that is reported
+    // and cleaned up like any other, instead of the signal killing the program
+    // with a temporary file left behind.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
+
+bool InterruptRequested() { return g_signals.load() > 0; }
+
+void RequestInterrupt() { g_signals.fetch_add(1); }
+
+PendingFile::PendingFile(std::string finalPath) : m_file(std::move(finalPath))
+{
+    const std::string& temp = m_file.TempPath();
+    if (temp.size() <= PATH_MAX) {
+        g_hasPending.store(false);
+        std::memcpy(g_pending, temp.c_str(), temp.size() + 1);
+        g_hasPending.store(true);
+    }
+}
+
+// The temporary file, unless committed, goes with m_file.
+PendingFile::~PendingFile() { g_hasPending.store(false); }
+
+void PendingFile::Commit()
+{
+    g_hasPending.store(false);
+    const std::string why = m_file.Commit();
+    if (!why.empty()) throw FileError("cannot write " + FinalPath() + ": " + why);
+}
+
+ProgramError PendingFile::Failure(std::string why) const
+{
+    const std::string& temp = TempPath();
+    for (std::size_t at = why.find(temp); at != std::string::npos; at = why.find(temp, at + FinalPath().size()))
+        why.replace(at, temp.size(), FinalPath());
+    const std::string full = m_file.DiskFull();
+    if (!full.empty() && why.find(full) == std::string::npos) why += " (" + full + ")";
+    return FileError("cannot write " + FinalPath() + ": " + why);
+}

@@ -1,0 +1,142 @@
+// The page `lumivane view` serves: the viewer and the tool's controls, built
+// from GET /api/tool and kept in step with it. Self-contained: nothing is
+// fetched but the API.
+#include "app/view/ViewServer.h"
+
+const char* const kViewPage = R"PAGE(<!doctype html>
+<html lang="en"><head><meta charset="utf-8"><title>Lumivane view</title>
+<style>
+[hidden]{display:none!important}
+body{margin:0;display:flex;height:100vh;font:13px sans-serif;background:#222;color:#ddd}
+#stage{flex:1;position:relative;overflow:hidden;background:#111;cursor:grab;touch-action:none}
+#stage.drag{cursor:grabbing}
+#layer{position:absolute;left:0;top:0;transform-origin:0 0}
+#layer img{position:absolute;left:0;top:0;image-rendering:auto}
+#wipe{position:absolute;top:0;bottom:0;width:9px;margin-left:-4px;cursor:ew-resize}
+#wipe::after{content:"";position:absolute;left:4px;top:0;bottom:0;width:1px;background:#fc6}
+#mark{position:absolute;left:6px;top:6px;padding:1px 5px;background:#a60;color:#fff;border-radius:3px}
+#side{width:360px;overflow:auto;padding:8px;background:#2a2a2a}
+.bar{display:flex;gap:6px;align-items:center;flex-wrap:wrap;margin:4px 0}
+button{background:#444;color:#ddd;border:1px solid #555;padding:2px 6px;cursor:pointer}button.on{background:#4a6fa5}
+.row{margin:5px 0}.row label{display:block;color:#aaa}.row input[type=range]{width:200px}.row input[type=number]{width:80px}
+input.bad{outline:2px solid #f55}.fieldErr{display:block;color:#f77}
+#err{color:#f77;white-space:pre-wrap}#busy{color:#fc6;visibility:hidden}#busy.on{visibility:visible}
+pre{font-size:11px;white-space:pre-wrap;max-height:120px;overflow:auto;background:#1c1c1c}
+#kernel{image-rendering:pixelated;max-width:100%;background:#000}
+</style></head><body>
+<div id="stage"><div id="layer"><img id="view" alt="output"><img id="inview" alt="input" hidden></div>
+<div id="wipe" hidden title="drag to move the wipe"></div><span id="mark" hidden></span></div>
+<div id="side">
+<div class="bar"><b id="name"></b><span id="busy">rendering…</span><span id="ms"></span></div>
+<div class="bar"><button id="showIn">Input</button><button id="showOut" class="on">Output</button><button id="showWipe">Wipe</button>
+<button id="fit" class="on">Fit</button><button id="one">1:1</button>
+<label>Exposure <input id="exp" type="number" step="0.5" value="0" style="width:50px"> stops</label></div>
+<div class="bar"><label>Proxy <select id="proxy"><option value="1">full</option><option value="2">1/2</option><option value="4">1/4</option></select></label>
+<button id="full">Full resolution now</button></div>
+<div class="bar" id="frames" hidden><label>Frame <input id="frame" type="range"> <span id="frameNo"></span></label></div>
+<div id="err"></div>
+<div class="bar" id="tabs"></div><div id="controls"></div>
+<div class="bar"><button id="save">Save flow</button><span id="saved"></span></div>
+<details open><summary>Kernel (red, green, blue)</summary><img id="kernel" alt="kernel"></details>
+<details open><summary>Console</summary><pre id="console"></pre></details>
+</div>
+<script>
+const $=id=>document.getElementById(id),H={'X-Lumivane-Token':location.hash.slice(1)};
+// Pictures come as JPEG, quick to make and to move; `?png` in the address asks
+// for PNG, exact to the 8-bit code.
+const shown=location.search.includes('png')?'png':'jpeg';
+let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,idle=0,inKey='';
+async function api(path,body){
+  const r=await fetch(path,body===undefined?{headers:H}:{method:'POST',headers:{...H,'Content-Type':'application/json'},body:JSON.stringify(body)});
+  if(!r.ok)throw new Error((await r.json()).error);return r;}
+const err=m=>$('err').textContent=m||'';
+async function post(path,body){try{show(await (await api(path,body)).json());err()}catch(e){err(e.message);show(await (await api('/api/tool')).json())}}
+const set=(id,value)=>post('/api/set',{id,value});
+function el(tag,props,...kids){const e=Object.assign(document.createElement(tag),props);e.append(...kids);return e}
+// What the server would refuse, said at the field before anything is sent.
+function refusal(c,text){const v=Number(text);
+  if(text.trim()==''||!isFinite(v))return '"'+text+'" is not a number';
+  if(c.min!==undefined&&v<c.min)return v+' is less than the lowest value '+c.min;
+  if(c.max!==undefined&&v>c.max)return v+' is more than the highest value '+c.max;
+  if(c.integer&&!Number.isInteger(v))return v+' is not a whole number';return ''}
+function numberField(c){const why=el('span',{className:'fieldErr'});
+  const f=el('input',{type:'number',step:c.integer?1:'any',value:c.value,onchange:e=>{const r=refusal(c,e.target.value);
+    why.textContent=r;f.classList.toggle('bad',!!r);if(!r)set(c.id,e.target.value)}});return [f,why]}
+function control(c){
+  const row=el('div',{className:'row',hidden:!c.visible}),num=typeof c.value=='number';row.dataset.id=c.id;
+  row.append(el('label',{textContent:c.label}));
+  if(c.readOnly)row.append(el('span',{textContent:c.value}));
+  else if(c.kind=='multi-button')c.entries.forEach((n,i)=>row.append(el('button',{textContent:n,className:c.value==i?'on':'',onclick:()=>set(c.id,i)})));
+  else if(c.kind=='checkbox')row.append(el('input',{type:'checkbox',checked:c.value!=0,onchange:e=>set(c.id,e.target.checked)}));
+  else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value);
+    row.append(el('input',{type:'range',min:lo,max:hi,step:c.integer?1:(hi-lo)/1000,value:c.value,onchange:e=>set(c.id,+e.target.value)}),...numberField(c));}
+  else row.append(el('input',{value:c.value??'',onchange:e=>set(c.id,e.target.value)}));
+  if(tool.sequence&&num&&!c.readOnly)row.append(el('button',{textContent:c.animated?'Set key ◆':'Set key',onclick:()=>post('/api/key',{id:c.id,frame:tool.frame})}));
+  return row;}
+function show(t){
+  const first=!tool;tool=t;$('name').textContent=t.name;page=page??t.pages[0].name;
+  if(first){proxy=t.proxy||1;$('proxy').value=proxy}
+  $('tabs').replaceChildren(...t.pages.map(p=>el('button',{textContent:p.name,className:p.name==page?'on':'',onclick:()=>{page=p.name;show(tool)}})));
+  $('controls').replaceChildren(...t.pages.find(p=>p.name==page).controls.map(control));
+  $('frames').hidden=!t.sequence;const f=$('frame');f.min=t.frames[0];f.max=t.frames.at(-1);f.value=t.frame;$('frameNo').textContent=t.frame;
+  wantFull=false;refresh();}
+async function picture(img,q){const r=await api('/api/image?'+q);const url=URL.createObjectURL(await r.blob());
+  if(img.src)URL.revokeObjectURL(img.src);img.src=url;await img.decode().catch(()=>{});return r;}
+
+// The viewer: the pictures at full-resolution size (a proxy is stretched by its
+// factor), moved by a translation and a scale; Fit and 1:1 set them afresh.
+let tx=0,ty=0,sc=1,fit=true,wipeAt=.5,imgW=0,imgH=0;
+function place(){const st=$('stage'),v=$('view'),k=+(v.dataset.proxy||1);
+  imgW=v.naturalWidth*k;imgH=v.naturalHeight*k;
+  for(const i of [v,$('inview')]){i.style.width=imgW+'px';i.style.height=imgH+'px'}
+  if(fit&&imgW){sc=Math.min(st.clientWidth/imgW,st.clientHeight/imgH);tx=(st.clientWidth-imgW*sc)/2;ty=(st.clientHeight-imgH*sc)/2}
+  $('layer').style.transform='translate('+tx+'px,'+ty+'px) scale('+sc+')';
+  const w=$('wipe'),on=which=='wipe';w.hidden=!on;$('inview').hidden=which=='output';
+  $('view').style.visibility=which=='input'?'hidden':'visible';
+  if(on){const x=Math.min(Math.max(wipeAt,0),1)*st.clientWidth;w.style.left=x+'px';
+    const cut=Math.min(Math.max((x-tx)/(sc*imgW),0),1)*100;$('inview').style.clipPath='inset(0 '+(100-cut)+'% 0 0)'}
+  else $('inview').style.clipPath='';}
+function zoomTo(s,cx,cy){tx=cx-(cx-tx)*s/sc;ty=cy-(cy-ty)*s/sc;sc=s;setFit(false)}
+function setFit(on){fit=on;$('fit').classList.toggle('on',on);$('one').classList.toggle('on',!on&&sc==1);place()}
+$('stage').addEventListener('wheel',e=>{e.preventDefault();const b=$('stage').getBoundingClientRect();
+  zoomTo(Math.min(Math.max(sc*Math.pow(1.0015,-e.deltaY),1/64),64),e.clientX-b.left,e.clientY-b.top)},{passive:false});
+$('stage').addEventListener('pointerdown',e=>{const st=$('stage'),onWipe=e.target.id=='wipe',b=st.getBoundingClientRect();
+  let x0=e.clientX,y0=e.clientY;st.setPointerCapture(e.pointerId);st.classList.add('drag');
+  st.onpointermove=m=>{if(onWipe)wipeAt=(m.clientX-b.left)/st.clientWidth;else{tx+=m.clientX-x0;ty+=m.clientY-y0;fit=false;$('fit').classList.remove('on')}
+    x0=m.clientX;y0=m.clientY;place()};
+  st.onpointerup=()=>{st.onpointermove=null;st.classList.remove('drag')}});
+window.addEventListener('resize',place);
+$('fit').onclick=()=>setFit(true);
+$('one').onclick=()=>{const st=$('stage');zoomTo(1,st.clientWidth/2,st.clientHeight/2)};
+
+// One request at a time; changes meanwhile make one more. A picture older than
+// the newest settings is dropped. A proxy picture is followed by the full
+// resolution once the settings have rested for a second.
+async function refresh(){
+  clearTimeout(idle);
+  if(inflight){again=true;return}inflight=true;$('busy').classList.add('on');
+  const exp=+$('exp').value||0;let shownProxy=0;
+  try{const want=tool.version,p=wantFull?1:proxy,t0=performance.now();
+    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp,{headers:H});
+    if(!r.ok)throw new Error((await r.json()).error);
+    const blob=await r.blob(),t1=performance.now();
+    if(+r.headers.get('X-Lumivane-Version')==tool.version){const img=$('view'),u=img.src;img.src=URL.createObjectURL(blob);
+      if(u)URL.revokeObjectURL(u);await img.decode().catch(()=>{});img.dataset.proxy=p;shownProxy=p;place();
+      img.dataset.fetchMs=(t1-t0).toFixed(1);img.dataset.drawMs=(performance.now()-t1).toFixed(1);img.dataset.version=want;
+      $('mark').hidden=p==1;$('mark').textContent='proxy 1/'+p;
+      const ms=+r.headers.get('X-Lumivane-Render-Ms');if(ms)$('ms').textContent=ms.toFixed(0)+' ms'+(p>1?' (proxy)':'');err()}
+    if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p){inKey=tool.frame+'/'+exp+'/'+p;
+      await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp)}
+    $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
+    if(!again)await picture($('kernel'),'which=kernel&format=png');
+  }catch(e){err(e.message)}
+  inflight=false;$('busy').classList.remove('on');
+  if(again){again=false;refresh()}else if(shownProxy>1)idle=setTimeout(()=>{wantFull=true;refresh()},1000)}
+function mode(id,w){$(id).onclick=()=>{for(const b of ['showIn','showOut','showWipe'])$(b).classList.toggle('on',b==id);which=w;place();refresh()}}
+mode('showIn','input');mode('showOut','output');mode('showWipe','wipe');
+$('proxy').onchange=e=>{proxy=+e.target.value;wantFull=false;refresh()};
+$('full').onclick=()=>{wantFull=true;refresh()};
+$('exp').onchange=refresh;$('frame').onchange=e=>post('/api/frame',{frame:+e.target.value});
+$('save').onclick=async()=>{try{$('saved').textContent='saved '+(await (await api('/api/flow',{})).json()).saved}catch(e){err(e.message)}};
+api('/api/tool').then(r=>r.json()).then(show).catch(e=>err(e.message));
+</script></body></html>)PAGE";

@@ -1,0 +1,245 @@
+#include "app/view/ViewServer.h"
+
+#include "app/files/ExitCodes.h"
+#include "app/files/Interrupt.h"
+#include "host/EngineSettings.h"
+#include "util/Text.h"
+
+#include <httplib.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <random>
+#include <thread>
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr const char* kTokenHeader = "X-Lumivane-Token";
+constexpr const char* kJson = "application/json";
+constexpr std::size_t kMaxBody = 64 * 1024;  // a setting is a few dozen bytes
+constexpr int kTokenBytes = 16;              // 128 bits
+
+std::string NewToken()
+{
+    std::random_device random;  // the kernel's entropy source
+    std::string token;
+    char hex[3];
+    for (int i = 0; i < kTokenBytes; ++i) {
+        std::snprintf(hex, sizeof hex, "%02x", static_cast<unsigned>(random() & 0xff));
+        token += hex;
+    }
+    return token;
+}
+
+// Compares in time independent of where the first difference is.
+bool SameToken(const std::string& a, const std::string& b)
+{
+    if (a.size() != b.size()) return false;
+    unsigned char diff = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) diff |= static_cast<unsigned char>(a[i] ^ b[i]);
+    return diff == 0;
+}
+
+void Reply(httplib::Response& res, int status, const json& body)
+{
+    res.status = status;
+    res.set_content(body.dump(), kJson);
+}
+
+void Refuse(httplib::Response& res, int status, const std::string& message)
+{
+    Reply(res, status, json{{"error", message}});
+}
+
+json Body(const httplib::Request& req)
+{
+    try {
+        json body = json::parse(req.body);
+        if (!body.is_object()) throw UsageError("the request body must be a JSON object");
+        return body;
+    } catch (const json::parse_error& e) {
+        throw UsageError(std::string("malformed JSON: ") + e.what());
+    }
+}
+
+std::string Field(const json& body, const char* key)
+{
+    if (!body.contains(key) || !body[key].is_string())
+        throw UsageError(std::string("\"") + key + "\": expected a text");
+    return body[key].get<std::string>();
+}
+
+int FrameField(const json& body, const char* key)
+{
+    if (!body.contains(key) || !body[key].is_number_integer())
+        throw UsageError(std::string("\"") + key + "\": expected a whole frame number");
+    return body[key].get<int>();
+}
+
+// A value as --set takes it: numbers exactly, on/off for true/false, text as typed.
+std::string SettingText(const json& value)
+{
+    if (value.is_boolean()) return value.get<bool>() ? "on" : "off";
+    if (value.is_string()) return value.get<std::string>();
+    if (value.is_number_integer()) return std::to_string(value.get<long long>());
+    if (value.is_number()) {
+        char text[40];
+        std::snprintf(text, sizeof text, "%.17g", value.get<double>());
+        return text;
+    }
+    throw UsageError("\"value\": expected a number, an entry name or on/off");
+}
+
+}  // namespace
+
+ViewServer::ViewServer(const ViewOptions& options)
+    : m_session(options), m_server(std::make_unique<httplib::Server>()), m_token(NewToken())
+{
+    m_server->set_payload_max_length(kMaxBody);
+    Routes();
+    m_port = options.port == 0 ? m_server->bind_to_any_port(kLoopback) : m_server->bind_to_port(kLoopback, options.port)
+                                                                              ? options.port
+                                                                              : -1;
+    if (m_port <= 0)
+        throw UsageError("--port " + std::to_string(options.port) + ": cannot listen on " + kLoopback +
+                         " at that port (in use, or not allowed)");
+}
+
+ViewServer::~ViewServer() = default;
+
+std::string ViewServer::Address() const
+{
+    return std::string("http://") + kLoopback + ":" + std::to_string(m_port) + "/#" + m_token;
+}
+
+void ViewServer::Serve()
+{
+    std::atomic<bool> done{false};
+    std::thread watch([&] {
+        while (!done) {
+            if (InterruptRequested()) {
+                m_server->stop();
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+    });
+    m_server->listen_after_bind();
+    done = true;
+    watch.join();
+}
+
+void ViewServer::Stop() { m_server->stop(); }
+
+void ViewServer::Routes()
+{
+    httplib::Server& s = *m_server;
+    s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+        const std::string host = req.get_header_value("Host");
+        const std::string port = ":" + std::to_string(m_port);
+        if (host != kLoopback + port && host != "localhost" + port) {
+            Refuse(res, 403, "Host \"" + host + "\" is not this server's address " + kLoopback + port);
+            return httplib::Server::HandlerResponse::Handled;
+        }
+        if (req.path.rfind("/api/", 0) == 0 && !SameToken(req.get_header_value(kTokenHeader), m_token)) {
+            Refuse(res, 403, std::string("missing or wrong ") + kTokenHeader + " header (the token is in the printed address)");
+            return httplib::Server::HandlerResponse::Handled;
+        }
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
+    s.set_error_handler([](const httplib::Request& req, httplib::Response& res) {
+        if (!res.body.empty()) return;
+        if (res.status == 404) Refuse(res, 404, "no such route: " + req.method + " " + req.path);
+        else if (res.status == 413) Refuse(res, 413, "request body larger than " + std::to_string(kMaxBody) + " bytes");
+        else Refuse(res, res.status, "request refused (HTTP " + std::to_string(res.status) + ")");
+    });
+
+    // Runs `f` under the lock; failures become JSON messages with a 4xx for
+    // what the caller can fix, 422 for a render the tool refused.
+    auto api = [this](auto f) {
+        return [this, f](const httplib::Request& req, httplib::Response& res) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            try {
+                f(req, res);
+            } catch (const ProgramError& e) {
+                Refuse(res, e.Kind() == Exit::Usage ? 400 : e.Kind() == Exit::Render ? 422 : 500, e.what());
+            } catch (const std::exception& e) {
+                Refuse(res, 500, e.what());
+            }
+        };
+    };
+
+    s.Get("/", [](const httplib::Request&, httplib::Response& res) {
+        res.set_header("Cache-Control", "no-store");
+        res.set_header("Content-Security-Policy",
+                       "default-src 'none'; script-src 'unsafe-inline'; style-src 'unsafe-inline'; "
+                       "img-src blob:; connect-src 'self'");
+        res.set_content(kViewPage, "text/html; charset=utf-8");
+    });
+    s.Get("/api/tool", api([this](const httplib::Request&, httplib::Response& res) {
+              Reply(res, 200, m_session.ToolDocument());
+          }));
+    s.Post("/api/set", api([this](const httplib::Request& req, httplib::Response& res) {
+               const json body = Body(req);
+               if (!body.contains("value")) throw UsageError("\"value\": missing");
+               // Read as the command line's --set ID=VALUE, so its messages are the same.
+               m_session.Set(ParseSetArgument(Field(body, "id") + "=" + SettingText(body["value"])));
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Post("/api/frame", api([this](const httplib::Request& req, httplib::Response& res) {
+               m_session.SetFrame(FrameField(Body(req), "frame"));
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Post("/api/key", api([this](const httplib::Request& req, httplib::Response& res) {
+               const json body = Body(req);
+               m_session.Key(Field(body, "id"), FrameField(body, "frame"));
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Get("/api/image", api([this](const httplib::Request& req, httplib::Response& res) {
+              const std::string which = req.has_param("which") ? req.get_param_value("which") : "output";
+              const std::string format = req.has_param("format") ? req.get_param_value("format") : "png";
+              double exposure = 0.0;
+              if (req.has_param("exposure")) {
+                  const std::string text = req.get_param_value("exposure");
+                  char* end = nullptr;
+                  exposure = std::strtod(text.c_str(), &end);
+                  if (text.empty() || *end) throw UsageError("exposure: expected stops, got \"" + text + "\"");
+              }
+              int proxy = 1;
+              if (req.has_param("proxy")) {
+                  const std::string text = req.get_param_value("proxy");
+                  if (text != "1" && text != "2" && text != "4")
+                      throw UsageError("proxy: expected 1, 2 or 4, got \"" + text + "\"");
+                  proxy = std::stoi(text);
+              }
+              const EncodedImage image = m_session.Picture(which, format, exposure, proxy);
+              res.set_header("X-Lumivane-Render-Ms", FormatNumber(image.renderMs));
+              res.set_header("X-Lumivane-Encode-Ms", FormatNumber(image.encodeMs));
+              res.set_header("X-Lumivane-Proxy", std::to_string(image.proxy));
+              res.set_header("X-Lumivane-Version", std::to_string(image.version));
+              res.set_header("Cache-Control", "no-store");
+              res.set_content(image.bytes, image.mime.c_str());
+          }));
+    s.Get("/api/console", api([this](const httplib::Request&, httplib::Response& res) {
+              Reply(res, 200, m_session.Console());
+          }));
+    s.Post("/api/flow", api([this](const httplib::Request&, httplib::Response& res) {
+               Reply(res, 200, json{{"saved", m_session.SaveFlow()}});
+           }));
+}
+
+int RunView(const ViewOptions& options)
+{
+    // The page re-renders the same frame size at every change.
+    SetHostKeepsTransformBuffers(true);
+    ViewServer server(options);
+    std::printf("%s\n", server.Address().c_str());
+    std::fflush(stdout);
+    server.Serve();
+    return ExitStatus(Exit::Success);
+}

@@ -1,0 +1,346 @@
+#include "app/view/ViewSession.h"
+
+#include "app/session/Describe.h"
+#include "app/files/ExitCodes.h"
+#include "app/files/ImageFiles.h"
+#include "app/cli/KernelCommand.h"
+#include "app/files/SequencePlan.h"
+#include "app/view/ViewDisplay.h"
+#include "app/view/ViewProxy.h"
+#include "host/Flow.h"
+#include "host/Tags.h"
+#include "util/Text.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* kSourceInput = "input";
+constexpr const char* kKernelInput = "kernel";
+
+FramePattern Pattern(const std::string& what, const std::string& text)
+{
+    try {
+        return FramePattern(text);
+    } catch (const std::invalid_argument& e) {
+        throw UsageError(what + ": " + e.what());
+    }
+}
+
+// NAME.flow beside the input, the frame field dropped from NAME.
+std::string FlowBesideInput(const std::string& input)
+{
+    const std::filesystem::path p(input);
+    const std::string stem = std::regex_replace(p.stem().string(), std::regex("[._]?(#+|%0?[0-9]*d)$"), "");
+    return (p.parent_path() / (stem + ".flow")).string();
+}
+
+double MsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+void Encode(EncodedImage& out, const Image& image, double exposure, bool magnitude)
+{
+    const auto start = std::chrono::steady_clock::now();
+    out.bytes = DisplayPicture(image, exposure, magnitude,
+                               out.mime == "image/jpeg" ? DisplayFormat::Jpeg : DisplayFormat::Png);
+    out.encodeMs = MsSince(start);
+}
+
+std::string ReadWhole(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    if (!in) throw FileError(path + ": cannot read it back");
+    return s.str();
+}
+
+// The value at `time` as the tool reads it.
+double NumberAt(const Input& in, TimeStamp time)
+{
+    Parameter* p = const_cast<Input&>(in).GetSource(time);
+    const auto* n = dynamic_cast<const Number*>(p);
+    const double v = n ? n->Value() : 0.0;
+    if (p) p->Recycle();
+    return v;
+}
+
+std::string TextAt(const Input& in, TimeStamp time)
+{
+    Parameter* p = const_cast<Input&>(in).GetSource(time);
+    const auto* t = dynamic_cast<const Text*>(p);
+    std::string v = t ? t->Value() : in.Decl().DefaultText;
+    if (p) p->Recycle();
+    return v;
+}
+
+}  // namespace
+
+ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
+{
+    m_host = std::make_unique<PluginHost>(PluginFolders(options.plugins), [](const std::string& w) {
+        std::fprintf(stderr, "lumivane: warning: %s\n", w.c_str());
+    });
+    m_host->Doc().SetConsoleListener([this](const ConsoleLine& line) {
+        m_frameConsole.Add(line);
+        if (m_recordConsole) m_consoleLines.push_back(line.Text.substr(0, line.Text.find_last_not_of('\n') + 1));
+    });
+    json program;
+    m_tool = MakeTool(*m_host, options.flow, program);
+    m_source = m_tool->FindInput(kSourceInput);
+    m_kernelInput = m_tool->FindInput(kKernelInput);
+    if (!m_source || !m_kernelInput)
+        throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
+
+    m_names.input = !options.input.empty() ? options.input : m_source->Connection();
+    m_names.kernel = !options.kernel.empty() ? options.kernel : m_kernelInput->Connection();
+    m_names.frames = !options.frames.empty() ? options.frames
+                     : program.contains("frames") && program["frames"].is_string() ? program["frames"].get<std::string>()
+                                                                                    : "";
+    if (m_names.input.empty()) throw UsageError("no INPUT image given");
+    m_inPattern = Pattern("INPUT", m_names.input);
+    if (!m_names.kernel.empty()) m_kernelPattern = Pattern("--kernel", m_names.kernel);
+    const std::optional<FrameList> frames = FramesToRender(m_names.frames, *m_inPattern);
+    m_sequence = frames.has_value();
+    if (m_sequence) m_frames = *frames;
+    else if (m_inPattern->HasFrameField())
+        throw UsageError(m_inPattern->Text() + " names a sequence: say which frames with --frames FIRST-LAST");
+    m_frame = m_frames.First();
+    ApplySettings(*m_tool, options.settings, m_frame);
+
+    m_flowPath = !options.saveFlow.empty() ? options.saveFlow : FlowBesideInput(m_names.input);
+    // `render --flow` alone then renders the look beside the flow.
+    const std::filesystem::path flowPath(m_flowPath), inputPath(m_names.input);
+    m_names.output = (flowPath.parent_path() / flowPath.stem()).string() + (m_sequence ? ".####" : "") +
+                     inputPath.extension().string();
+    m_plates = std::make_unique<PlateSource>(m_options.plate);  // the session's own copy: the caller's may go
+    CurrentPlate();  // a missing or unreadable input fails now, not in the page
+
+    m_scratch = (std::filesystem::temp_directory_path() / "lumivane-view-XXXXXX").string();
+    if (!::mkdtemp(m_scratch.data())) throw FileError("cannot make a scratch folder in " + m_scratch);
+}
+
+ViewSession::~ViewSession()
+{
+    m_source->SetSource(nullptr, 0.0);
+    m_kernelInput->SetSource(nullptr, 0.0);
+    std::error_code ec;
+    std::filesystem::remove_all(m_scratch, ec);
+}
+
+const Plate& ViewSession::CurrentPlate() { return m_plates->At(*m_inPattern, m_frame); }
+
+json ViewSession::ToolDocument() const
+{
+    json doc = DescribeTool(*m_tool->Reg(), *m_tool, m_host->ModuleOf(m_tool->Reg()->ID().str()));
+    for (json& page : doc["pages"])
+        for (json& c : page["controls"]) {
+            const Input* in = m_tool->FindInput(c["id"].get<std::string>());
+            if (in->Decl().IsNumber()) {
+                c["value"] = NumberAt(*in, m_frame);
+                c["animated"] = in->IsAnimated();
+            } else if (in->Decl().IsText()) {
+                c["value"] = TextAt(*in, m_frame);
+            }
+        }
+    doc["frames"] = m_frames.Frames();
+    doc["sequence"] = m_sequence;
+    doc["frame"] = m_frame;
+    doc["version"] = m_version;
+    doc["flow"] = m_flowPath;
+    doc["proxy"] = m_options.proxy;
+    return doc;
+}
+
+void ViewSession::Set(const Setting& setting)
+{
+    ++m_version;  // a setting that failed part-way may still have changed others
+    ApplySettings(*m_tool, {setting}, m_frame);
+}
+
+void ViewSession::SetFrame(int frame)
+{
+    const auto& all = m_frames.Frames();
+    if (std::find(all.begin(), all.end(), frame) == all.end())
+        throw UsageError("frame " + std::to_string(frame) + " is not among the frames viewed (" +
+                         std::to_string(all.front()) + " to " + std::to_string(all.back()) + ")");
+    m_frame = frame;
+    ++m_version;
+}
+
+void ViewSession::Key(const std::string& id, int frame)
+{
+    Input* in = m_tool->FindInput(id);
+    if (!in || !in->Decl().IsNumber() || in->Decl().Tags.GetLong(TEC_ReadOnly, 0) != 0)
+        throw UsageError("\"" + id + "\" is not a control that takes keys (a number control that is not read-only)");
+    std::map<double, double> keys = in->Keys();
+    keys[frame] = NumberAt(*in, m_frame);
+    in->SetKeys(keys);
+    ++m_version;
+}
+
+void ViewSession::RenderIfStale()
+{
+    if (m_renderedVersion == m_version) return;
+    m_rendered = {};
+    m_failure.clear();
+    m_consoleLines.clear();
+    m_frameConsole.Clear();
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        const Plate& plate = CurrentPlate();
+        if (m_kernelPattern) {
+            const ImageFile kernel = ReadImageFile(m_kernelPattern->At(m_frame));
+            m_kernelInput->SetSource(kernel.image.get(), m_frame);
+        }
+        m_rendered = RenderPlate(m_host->Doc(), m_tool, *m_source, plate, m_frame, m_frameConsole);
+    } catch (const std::exception& e) {
+        m_failure = e.what();
+    }
+    m_renderMs = MsSince(start);
+    m_renderedVersion = m_version;
+    m_consoleVersion = m_version;
+    m_consoleProxy = 1;
+    m_lastFailure = m_failure;
+}
+
+const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
+{
+    renderMs = 0.0;
+    if (m_proxyVersion == m_version && m_proxyFactor == factor && m_proxyResult)
+        return static_cast<const Image&>(*m_proxyResult);
+    m_proxyResult = {};
+    m_consoleLines.clear();
+    m_frameConsole.Clear();
+    const auto start = std::chrono::steady_clock::now();
+    if (!m_proxySource || m_proxySourceKey != std::make_pair(m_frame, factor)) {
+        m_proxySource = ProxyOf(*CurrentPlate().Sources().front(), factor);  // once a frame and factor
+        m_proxySourceKey = {m_frame, factor};
+    }
+    const Ref<Image>& small = m_proxySource;
+    if (m_kernelPattern) {
+        const ImageFile kernel = ReadImageFile(m_kernelPattern->At(m_frame));
+        m_kernelInput->SetSource(kernel.image.get(), m_frame);
+    }
+    m_source->SetSource(small.get(), m_frame);
+    {
+        const ProxySizes sizes(*m_tool, m_frame, factor);
+        m_proxyResult = m_host->Doc().Render(m_tool, m_frame);
+    }
+    renderMs = MsSince(start);
+    m_renderMs = renderMs;
+    m_consoleVersion = m_version;
+    m_consoleProxy = factor;
+    if (!m_proxyResult) throw RenderError(m_frameConsole.Why());
+    if (!dynamic_cast<const Image*>(m_proxyResult.get())) throw RenderError("the tool's output is not an image");
+    m_proxyVersion = m_version;
+    m_proxyFactor = factor;
+    return static_cast<const Image&>(*m_proxyResult);
+}
+
+EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure, int proxy)
+{
+    if (format != "png" && format != "jpeg" && format != "exr")
+        throw UsageError("format: expected png, jpeg or exr, got \"" + format + "\"");
+    if (!IsProxyFactor(proxy)) throw UsageError("proxy: expected 1, 2 or 4, got " + std::to_string(proxy));
+    if (proxy != 1 && format == "exr")
+        throw UsageError("proxy: pictures shrunk for display are png or jpeg; exr is the full-resolution output");
+    if (!std::isfinite(exposure) || std::fabs(exposure) > 64)
+        throw UsageError("exposure: expected stops between -64 and 64");
+    EncodedImage out;
+    out.version = m_version;
+    out.mime = format == "png" ? "image/png" : format == "jpeg" ? "image/jpeg" : "image/x-exr";
+    out.proxy = which == "kernel" ? 1 : proxy;
+    if (which == "input") {
+        if (format == "exr") throw UsageError("the input is shown as png or jpeg only; its file is " + m_names.input);
+        const Image& frame = *CurrentPlate().Sources().front();
+        Encode(out, proxy == 1 ? frame : *ProxyOf(frame, proxy), exposure, false);
+        return out;
+    }
+    if (which == "kernel") {
+        if (format == "exr") throw UsageError("the kernel is shown as png or jpeg only");
+        if (m_kernelVersion != m_version || !m_kernelDrawing) {
+            // A copy of the tool made through a flow, as `render --flow` would
+            // make it, so drawing (which sets Edges) leaves the tool alone.
+            const std::string flow = m_scratch + "/kernel.flow";
+            ::SaveFlow(m_host->Doc(), flow);
+            {  // unnamed, so the copy takes a name of its own beside the tool
+                json saved = json::parse(std::ifstream(flow));
+                for (json& t : saved["tools"]) t.erase("name");
+                std::ofstream(flow) << saved.dump();
+            }
+            const std::size_t before = m_host->Doc().Tools().size();
+            LoadFlow(m_host->Doc(), flow);
+            Operator* copy = m_host->Doc().Tools().back().get();
+            if (m_host->Doc().Tools().size() != before + 1) throw FileError("cannot copy the tool to draw its kernels");
+            const Image& frame = *CurrentPlate().Sources().front();
+            m_frameConsole.Clear();
+            m_recordConsole = false;  // the console shows the render's lines, not the drawing's
+            try {
+                m_kernelDrawing = DrawKernels(m_host->Doc(), *copy, m_frameConsole, frame.Width, frame.Height, m_frame);
+            } catch (...) {
+                m_recordConsole = true;
+                m_host->Doc().RemoveTool(copy);
+                throw;
+            }
+            m_recordConsole = true;
+            m_host->Doc().RemoveTool(copy);
+            if (!m_kernelDrawing) throw RenderError("interrupted");
+            m_kernelVersion = m_version;
+        }
+        Encode(out, *m_kernelDrawing, 0.0, true);
+        return out;
+    }
+    if (which != "output") throw UsageError("which: expected input, output or kernel, got \"" + which + "\"");
+    if (proxy != 1) {
+        try {
+            const Image& shrunk = ProxyOutput(proxy, out.renderMs);
+            m_lastFailure.clear();
+            Encode(out, shrunk, exposure, false);
+            return out;
+        } catch (const ProgramError& e) {
+            m_lastFailure = e.what();
+            throw;
+        }
+    }
+    const bool fresh = m_renderedVersion != m_version;
+    RenderIfStale();
+    if (!m_failure.empty()) throw RenderError(m_failure);
+    if (m_rendered.images.empty()) throw RenderError("interrupted");
+    out.renderMs = fresh ? m_renderMs : 0.0;
+    if (format != "exr") {
+        Encode(out, *m_rendered.images.front(), exposure, false);
+        return out;
+    }
+    // Written as `render` writes OUTPUT.exr, so the bytes are the same.
+    const auto start = std::chrono::steady_clock::now();
+    const std::string path = m_scratch + "/output.exr";
+    CurrentPlate().Write(path, m_rendered.images, std::nullopt);
+    out.bytes = ReadWhole(path);
+    std::filesystem::remove(path);
+    out.encodeMs = MsSince(start);
+    return out;
+}
+
+json ViewSession::Console() const
+{
+    return json{{"lines", m_consoleLines}, {"failure", m_lastFailure}, {"renderMs", m_renderMs},
+                {"version", m_consoleVersion}, {"proxy", m_consoleProxy}};
+}
+
+std::string ViewSession::SaveFlow()
+{
+    SaveRenderFlow(m_host->Doc(), m_names, *m_source, *m_kernelInput, m_flowPath);
+    return m_flowPath;
+}

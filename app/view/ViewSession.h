@@ -1,0 +1,107 @@
+#pragma once
+// The state behind `lumivane view`: one tool in its own document, the plate
+// it previews and the last render, driven by the page's requests. Not
+// thread-safe: the server holds one lock around every call, which also
+// serialises the renders.
+//
+// Renders are lazy: a change only bumps the settings version, and the next
+// request for the output renders once at that version, so changes that
+// arrive while a render runs merge into one next render.
+#include "app/files/Plate.h"
+#include "app/session/Plugins.h"
+#include "app/cli/RenderJob.h"
+#include "app/session/ToolConsole.h"
+
+#include <nlohmann/json.hpp>
+
+#include <memory>
+#include <optional>
+#include <utility>
+#include <string>
+#include <vector>
+
+struct ViewOptions {
+    std::string input;
+    std::string kernel;
+    std::string flow;
+    std::string frames;
+    std::string saveFlow;  // empty: NAME.flow beside the input
+    std::string plugins;
+    std::vector<Setting> settings;  // in command-line order
+    PlateOptions plate;
+    int port = 0;  // 0: a free one
+    int proxy = 1;  // the page's first proxy factor: 1, 2 or 4
+};
+
+struct EncodedImage {
+    std::string bytes;
+    std::string mime;
+    double renderMs = 0.0;  // of the render behind it; 0 when none was needed
+    double encodeMs = 0.0;  // of making the bytes
+    int proxy = 1;          // the factor it was shrunk by
+    long version = 0;       // the settings it shows
+};
+
+class ViewSession {
+public:
+    // Loads the plug-ins, the flow and the first frame's settings; throws
+    // ProgramErrors as `render` does for the same command line.
+    explicit ViewSession(const ViewOptions& options);
+    ~ViewSession();
+
+    // The describe table of the tool with each control's value at the current
+    // frame, plus the frames and the settings version.
+    nlohmann::ordered_json ToolDocument() const;
+    // Applies the setting as --set does (usage ProgramError on a bad one).
+    void Set(const Setting& setting);
+    void SetFrame(int frame);
+    // Keys the control's value at the current frame at `frame`.
+    void Key(const std::string& id, int frame);
+    // which: input, output or kernel; format: png or jpeg (sRGB display of
+    // the linear values, `exposure` stops) or exr (as `render` writes it;
+    // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).
+    EncodedImage Picture(const std::string& which, const std::string& format, double exposure, int proxy = 1);
+    nlohmann::ordered_json Console() const;
+    // Saves to the path fixed at start; returns it.
+    std::string SaveFlow();
+    const std::string& FlowPath() const { return m_flowPath; }
+
+private:
+    const Plate& CurrentPlate();
+    void RenderIfStale();
+    // The first source of the frame rendered at 1/factor size; cached per version.
+    const Image& ProxyOutput(int factor, double& renderMs);
+
+    ViewOptions m_options;
+    std::unique_ptr<PluginHost> m_host;
+    FrameConsole m_frameConsole;
+    std::vector<std::string> m_consoleLines;
+    bool m_recordConsole = true;
+    Operator* m_tool = nullptr;
+    Input* m_source = nullptr;
+    Input* m_kernelInput = nullptr;
+    FlowNames m_names;
+    std::optional<FramePattern> m_inPattern, m_kernelPattern;
+    FrameList m_frames;
+    bool m_sequence = false;
+    int m_frame = 0;
+    std::unique_ptr<PlateSource> m_plates;
+    std::string m_flowPath;
+    std::string m_scratch;  // a private folder for the EXR and the kernel flow
+
+    long m_version = 1;
+    long m_renderedVersion = 0;
+    PlateResults m_rendered;
+    double m_renderMs = 0.0;
+    std::string m_failure;  // of the render at m_renderedVersion
+    std::string m_lastFailure;  // of the last render, full or proxy
+    long m_proxyVersion = 0;
+    long m_consoleVersion = 0;  // the settings the console lines came from
+    int m_consoleProxy = 1;     // and the shrink factor of that render
+    int m_proxyFactor = 0;
+    Ref<Parameter> m_proxyResult;
+    Ref<Image> m_proxySource;
+    std::pair<int, int> m_proxySourceKey;  // frame, factor
+    long m_kernelVersion = 0;
+    Ref<Image> m_kernelDrawing;
+};
