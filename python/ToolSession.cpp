@@ -2,9 +2,9 @@
 
 #include "app/session/Describe.h"
 #include "app/files/ExitCodes.h"
-#include "app/cli/KernelCommand.h"
+#include "app/session/DrawKernels.h"
 #include "app/session/Plugins.h"
-#include "app/cli/RenderJob.h"
+#include "app/session/RenderPlate.h"
 #include "host/Flow.h"
 
 #include <cstdio>

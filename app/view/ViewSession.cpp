@@ -3,7 +3,7 @@
 #include "app/session/Describe.h"
 #include "app/files/ExitCodes.h"
 #include "app/files/ImageFiles.h"
-#include "app/cli/KernelCommand.h"
+#include "app/session/DrawKernels.h"
 #include "app/files/SequencePlan.h"
 #include "app/view/ViewDisplay.h"
 #include "app/view/ViewProxy.h"

@@ -9,7 +9,8 @@
 // arrive while a render runs merge into one next render.
 #include "app/files/Plate.h"
 #include "app/session/Plugins.h"
-#include "app/cli/RenderJob.h"
+#include "app/session/RenderPlate.h"
+#include "app/session/Settings.h"
 #include "app/session/ToolConsole.h"
 
 #include <nlohmann/json.hpp>

@@ -1,34 +1,21 @@
-#include "app/cli/RenderJob.h"
+#include "app/cli/RenderCommand.h"
 
+#include "app/cli/Progress.h"
+#include "app/cli/SharedOptions.h"
 #include "app/files/ExitCodes.h"
 #include "app/files/FramePattern.h"
 #include "app/files/ImageFiles.h"
 #include "app/files/Interrupt.h"
-#include "app/files/Plate.h"
-#include "app/session/Plugins.h"
-#include "app/cli/Progress.h"
 #include "app/files/SequencePlan.h"
+#include "app/session/Plugins.h"
 #include "app/session/ToolConsole.h"
-#include "host/EngineSettings.h"
-#include "host/Flow.h"
+
+#include <CLI/CLI.hpp>
 
 #include <filesystem>
-#include <fstream>
-#include <mutex>
 #include <optional>
-#include <unistd.h>
-
-using json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr const char* kSourceInput = "input";
-constexpr const char* kKernelInput = "kernel";
-// What the program keeps in a flow's "program" object.
-constexpr const char* kFlowOutput = "output";
-constexpr const char* kFlowFrames = "frames";
-constexpr const char* kFlowDepth = "depth";
-constexpr const char* kFlowCompression = "compression";
 
 // The images of one pattern: the last file read is kept, so a still used for
 // every frame is read once.
@@ -51,13 +38,6 @@ private:
     ImageFile m_file;
 };
 
-std::string FromProgram(const json& program, const char* key)
-{
-    if (!program.is_object() || !program.contains(key)) return {};
-    const json& v = program[key];
-    return v.is_string() ? v.get<std::string>() : v.dump();
-}
-
 // What to render, once the command line and the flow are merged.
 struct Job : FlowNames {
     std::optional<FramePattern> inPattern, outPattern, kernelPattern;
@@ -67,23 +47,13 @@ struct Job : FlowNames {
     bool sequence = false;
 };
 
-Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, const json& program)
+Job PlanJob(const RenderOptions& opt, const FlowNames& names)
 {
     Job job;
-    job.input = !opt.input.empty() ? opt.input : source.Connection();
-    job.kernel = !opt.kernel.empty() ? opt.kernel : kernel.Connection();
-    job.output = !opt.output.empty() ? opt.output : PathFromFlow(opt.flow, FromProgram(program, kFlowOutput));
-    job.frames = !opt.frames.empty() ? opt.frames : FromProgram(program, kFlowFrames);
-    job.depth = !opt.depth.empty() ? opt.depth : FromProgram(program, kFlowDepth);
-    job.compression = !opt.compression.empty() ? opt.compression : FromProgram(program, kFlowCompression);
-    const std::string fromFlow = opt.flow.empty() ? "" : " (nor in the flow " + opt.flow + ")";
+    static_cast<FlowNames&>(job) = names;
+    const std::string fromFlow = opt.look.flow.empty() ? "" : " (nor in the flow " + opt.look.flow + ")";
     if (!job.compression.empty() && !job.output.empty())
         job.outCompression = ParseCompression(job.compression, job.output);
-    if (opt.saveOnly) {
-        // A flow may hold controls alone; its frames are found when it is rendered.
-        if (!job.frames.empty()) job.frameList = *FramesToRender(job.frames, FramePattern(""));
-        return job;
-    }
     if (job.input.empty()) throw UsageError("no INPUT image given" + fromFlow);
     if (job.output.empty()) throw UsageError("no OUTPUT file given" + fromFlow);
 
@@ -121,112 +91,35 @@ std::vector<int> FramesMissing(const Job& job)
 
 }  // namespace
 
-Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, json* program)
+CLI::App* AddRenderCommand(CLI::App& app, RenderOptions& render)
 {
-    try {
-        json loaded = LoadFlow(doc, flow);
-        if (program) *program = std::move(loaded);
-    } catch (const ValueRefused& e) {
-        // The same value given with --set would be a usage error.
-        throw UsageError(e.what());
-    } catch (const std::runtime_error& e) {
-        throw FileError(e.what());
-    }
-    for (const auto& t : doc.Tools())
-        if (t->Reg()) return t.get();
-    throw FileError(flow + ": the flow holds no tool");
+    CLI::App* command = app.add_subcommand(
+        "render",
+        "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
+        "rendered over --frames. Controls are applied in the order given, after those of --flow. "
+        "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.");
+    command->add_option("INPUT", render.look.names.input, "Input image or frame pattern (may come from --flow)");
+    command->add_option("OUTPUT", render.look.names.output,
+                        "Output image or frame pattern; the extension picks the format");
+    AddLookOptions(*command, render.look,
+                   "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: INPUT's frames on disk); the frame "
+                   "number is the time",
+                   "Load controls, keys and file names from a saved flow");
+    command->add_option("--save-flow", render.saveFlow, "Save the controls and file names as a flow")
+        ->type_name("FILE");
+    command->add_flag("-k,--keep-going", render.keepGoing, "Go on with the other frames after a frame fails");
+    command->add_flag("-v,--verbose", render.verbose,
+                      "Show the plug-in module, and per frame the blur sizes in pixels, transform sizes, "
+                      "memory estimate and the tool's progress lines");
+    command->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
+    command->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
+    command->add_flag("--skip-existing", render.skipExisting,
+                      "Leave the frames whose output file exists (a frame is written whole or not at all)");
+    command->add_flag("-q,--quiet", render.quiet, "Show errors only");
+    AddPlateOptions(*command, render.plate);
+    AddSettingOptions(*command);
+    return command;
 }
-
-Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
-{
-    const std::string toolClass = host.ToolClass();
-    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
-    return ToolFromFlow(host.Doc(), flow, &program);
-}
-
-void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, Input& kernel,
-                    const std::string& path)
-{
-    source.SetConnection(job.input);
-    kernel.SetConnection(job.kernel);
-    json keep = json::object();
-    if (!job.output.empty()) keep[kFlowOutput] = PathForFlow(path, job.output);
-    if (!job.frames.empty()) keep[kFlowFrames] = job.frames;
-    if (!job.depth.empty()) keep[kFlowDepth] = job.depth;
-    if (!job.compression.empty()) keep[kFlowCompression] = job.compression;
-    try {
-        SaveFlow(doc, path, keep);
-    } catch (const std::runtime_error& e) {
-        throw FileError(e.what());
-    }
-}
-
-namespace {
-
-std::uint64_t ResidentBytes()
-{
-    std::ifstream statm("/proc/self/statm");
-    std::uint64_t pages = 0, resident = 0;
-    statm >> pages >> resident;
-    return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-}
-
-std::uint64_t ImageBytes(const Image& i)
-{
-    return static_cast<std::uint64_t>(i.Width) * static_cast<std::uint64_t>(i.Height) *
-           static_cast<std::uint64_t>(i.PixelStride()) * sizeof(float);
-}
-
-// Tells the tool what the program holds while layer `layer` of a plate
-// (`sources`, with their pixels or as the shapes of a plate not read yet)
-// renders, beside that layer (which the tool counts): the program itself (its
-// code, libraries, plug-in and what reading files left behind, measured once,
-// at the first frame, without the plate's pixels), the other layers, the
-// results of the layers before, and for writing the file an interleaved float
-// copy, the writer's conversion and its encoding buffers, counted as five more
-// copies of the plate.
-void CountHostMemory(const std::vector<Ref<Image>>& sources, std::size_t layer)
-{
-    std::uint64_t plateBytes = 0, held = 0, before = 0;
-    for (std::size_t k = 0; k < sources.size(); ++k) {
-        plateBytes += ImageBytes(*sources[k]);
-        if (sources[k]->HasPixels()) held += ImageBytes(*sources[k]);
-        if (k < layer) before += ImageBytes(*sources[k]);
-    }
-    static const std::uint64_t program = std::max(ResidentBytes(), held) - held;
-    SetHostFrameMemory(program + plateBytes - ImageBytes(*sources[layer]) + before + 5 * plateBytes);
-}
-
-}  // namespace
-
-void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& shapes, TimeStamp time,
-               const FrameConsole& console)
-{
-    for (std::size_t k = 0; k < shapes.size(); ++k) {
-        CountHostMemory(shapes, k);
-        source.SetSource(shapes[k].get(), time);
-        doc.PreCalc(tool, time);
-        source.SetSource(nullptr, time);
-        if (console.HasFailure()) throw RenderError(console.Why());
-    }
-}
-
-PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
-                         const FrameConsole& console)
-{
-    PlateResults r;
-    for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
-        CountHostMemory(plate.Sources(), k);
-        source.SetSource(plate.Sources()[k].get(), time);
-        r.results.push_back(doc.Render(tool, time));
-        if (InterruptRequested()) return {};  // the frame is dropped, not written
-        if (!r.results.back()) throw RenderError(console.Why());
-        r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
-        if (!r.images.back()) throw RenderError("the tool's output is not an image");
-    }
-    return r;
-}
-
 
 int RunRender(const RenderOptions& opt)
 {
@@ -239,21 +132,18 @@ int RunRender(const RenderOptions& opt)
         progress.ToolLine(line);
     });
 
-    json program;
-    Operator* tool = MakeTool(host, opt.flow, program);
-    Input* sourceInput = tool->FindInput(kSourceInput);
-    Input* kernelInput = tool->FindInput(kKernelInput);
-    if (!sourceInput || !kernelInput)
-        throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
-    const Job job = PlanJob(opt, *sourceInput, *kernelInput, program);
+    const LoadedLook look = LoadLook(host, opt.look);
+    Operator* tool = &look.tool;
+    Input* sourceInput = &look.inputs.source;
+    Input* kernelInput = &look.inputs.kernel;
+    const Job job = PlanJob(opt, look.names);
 
     // After the flow's values, in command-line order, at the first frame's time.
-    ApplySettings(*tool, opt.settings, job.frameList.First());
+    ApplySettings(*tool, opt.look.settings, job.frameList.First());
     if (!opt.saveFlow.empty()) {
         SaveRenderFlow(doc, job, *sourceInput, *kernelInput, opt.saveFlow);
         progress.Info("saved flow " + opt.saveFlow);
     }
-    if (opt.saveOnly) return ExitStatus(Exit::Success);
     if (opt.verbose || opt.dryRun) progress.Info("plug-in module " + host.ModuleOf(tool->Reg()->ID().str()));
 
     PlateSource sources(opt.plate);

@@ -1,9 +1,9 @@
-#include "app/farm/SubmitCommand.h"
+#include "app/farm/Submit.h"
 
 #include "app/files/ExitCodes.h"
 #include "app/files/FramePattern.h"
 #include "app/session/Plugins.h"
-#include "app/cli/RenderJob.h"
+#include "app/session/Look.h"
 #include "app/farm/Scheduler.h"
 #include "app/files/SequencePlan.h"
 #include "app/farm/Subprocess.h"
@@ -11,8 +11,6 @@
 #include "app/farm/SubmitWait.h"
 
 #include "host/EngineSettings.h"
-
-#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
@@ -209,52 +207,18 @@ std::string PluginPath(const std::string& option)
 
 }  // namespace
 
-CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
-{
-    CLI::App* submit = app.add_subcommand(
-        "submit", "Render a sequence on a Slurm cluster: the look frozen into a flow in .lumivane-jobs/ beside "
-                  "OUTPUT, one job array whose tasks render their frames with `render --skip-existing`. "
-                  "Exit status: 0 submitted (with --wait: every frame written), 2 usage, 3 file or refused "
-                  "by the scheduler, 4 frames not written, 130 interrupted.");
-    submit->add_option("INPUT", options.input, "Input frame pattern, e.g. plate.####.exr")->required();
-    submit->add_option("OUTPUT", options.output, "Output frame pattern; the extension picks the format")->required();
-    submit->add_option("SBATCH-ARGS", options.schedulerArgs, "After --: arguments for sbatch, as they are");
-    submit->add_option("--frames", options.frames, "Frames to render, e.g. 1001-1100, 1-24x2, 1,3,7-9")
-        ->type_name("LIST")
-        ->required();
-    submit->add_option("--per-task", options.perTask, "Frames per task (default: about a minute of work, "
-                                                      "at most 1000 tasks)")
-        ->type_name("N")
-        ->check(CLI::Range(1, kMaxFrames));
-    submit->add_option("--kernel", options.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
-        ->type_name("KERNEL");
-    submit->add_option("--flow", options.flow, "Start from a saved flow")->type_name("FILE");
-    submit->add_option("--depth", options.depth, "Output data depth (default: the input's)")
-        ->check(CLI::IsMember({"8", "16", "half", "float"}));
-    submit->add_option("--compression", options.compression,
-                       "OpenEXR output compression, as for render (default: the input's)")
-        ->type_name("NAME[:LEVEL]");
-    submit->add_option("--partition", options.partition, "Slurm partition (default: the cluster's)")
-        ->type_name("P");
-    submit->add_flag("--dry-run", options.dryRun, "Print the job script and the sbatch command; submit nothing");
-    submit->add_flag("--wait", options.wait, "Wait for the job, then report the frames written and those not, "
-                                             "with the end of their task logs");
-    AddPlateOptions(*submit, options.plate);
-    AddSettingOptions(*submit);
-    return submit;
-}
-
 int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
 {
     if (!opt.dryRun && FindOnPath(scheduler.SubmitProgram()).empty())
         throw FileError(scheduler.SubmitProgram() + " is not on PATH: submit from a machine of the cluster, "
                         "or use --dry-run to see the job");
     // Tasks run on other machines, from other folders: every name is absolute.
-    const std::string input = Absolute(opt.input), output = Absolute(opt.output), kernel = Absolute(opt.kernel);
+    const FlowNames& given = opt.look.names;
+    const std::string input = Absolute(given.input), output = Absolute(given.output);
     const FramePattern outPattern = PatternOf("OUTPUT", output), inPattern = PatternOf("INPUT", input);
     if (!outPattern.HasFrameField())
-        throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
-    const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
+        throw UsageError("OUTPUT " + given.output + " has no frame field (#### or %04d): every frame needs a file");
+    const FrameList frames = *FramesToRender(given.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
@@ -267,20 +231,17 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string jobFolder = opt.dryRun ? (jobs / name).string() : work.Path();
 
     // The look, frozen: what `flow save` writes for the same command.
-    RenderOptions freeze;
-    freeze.input = input;
-    freeze.output = output;
-    freeze.kernel = kernel;
-    freeze.frames = opt.frames;
-    freeze.depth = opt.depth;
-    freeze.compression = opt.compression;
-    freeze.flow = opt.flow;
-    freeze.plugins = opt.plugins;
-    freeze.settings = opt.settings;
-    freeze.saveFlow = (fs::path(work.Path()) / kFlowFile).string();
-    freeze.saveOnly = true;
-    freeze.quiet = true;
-    RunRender(freeze);
+    LookOptions frozen = opt.look;
+    frozen.names.input = input;
+    frozen.names.output = output;
+    frozen.names.kernel = Absolute(given.kernel);
+    const std::string frozenFlow = (fs::path(work.Path()) / kFlowFile).string();
+    {
+        PluginHost host(PluginFolders(opt.plugins), [](const std::string& w) {
+            std::fprintf(stderr, "lumivane: warning: %s\n", w.c_str());
+        });
+        SaveLook(host, frozen, frozenFlow);
+    }
 
     const unsigned cores = CoresPerTask(opt);
     std::vector<std::string> render = ProgramCommand(opt, cores);
@@ -291,7 +252,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     std::vector<std::string> trialCommand = render;
     if (!opt.plugins.empty()) trialCommand.insert(trialCommand.begin() + 1, {"--plugins", opt.plugins});
     const std::string scratch = (fs::path(work.Path()) / ("trial" + fs::path(output).extension().string())).string();
-    trialCommand.insert(trialCommand.end(), {"--flow", freeze.saveFlow, input, scratch});
+    trialCommand.insert(trialCommand.end(), {"--flow", frozenFlow, input, scratch});
     trialCommand.insert(trialCommand.end(), plate.begin(), plate.end());
     const Trial trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
 

@@ -8,18 +8,13 @@
 // job script and the task logs. Tasks render with --skip-existing, so the same
 // command submitted again renders only the frames that are missing.
 #include "app/files/Plate.h"
-#include "app/session/Settings.h"
+#include "app/session/Look.h"
 
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 struct SubmitOptions {
-    std::string input, output, kernel, frames, depth, compression, flow;
-    std::vector<Setting> settings;  // in command-line order
+    LookOptions look;
     PlateOptions plate;
     int perTask = 0;  // 0: about a minute of work a task
     std::string partition;
@@ -29,8 +24,6 @@ struct SubmitOptions {
     // The program's own options, passed on to every task.
     std::string plugins, threads, maxMemory;
 };
-
-CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options);
 
 class Scheduler;
 

@@ -1,0 +1,26 @@
+#pragma once
+// The options several commands share, each declared once here with one help
+// text, and composed by the commands that take them.
+#include <string>
+
+namespace CLI {
+class App;
+class Option;
+}
+struct FlowNames;
+struct LookOptions;
+
+// --kernel KERNEL: a kernel image, a still or a frame pattern.
+CLI::Option* AddKernelOption(CLI::App& command, std::string& kernel);
+// --frames LIST, described by `help` (what the frames are for in the command).
+CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help);
+// --flow FILE, described by `help`.
+CLI::Option* AddFlowOption(CLI::App& command, std::string& flow, const std::string& help);
+// --depth, one of 8, 16, half and float; `otherwise` names the depth written without it.
+CLI::Option* AddDepthOption(CLI::App& command, std::string& depth, const std::string& otherwise);
+// --depth and --compression of an output written like the input by default.
+void AddOutputFormatOptions(CLI::App& command, FlowNames& names);
+// A look's own options: --kernel, --frames, the output format and --flow
+// (`framesHelp`, `flowHelp`). The control options (AddSettingOptions) come last, after
+// the command's own.
+void AddLookOptions(CLI::App& command, LookOptions& look, const std::string& framesHelp, const std::string& flowHelp);
