@@ -44,5 +44,6 @@ private:
 // Prints the address and serves until Ctrl-C; returns the exit status.
 int RunView(const ViewOptions& options);
 
-// The page: HTML, CSS and script in one document (ViewPage.cpp).
+// The page: HTML, CSS and script in one document, made from app/view/page/ at
+// build time.
 extern const char* const kViewPage;

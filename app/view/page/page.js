@@ -1,46 +1,3 @@
-// The page `lumivane view` serves: the viewer and the tool's controls, built
-// from GET /api/tool and kept in step with it. Self-contained: nothing is
-// fetched but the API.
-#include "app/view/ViewServer.h"
-
-const char* const kViewPage = R"PAGE(<!doctype html>
-<html lang="en"><head><meta charset="utf-8"><title>Lumivane view</title>
-<style>
-[hidden]{display:none!important}
-body{margin:0;display:flex;height:100vh;font:13px sans-serif;background:#222;color:#ddd}
-#stage{flex:1;position:relative;overflow:hidden;background:#111;cursor:grab;touch-action:none}
-#stage.drag{cursor:grabbing}
-#layer{position:absolute;left:0;top:0;transform-origin:0 0}
-#layer img{position:absolute;left:0;top:0;image-rendering:auto}
-#wipe{position:absolute;top:0;bottom:0;width:9px;margin-left:-4px;cursor:ew-resize}
-#wipe::after{content:"";position:absolute;left:4px;top:0;bottom:0;width:1px;background:#fc6}
-#mark{position:absolute;left:6px;top:6px;padding:1px 5px;background:#a60;color:#fff;border-radius:3px}
-#side{width:360px;overflow:auto;padding:8px;background:#2a2a2a}
-.bar{display:flex;gap:6px;align-items:center;flex-wrap:wrap;margin:4px 0}
-button{background:#444;color:#ddd;border:1px solid #555;padding:2px 6px;cursor:pointer}button.on{background:#4a6fa5}
-.row{margin:5px 0}.row label{display:block;color:#aaa}.row input[type=range]{width:200px}.row input[type=number]{width:80px}
-input.bad{outline:2px solid #f55}.fieldErr{display:block;color:#f77}
-#err{color:#f77;white-space:pre-wrap}#busy{color:#fc6;visibility:hidden}#busy.on{visibility:visible}
-pre{font-size:11px;white-space:pre-wrap;max-height:120px;overflow:auto;background:#1c1c1c}
-#kernel{image-rendering:pixelated;max-width:100%;background:#000}
-</style></head><body>
-<div id="stage"><div id="layer"><img id="view" alt="output"><img id="inview" alt="input" hidden></div>
-<div id="wipe" hidden title="drag to move the wipe"></div><span id="mark" hidden></span></div>
-<div id="side">
-<div class="bar"><b id="name"></b><span id="busy">rendering…</span><span id="ms"></span></div>
-<div class="bar"><button id="showIn">Input</button><button id="showOut" class="on">Output</button><button id="showWipe">Wipe</button>
-<button id="fit" class="on">Fit</button><button id="one">1:1</button>
-<label>Exposure <input id="exp" type="number" step="0.5" value="0" style="width:50px"> stops</label></div>
-<div class="bar"><label>Proxy <select id="proxy"><option value="1">full</option><option value="2">1/2</option><option value="4">1/4</option></select></label>
-<button id="full">Full resolution now</button></div>
-<div class="bar" id="frames" hidden><label>Frame <input id="frame" type="range"> <span id="frameNo"></span></label></div>
-<div id="err"></div>
-<div class="bar" id="tabs"></div><div id="controls"></div>
-<div class="bar"><button id="save">Save flow</button><span id="saved"></span></div>
-<details open><summary>Kernel (red, green, blue)</summary><img id="kernel" alt="kernel"></details>
-<details open><summary>Console</summary><pre id="console"></pre></details>
-</div>
-<script>
 const $=id=>document.getElementById(id),H={'X-Lumivane-Token':location.hash.slice(1)};
 // Pictures come as JPEG, quick to make and to move; `?png` in the address asks
 // for PNG, exact to the 8-bit code.
@@ -139,4 +96,3 @@ $('full').onclick=()=>{wantFull=true;refresh()};
 $('exp').onchange=refresh;$('frame').onchange=e=>post('/api/frame',{frame:+e.target.value});
 $('save').onclick=async()=>{try{$('saved').textContent='saved '+(await (await api('/api/flow',{})).json()).saved}catch(e){err(e.message)}};
 api('/api/tool').then(r=>r.json()).then(show).catch(e=>err(e.message));
-</script></body></html>)PAGE";
