@@ -124,7 +124,7 @@ TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)
     }
 }
 
-// Non-finite pixels are followed through a render in test_app (Reliability).
+// Non-finite pixels are followed through a render in test_cli (Reliability).
 TEST(RenderDriver, AnEmptyImageRendersToAnEmptyOutput)
 {
     Rig h(3);

@@ -1,6 +1,6 @@
 // Plain OpenEXR frames are read and written through OpenEXR itself; OpenImageIO,
 // which reads every other file, is the second opinion on what they hold.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 
 #include "app/files/ImageFiles.h"
 

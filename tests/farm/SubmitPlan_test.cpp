@@ -1,7 +1,7 @@
 // How a sequence is shared among a scheduler's tasks, checked by running the
 // task text through bash and reading the frames back with the frame-list parser,
 // and the job script `submit --dry-run` prints, run the same way.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 #include "app/files/FramePattern.h"
 #include "app/farm/Subprocess.h"
 #include "app/farm/SubmitPlan.h"

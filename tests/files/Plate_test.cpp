@@ -1,5 +1,5 @@
 // Plates as a compositor has them: encoded colour, data and display windows, AOV layers.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // `lumivane view`'s API through an HTTP client, against a server run in the
 // test; pictures and refusals checked against the `lumivane` program itself.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 
 #include "app/view/ViewServer.h"
 

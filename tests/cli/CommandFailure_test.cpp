@@ -1,6 +1,6 @@
 // Each way a render can go wrong: the message, the exit status, and that no
 // partial or temporary file is left in the output folder.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 #include "app/files/ExitCodes.h"
 
 #include <OpenImageIO/imageio.h>

@@ -1,7 +1,7 @@
 // The length a file must have for its declared pixels is a lower bound: no
 // real file falls below it. A constant image, the most any coder compresses,
 // written at its format's highest compression, must still be read.
-#include "ProgramRunner.h"
+#include "support/ProgramRunner.h"
 
 #include "app/files/ImageFiles.h"
 
