@@ -2,6 +2,7 @@
 
 #include "app/ExitCodes.h"
 #include "app/FramePattern.h"
+#include "app/Interrupt.h"
 #include "app/Plugins.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
@@ -256,6 +257,10 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
         throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
     const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
+    std::vector<NamedFiles> read = {{"INPUT", inPattern}};
+    if (!kernel.empty()) read.push_back({"--kernel", PatternOf("--kernel", kernel)});
+    if (!opt.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.flow)});
+    RefuseWritingWhatIsRead({{"OUTPUT", outPattern}}, read, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
     // A dry run freezes the look in a temporary folder, and shows the job
@@ -293,7 +298,13 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string scratch = (fs::path(work.Path()) / ("trial" + fs::path(output).extension().string())).string();
     trialCommand.insert(trialCommand.end(), {"--flow", freeze.saveFlow, input, scratch});
     trialCommand.insert(trialCommand.end(), plate.begin(), plate.end());
-    const Trial trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    Trial trial;
+    {
+        // A Ctrl-C reaches the trial run too; the job folder goes once it has stopped.
+        const InterruptsWait looked;
+        trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    }
+    if (InterruptRequested()) return ExitStatus(InterruptKind());
 
     const int perTask = opt.perTask > 0 ? opt.perTask : DefaultFramesPerTask(frames.Count(), trial.seconds);
     const std::vector<std::vector<int>> tasks = SplitFrames(frames.Frames(), perTask);
