@@ -12,6 +12,7 @@
 #include "app/SubmitWait.h"
 
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <CLI/CLI.hpp>
 
@@ -22,7 +23,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -193,10 +193,11 @@ Trial RunTrial(std::vector<std::string> argv, int frame, const std::string& scra
 
 void WriteTextFile(const std::string& path, const std::string& text)
 {
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) throw FileError("cannot write " + path);
+    PendingFile pending(path);
+    CheckedFile file(pending.TempPath());
+    file.Write(text.data(), text.size());
+    if (const std::string why = file.Close(); !why.empty()) throw pending.Failure(why);
+    pending.Commit();
     fs::permissions(path, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec,
                     fs::perm_options::add);
 }
@@ -216,7 +217,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
         "submit", "Render a sequence on a Slurm cluster: the look frozen into a flow in .lumivane-jobs/ beside "
                   "OUTPUT, one job array whose tasks render their frames with `render --skip-existing`. "
                   "Exit status: 0 submitted (with --wait: every frame written), 2 usage, 3 file or refused "
-                  "by the scheduler, 4 frames not written, 130 interrupted.");
+                  "by the scheduler, 4 frames not written, 129 hung up, 130 interrupted.");
     submit->add_option("INPUT", options.input, "Input frame pattern, e.g. plate.####.exr")->required();
     submit->add_option("OUTPUT", options.output, "Output frame pattern; the extension picks the format")->required();
     submit->add_option("SBATCH-ARGS", options.schedulerArgs, "After --: arguments for sbatch, as they are");

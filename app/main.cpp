@@ -26,7 +26,7 @@ constexpr const char* kVersion = "2.0";
 constexpr const char* kRenderHelp =
     "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
     "rendered over --frames. Controls are applied in the order given, after those of --flow. "
-    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.";
+    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 129 hung up (SIGHUP), 130 interrupted.";
 
 struct GlobalOptions {
     std::string plugins;
