@@ -100,7 +100,7 @@ ProgramError PendingFile::Failure(std::string why) const
     const std::string& temp = TempPath();
     for (std::size_t at = why.find(temp); at != std::string::npos; at = why.find(temp, at + FinalPath().size()))
         why.replace(at, temp.size(), FinalPath());
-    const std::string full = m_file.DiskFull();
+    const std::string full = m_file.OutOfRoom();
     if (!full.empty() && why.find(full) == std::string::npos) why += " (" + full + ")";
     return FileError("cannot write " + FinalPath() + ": " + why);
 }

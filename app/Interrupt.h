@@ -50,7 +50,8 @@ public:
     // cannot be put in place.
     void Commit();
     // The file error for a write that failed with the writer's `why`: it names
-    // the final file (never the temporary one) and says when the disk is full.
+    // the final file (never the temporary one) and says when the disk is full
+    // or the file reached the file-size limit.
     ProgramError Failure(std::string why) const;
 
 private:

@@ -448,11 +448,14 @@ ImageCodec::Written WriteFile(const std::string& path, const std::string& temp, 
                                       " data, written as float");
         return result;
     }
-    // Nearly every writer takes its file through a proxy; the few others write
-    // it themselves, and AtomicFile's checks at the rename are what is left.
+    // Nearly every writer takes its file through a proxy. The others write it
+    // themselves: TIFF, whose writer cannot read its own directories back
+    // through a proxy (it loses them when it adds an EXIF one), but sees a
+    // failed write; and the few that take none. AtomicFile's checks at the
+    // rename are what is left for them.
     std::optional<CheckedFile> file;
     std::optional<CheckedOutput> proxy;
-    if (out->supports("ioproxy")) {
+    if (out->supports("ioproxy") && formatName != "tiff") {
         file.emplace(temp);
         proxy.emplace(*file, temp);
         out->set_ioproxy(&*proxy);

@@ -161,13 +161,16 @@ std::string AtomicFile::CannotWrite(const std::string& finalPath, ReplaceRule ru
     return CannotReplace(target.string(), finalPath, rule);
 }
 
-std::string AtomicFile::DiskFull() const { return FileSystemFull(FolderOf(m_temp)) ? std::strerror(ENOSPC) : ""; }
+std::string AtomicFile::OutOfRoom() const
+{
+    if (FileSystemFull(FolderOf(m_temp))) return std::strerror(ENOSPC);
+    return AtSizeLimit(m_temp) ? std::strerror(EFBIG) : "";
+}
 
 std::string AtomicFile::Commit()
 {
     std::string why = CannotReplace(m_target, m_final, m_rule);
-    if (why.empty()) why = DiskFull();
-    if (why.empty() && AtSizeLimit(m_temp)) why = std::strerror(EFBIG);
+    if (why.empty()) why = OutOfRoom();
     struct stat existing {};
     if (why.empty() && ::stat(m_target.c_str(), &existing) == 0) KeepOwnerAndMode(m_temp, existing);
     if (why.empty() && std::rename(m_temp.c_str(), m_target.c_str()) != 0)

@@ -55,8 +55,9 @@ public:
     // `rule` accepts).
     static std::string CannotWrite(const std::string& finalPath, ReplaceRule rule = nullptr);
     // The system's words for a full disk when the file system the temporary
-    // file is on has no block left for this user, else "".
-    std::string DiskFull() const;
+    // file is on has no block left for this user, or for a file too large when
+    // the temporary file reached the process's file-size limit; else "".
+    std::string OutOfRoom() const;
 
 private:
     std::string m_final;
