@@ -27,13 +27,18 @@ std::string LowerExtension(const std::string& path)
     return ext;
 }
 
-}  // namespace
-
-ImageFile ReadImageFile(const std::string& path)
+void RequireFile(const std::string& path)
 {
     std::error_code ec;
     if (!fs::exists(path, ec)) throw FileError("cannot read " + path + ": no such file");
     if (fs::is_directory(path, ec)) throw FileError("cannot read " + path + ": it is a folder, not an image file");
+}
+
+}  // namespace
+
+ImageFile ReadImageFile(const std::string& path)
+{
+    RequireFile(path);
     if (std::optional<ImageFile> file = ReadExrFile(path)) return std::move(*file);
     return Codec().Read(path);
 }
@@ -42,6 +47,12 @@ std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path)
 {
     if (auto layout = PeekExrFile(path)) return layout;
     return Codec().Peek(path);
+}
+
+void CheckImageHeader(const std::string& path)
+{
+    RequireFile(path);
+    if (!PeekImageFile(path)) throw FileError("cannot read " + path + ": not an image file (its header cannot be read)");
 }
 
 bool HoldsFloat(const std::string& path, int depth)
