@@ -2,6 +2,8 @@
 
 #include "app/files/ExitCodes.h"
 #include "host/EngineSettings.h"
+#include "util/AtomicFile.h"
+#include "util/FftwWisdom.h"
 
 #include <CLI/CLI.hpp>
 
@@ -62,5 +64,10 @@ void ApplyEngineSettings(const GlobalOptions& g)
     if (!g.wisdom.empty()) SetEngineFftWisdom(g.wisdom);
     if (!g.maxMemory.empty()) SetMemoryLimit(FlagValue("--max-memory", g.maxMemory, ParseMemorySize));
     if (g.fastSizes) SetEngineTransformSizes(TransformSizes::Smooth);
+    // Refused before anything starts: a render would only find out once its plans are measured.
+    if (const std::string wisdom = EngineFftWisdom(); !wisdom.empty())
+        if (const std::string why = AtomicFile::CannotWrite(wisdom, NotFftwWisdom); !why.empty())
+            throw FileError("cannot use " + wisdom + " as the FFT wisdom file (--fft-wisdom, LUMIVANE_FFT_WISDOM): " +
+                            why);
 }
 

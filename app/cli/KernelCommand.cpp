@@ -43,7 +43,7 @@ int RunKernel(const KernelOptions& opt)
     ApplySettings(*tool, opt.settings, opt.frame);
 
     const Ref<Image> drawing = DrawKernels(host.Doc(), *tool, console, opt.width, opt.height, opt.frame);
-    if (!drawing || InterruptRequested()) return ExitStatus(Exit::Interrupted);  // nothing written
+    if (!drawing || InterruptRequested()) return ExitStatus(InterruptKind());  // nothing written
     WriteImageFile(opt.output, *drawing, {}, depth);
     std::printf("wrote %s: %dx%d, the kernels of a %dx%d frame at time %d\n", opt.output.c_str(), drawing->Width,
                 drawing->Height, opt.width, opt.height, opt.frame);

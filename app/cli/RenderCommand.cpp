@@ -17,6 +17,9 @@
 
 namespace {
 
+// A dry run names this many frames that would fail, then counts the rest.
+constexpr std::size_t kFailuresShown = 10;
+
 // The images of one pattern: the last file read is kept, so a still used for
 // every frame is read once.
 class ImageSource {
@@ -78,6 +81,27 @@ Job PlanJob(const RenderOptions& opt, const FlowNames& names)
     return job;
 }
 
+// Refuses, before anything is read or written, an OUTPUT or --save-flow that
+// would write over a file the render reads. --save-flow may replace the flow
+// it started from.
+void RefuseWritingInputs(const RenderOptions& opt, const Job& job)
+{
+    const LookOptions& look = opt.look;
+    const auto named = [&](const char* what, const std::string& given, const std::string& used) {
+        return NamedFiles{given.empty() && !look.flow.empty() ? std::string(what) + " (from the flow " + look.flow + ")"
+                                                             : std::string(what),
+                          PatternOf(what, used)};
+    };
+    std::vector<NamedFiles> read;
+    if (!job.input.empty()) read.push_back(named("INPUT", look.names.input, job.input));
+    if (!job.kernel.empty()) read.push_back(named("--kernel", look.names.kernel, job.kernel));
+    const std::vector<int>& frames = job.frameList.Frames();
+    if (!opt.saveFlow.empty())
+        RefuseWritingWhatIsRead({{"--save-flow", PatternOf("--save-flow", opt.saveFlow)}}, read, frames);
+    if (!look.flow.empty()) read.push_back({"--flow", PatternOf("--flow", look.flow)});
+    if (!job.output.empty()) RefuseWritingWhatIsRead({named("OUTPUT", look.names.output, job.output)}, read, frames);
+}
+
 // The frames whose output file is not there yet. Frames are written under a
 // temporary name and renamed when complete, so an output file that exists is
 // a whole frame.
@@ -89,6 +113,16 @@ std::vector<int> FramesMissing(const Job& job)
     return missing;
 }
 
+// What --dry-run checks of a frame without reading pixels: its input and
+// kernel files and their headers, and, unless --mkdir would make it, the
+// output folder. Throws the file ProgramError the render would meet.
+void CheckFrameFiles(const Job& job, int frame, bool mkdir)
+{
+    CheckImageHeader(job.inPattern->At(frame));
+    if (job.kernelPattern) CheckImageHeader(job.kernelPattern->At(frame));
+    if (!mkdir) CheckOutputFolder(job.outPattern->At(frame));
+}
+
 }  // namespace
 
 CLI::App* AddRenderCommand(CLI::App& app, RenderOptions& render)
@@ -97,13 +131,13 @@ CLI::App* AddRenderCommand(CLI::App& app, RenderOptions& render)
         "render",
         "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
         "rendered over --frames. Controls are applied in the order given, after those of --flow. "
-        "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.");
+        "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 129 hung up (SIGHUP), 130 interrupted.");
     command->add_option("INPUT", render.look.names.input, "Input image or frame pattern (may come from --flow)");
     command->add_option("OUTPUT", render.look.names.output,
                         "Output image or frame pattern; the extension picks the format");
     AddLookOptions(*command, render.look,
-                   "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: INPUT's frames on disk); the frame "
-                   "number is the time",
+                   "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: INPUT's frames on disk, first to "
+                   "last); the frame number is the time",
                    "Load controls, keys and file names from a saved flow");
     command->add_option("--save-flow", render.saveFlow, "Save the controls and file names as a flow")
         ->type_name("FILE");
@@ -111,7 +145,9 @@ CLI::App* AddRenderCommand(CLI::App& app, RenderOptions& render)
     command->add_flag("-v,--verbose", render.verbose,
                       "Show the plug-in module, and per frame the blur sizes in pixels, transform sizes, "
                       "memory estimate and the tool's progress lines");
-    command->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
+    command->add_flag("--dry-run", render.dryRun,
+                      "Check every frame's input and kernel files (their headers) and output folder, and show "
+                      "what -v shows for the first frame; render and write nothing");
     command->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
     command->add_flag("--skip-existing", render.skipExisting,
                       "Leave the frames whose output file exists (a frame is written whole or not at all)");
@@ -137,6 +173,7 @@ int RunRender(const RenderOptions& opt)
     Input* sourceInput = &look.inputs.source;
     Input* kernelInput = &look.inputs.kernel;
     const Job job = PlanJob(opt, look.names);
+    RefuseWritingInputs(opt, job);
 
     // After the flow's values, in command-line order, at the first frame's time.
     ApplySettings(*tool, opt.look.settings, job.frameList.First());
@@ -151,11 +188,34 @@ int RunRender(const RenderOptions& opt)
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
-    const std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
+    const auto failed = [&](int frame, const std::exception& e) {
+        const Exit kind = KindOf(e);
+        if (!firstFailure) firstFailure = kind;
+        failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
+        // The tool's own failure line is already on the screen.
+        const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
+        if (failures.size() <= kFailuresShown || !opt.dryRun)
+            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
+    };
+    std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
     if (frames.size() < job.frameList.Frames().size())
         progress.Info("skipping " + std::to_string(job.frameList.Count() - frames.size()) + " of " +
                       std::to_string(job.frameList.Count()) + " frames: their output files exist");
     progress.Begin(static_cast<int>(frames.size()), job.sequence);
+    if (opt.dryRun) {
+        // Every frame's files; the figures then come from the first frame that has them.
+        std::vector<int> checked;
+        for (const int frame : frames) {
+            if (InterruptRequested()) break;
+            try {
+                CheckFrameFiles(job, frame, opt.mkdir);
+                checked.push_back(frame);
+            } catch (const std::exception& e) {
+                failed(frame, e);
+            }
+        }
+        frames.swap(checked);
+    }
     for (const int frame : frames) {
         if (InterruptRequested()) break;
         progress.FrameStarted(frame);
@@ -179,13 +239,8 @@ int RunRender(const RenderOptions& opt)
             ++rendered;
             progress.FrameDone(frame, out);
         } catch (const std::exception& e) {
-            const Exit kind = KindOf(e);
-            if (!firstFailure) firstFailure = kind;
-            failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
-            // The tool's own failure line is already on the screen.
-            const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
-            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
-            if (!opt.keepGoing) break;
+            failed(frame, e);
+            if (!opt.keepGoing || opt.dryRun) break;
         }
     }
     sourceInput->SetSource(nullptr, 0.0);
@@ -193,6 +248,12 @@ int RunRender(const RenderOptions& opt)
 
     const bool interrupted = InterruptRequested();
     if (!opt.dryRun) progress.Finish(rendered, failures, interrupted);
-    if (interrupted) return ExitStatus(Exit::Interrupted);
+    else if (!failures.empty() && job.frameList.Count() > 1)
+        progress.Error("dry run: " + std::to_string(failures.size()) + " of the " +
+                       std::to_string(job.frameList.Count()) + " frames would fail" +
+                       (failures.size() > kFailuresShown ? " (the first " + std::to_string(kFailuresShown) + " shown)"
+                                                         : std::string()) +
+                       "; nothing written");
+    if (interrupted) return ExitStatus(InterruptKind());
     return ExitStatus(firstFailure.value_or(Exit::Success));
 }

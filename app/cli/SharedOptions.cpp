@@ -10,11 +10,6 @@ CLI::Option* AddKernelOption(CLI::App& command, std::string& kernel)
         ->type_name("KERNEL");
 }
 
-CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help)
-{
-    return command.add_option("--frames", frames, help)->type_name("LIST");
-}
-
 CLI::Option* AddFlowOption(CLI::App& command, std::string& flow, const std::string& help)
 {
     return command.add_option("--flow", flow, help)->type_name("FILE");

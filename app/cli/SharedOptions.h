@@ -1,6 +1,9 @@
 #pragma once
 // The options several commands share, each declared once here with one help
 // text, and composed by the commands that take them.
+// --frames is declared with the frame lists themselves (SequencePlan.h).
+#include "app/files/SequencePlan.h"
+
 #include <string>
 
 namespace CLI {
@@ -12,8 +15,6 @@ struct LookOptions;
 
 // --kernel KERNEL: a kernel image, a still or a frame pattern.
 CLI::Option* AddKernelOption(CLI::App& command, std::string& kernel);
-// --frames LIST, described by `help` (what the frames are for in the command).
-CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help);
 // --flow FILE, described by `help`.
 CLI::Option* AddFlowOption(CLI::App& command, std::string& flow, const std::string& help);
 // --depth, one of 8, 16, half and float; `otherwise` names the depth written without it.

@@ -11,7 +11,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
         "submit", "Render a sequence on a Slurm cluster: the look frozen into a flow in .lumivane-jobs/ beside "
                   "OUTPUT, one job array whose tasks render their frames with `render --skip-existing`. "
                   "Exit status: 0 submitted (with --wait: every frame written), 2 usage, 3 file or refused "
-                  "by the scheduler, 4 frames not written, 130 interrupted.");
+                  "by the scheduler, 4 frames not written, 129 hung up, 130 interrupted.");
     FlowNames& names = options.look.names;
     submit->add_option("INPUT", names.input, "Input frame pattern, e.g. plate.####.exr")->required();
     submit->add_option("OUTPUT", names.output, "Output frame pattern; the extension picks the format")->required();
@@ -27,6 +27,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("--partition", options.partition, "Slurm partition (default: the cluster's)")
         ->type_name("P");
     submit->add_flag("--dry-run", options.dryRun, "Print the job script and the sbatch command; submit nothing");
+    submit->add_flag("--mkdir", options.mkdir, "Make the output folder when it is missing");
     submit->add_flag("--wait", options.wait, "Wait for the job, then report the frames written and those not, "
                                              "with the end of their task logs");
     AddPlateOptions(*submit, options.plate);

@@ -2,6 +2,7 @@
 
 #include "app/files/ExitCodes.h"
 #include "app/files/FramePattern.h"
+#include "app/files/Interrupt.h"
 #include "app/session/Plugins.h"
 #include "app/session/Look.h"
 #include "app/farm/Scheduler.h"
@@ -11,16 +12,20 @@
 #include "app/farm/SubmitWait.h"
 
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <thread>
+
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -190,19 +195,44 @@ Trial RunTrial(std::vector<std::string> argv, int frame, const std::string& scra
 
 void WriteTextFile(const std::string& path, const std::string& text)
 {
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) throw FileError("cannot write " + path);
+    PendingFile pending(path);
+    CheckedFile file(pending.TempPath());
+    file.Write(text.data(), text.size());
+    if (const std::string why = file.Close(); !why.empty()) throw pending.Failure(why);
+    pending.Commit();
     fs::permissions(path, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec,
                     fs::perm_options::add);
 }
 
+// The plug-in folders as the tasks get them, in LUMIVANE_PLUGIN_PATH: a list
+// separated by ':', which a folder's own name may not hold.
 std::string PluginPath(const std::string& option)
 {
     std::string path;
-    for (const std::string& folder : PluginFolders(option)) path += (path.empty() ? "" : ":") + Absolute(folder);
+    for (const std::string& folder : PluginFolders(option)) {
+        const std::string absolute = Absolute(folder);
+        if (absolute.find(':') != std::string::npos)
+            throw UsageError("plug-in folder " + absolute + ": its name holds a ':', so it cannot be passed to the "
+                             "tasks in LUMIVANE_PLUGIN_PATH, whose folders ':' separates; link to it from a name "
+                             "without one and use --plugins with that");
+        path += (path.empty() ? "" : ":") + absolute;
+    }
     return path;
+}
+
+// OUTPUT's frames go into one folder, which the job folder goes into too.
+void CheckOutputPattern(const std::string& output, const FramePattern& pattern, bool mkdir)
+{
+    if (!pattern.HasFrameField())
+        throw UsageError("OUTPUT " + output + " has no frame field (#### or %04d): every frame needs a file");
+    if (pattern.FieldInFolderName())
+        throw UsageError("OUTPUT " + output + " has its frame field in a folder name; put it in the file name");
+    const fs::path folder = fs::path(pattern.At(0)).parent_path();
+    std::error_code ec;
+    if (!mkdir && !fs::is_directory(folder, ec))
+        throw FileError("OUTPUT folder " + folder.string() + " does not exist (--mkdir makes it)");
+    if (!mkdir && ::access(folder.c_str(), W_OK) != 0)
+        throw FileError("OUTPUT folder " + folder.string() + " is not writable (" + std::strerror(errno) + ")");
 }
 
 }  // namespace
@@ -214,12 +244,16 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
                         "or use --dry-run to see the job");
     // Tasks run on other machines, from other folders: every name is absolute.
     const FlowNames& given = opt.look.names;
-    const std::string input = Absolute(given.input), output = Absolute(given.output);
+    const std::string input = Absolute(given.input), output = Absolute(given.output), kernel = Absolute(given.kernel);
     const FramePattern outPattern = PatternOf("OUTPUT", output), inPattern = PatternOf("INPUT", input);
-    if (!outPattern.HasFrameField())
-        throw UsageError("OUTPUT " + given.output + " has no frame field (#### or %04d): every frame needs a file");
+    CheckOutputPattern(given.output, outPattern, opt.mkdir);
+    const std::string pluginPath = PluginPath(opt.plugins);
     const FrameList frames = *FramesToRender(given.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
+    std::vector<NamedFiles> read = {{"INPUT", inPattern}};
+    if (!kernel.empty()) read.push_back({"--kernel", PatternOf("--kernel", kernel)});
+    if (!opt.look.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.look.flow)});
+    RefuseWritingWhatIsRead({{"OUTPUT", outPattern}}, read, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
     // A dry run freezes the look in a temporary folder, and shows the job
@@ -234,7 +268,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     LookOptions frozen = opt.look;
     frozen.names.input = input;
     frozen.names.output = output;
-    frozen.names.kernel = Absolute(given.kernel);
+    frozen.names.kernel = kernel;
     const std::string frozenFlow = (fs::path(work.Path()) / kFlowFile).string();
     {
         PluginHost host(PluginFolders(opt.plugins), [](const std::string& w) {
@@ -254,7 +288,13 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string scratch = (fs::path(work.Path()) / ("trial" + fs::path(output).extension().string())).string();
     trialCommand.insert(trialCommand.end(), {"--flow", frozenFlow, input, scratch});
     trialCommand.insert(trialCommand.end(), plate.begin(), plate.end());
-    const Trial trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    Trial trial;
+    {
+        // A Ctrl-C reaches the trial run too; the job folder goes once it has stopped.
+        const InterruptsWait looked;
+        trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    }
+    if (InterruptRequested()) return ExitStatus(InterruptKind());
 
     const int perTask = opt.perTask > 0 ? opt.perTask : DefaultFramesPerTask(frames.Count(), trial.seconds);
     const std::vector<std::vector<int>> tasks = SplitFrames(frames.Frames(), perTask);
@@ -273,7 +313,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     job.extra = opt.schedulerArgs;
     render.insert(render.end(), {"--flow", flow, "--skip-existing", "--keep-going"});
     render.insert(render.end(), plate.begin(), plate.end());
-    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(PluginPath(opt.plugins)) + "\n" + TaskBody(tasks, render);
+    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(pluginPath) + "\n" + TaskBody(tasks, render);
     const std::string script = (fs::path(jobFolder) / kScriptFile).string();
     const std::string text = scheduler.Script(job);
 

@@ -78,7 +78,11 @@ Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& conso
     Input* source = tool.FindInput(kSourceInput);
     if (!source) throw FileError(std::string("the tool has no \"") + kSourceInput + "\" input");
     source->SetSource(point.get(), frame);
-    Ref<Parameter> result = doc.Render(&tool, frame);
+    Ref<Parameter> result;
+    {
+        const InterruptsWait looked;  // right below
+        result = doc.Render(&tool, frame);
+    }
     source->SetSource(nullptr, frame);
     if (InterruptRequested()) return {};
     const auto* response = dynamic_cast<const Image*>(result.get());

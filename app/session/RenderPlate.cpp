@@ -119,7 +119,10 @@ PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Pl
     for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
         CountHostMemory(plate.Sources(), k);
         source.SetSource(plate.Sources()[k].get(), time);
-        r.results.push_back(doc.Render(tool, time));
+        {
+            const InterruptsWait looked;  // right below
+            r.results.push_back(doc.Render(tool, time));
+        }
         if (InterruptRequested()) return {};  // the frame is dropped, not written
         if (!r.results.back()) throw RenderError(console.Why());
         r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));

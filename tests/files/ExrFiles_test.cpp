@@ -91,7 +91,9 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
                 EXPECT_EQ(p[1], at(grey ? 0 : 1));
                 EXPECT_EQ(p[0], at(grey ? 0 : 2));
                 EXPECT_EQ(p[3], n == 3 && grey ? at(1) : 1.0f);
-                if (n == 3 && grey) EXPECT_EQ(p[4], at(2));
+                if (n == 3 && grey) {
+                    EXPECT_EQ(p[4], at(2));
+                }
             }
 
         const std::string out = dir / (std::string("out-") + plain.name);
