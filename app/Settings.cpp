@@ -23,6 +23,7 @@ struct FriendlyOption {
 };
 
 constexpr const char* kSetOption = "--set";
+constexpr const char* kKeyOption = "--key";
 
 constexpr FriendlyOption kFriendly[] = {
     {"--size", "SIZE", nullptr,
@@ -82,6 +83,20 @@ Setting ParseSetArgument(const std::string& arg)
     return Setting{arg.substr(0, eq), arg.substr(eq + 1), std::string(kSetOption) + " " + arg};
 }
 
+Setting ParseKeyArgument(const std::string& arg)
+{
+    const std::string origin = std::string(kKeyOption) + " " + arg;
+    const std::size_t eq = arg.find('='), colon = eq == std::string::npos ? eq : arg.find(':', eq + 1);
+    if (eq == 0 || colon == std::string::npos)
+        throw UsageError(origin + ": expected ControlID=FRAME:VALUE, e.g. --key BlurSizeX=1001:2.5 (see `lumivane "
+                                  "describe` for the IDs)");
+    const std::string frameText = arg.substr(eq + 1, colon - eq - 1);
+    double frame = 0.0;
+    if (ParseDecimal(frameText, frame) != DecimalText::Number)
+        throw UsageError(origin + ": the frame \"" + frameText + "\" is not a finite decimal number");
+    return Setting{arg.substr(0, eq), arg.substr(colon + 1), origin, Setting::Apply::Key, frame};
+}
+
 std::string AcceptedValues(const InputDeclaration& d) { return d.AcceptedValues(); }
 
 double ResolveNumber(const InputDeclaration& d, const std::string& text, const std::string& origin)
@@ -101,15 +116,15 @@ void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeSta
             throw UsageError(s.origin + ": \"" + s.id + "\" is an image input; give its file as INPUT" +
                              (d.LinkNumber == 1 ? "" : " or with --kernel"));
         if (d.ReadOnly) throw UsageError(s.origin + ": \"" + s.id + "\" is read-only");
-        if (d.IsText()) {
-            Ref<Text> text(new Text(s.value));
-            in->SetSource(text.get(), time);
-            continue;
+        const double v = d.IsText() ? 0.0 : ResolveNumber(d, s.value, s.origin);
+        try {
+            if (s.apply == Setting::Apply::Key) in->Animate(s.frame);
+            else if (s.apply == Setting::Apply::Constant && in->IsAnimated()) in->RemoveAnimation(time);
+        } catch (const ValueRefused& e) {
+            throw UsageError(s.origin + ": " + e.what());
         }
-        const double v = ResolveNumber(d, s.value, s.origin);
-        if (in->IsAnimated()) in->SetKeys({});
-        Ref<Number> number(new Number(v));
-        in->SetSource(number.get(), time);
+        const Ref<Parameter> value(d.IsText() ? static_cast<Parameter*>(new Text(s.value)) : new Number(v));
+        in->SetSource(value.get(), s.apply == Setting::Apply::Key ? s.frame : time);
     }
 }
 
@@ -120,6 +135,13 @@ void AddSettingOptions(CLI::App& command)
         .add_option(kSetOption, "Set a control by its ID, e.g. --set BlurSizeX=2.5 --set BlurStyle=Polygon "
                                 "(`lumivane describe` lists the IDs and values)")
         ->type_name("ID=VALUE")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->group(group);
+    command
+        .add_option(kKeyOption, "Key a control at a frame, e.g. --key BlurSizeX=1001:1 --key BlurSizeX=1010:5; "
+                                "the first key animates a static control, a later one at the same frame replaces it")
+        ->type_name("ID=FRAME:VALUE")
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->group(group);
@@ -154,8 +176,8 @@ std::vector<Setting> SettingsInCommandLineOrder(const CLI::App& command)
         if (k >= opt->results().size()) continue;
         const std::string& value = opt->results()[k];
         const std::string name = "--" + opt->get_single_name();
-        if (name == kSetOption) {
-            settings.push_back(ParseSetArgument(value));
+        if (name == kSetOption || name == kKeyOption) {
+            settings.push_back(name == kSetOption ? ParseSetArgument(value) : ParseKeyArgument(value));
             continue;
         }
         for (const FriendlyOption& f : kFriendly) {

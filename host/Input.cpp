@@ -5,9 +5,7 @@
 #include "util/Text.h"
 
 #include <cctype>
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <map>
 #include <sstream>
 
@@ -85,22 +83,6 @@ int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
     return prefixCount == 1 ? prefixMatch : -1;
 }
 
-enum class Parsed { Number, NotANumber, Hexadecimal, TooLarge };
-
-Parsed ParseDecimal(const std::string& text, double& out)
-{
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return Parsed::NotANumber;
-    char* end = nullptr;
-    errno = 0;
-    out = std::strtod(text.c_str(), &end);
-    if (end != text.c_str() + text.size()) return Parsed::NotANumber;
-    // strtod reads "0x10" as 16; on a control that is far more likely a typo.
-    if (text.find_first_of("xX") != std::string::npos) return Parsed::Hexadecimal;
-    if (errno == ERANGE && std::isinf(out)) return Parsed::TooLarge;
-    // A value too close to zero comes back as zero or a subnormal: keep it.
-    return std::isfinite(out) ? Parsed::Number : Parsed::NotANumber;
-}
-
 }  // namespace
 
 std::string InputDeclaration::AcceptedValues() const
@@ -126,10 +108,10 @@ std::string InputDeclaration::RefuseTyped(const std::string& text, double& out) 
 {
     const std::string where = ID.str() + " takes " + AcceptedValues();
     switch (ParseDecimal(text, out)) {
-    case Parsed::Number: return RefuseNumber(out);
-    case Parsed::Hexadecimal: return where + "; \"" + text + "\" is not a decimal number";
-    case Parsed::TooLarge: return where + "; \"" + text + "\" is too large";
-    case Parsed::NotANumber: break;
+    case DecimalText::Number: return RefuseNumber(out);
+    case DecimalText::Hexadecimal: return where + "; \"" + text + "\" is not a decimal number";
+    case DecimalText::TooLarge: return where + "; \"" + text + "\" is too large";
+    case DecimalText::NotANumber: break;
     }
     if (Control == MultiButtonControlID) {
         const int entry = EntryNamed(Entries, text);

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
-
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstdio>
 #include <sstream>
 
@@ -34,4 +35,16 @@ bool SameIgnoringCase(const std::string& a, const std::string& b)
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
                return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
            });
+}
+
+DecimalText ParseDecimal(const std::string& text, double& out)
+{
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return DecimalText::NotANumber;
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtod(text.c_str(), &end);
+    if (end != text.c_str() + text.size()) return DecimalText::NotANumber;
+    if (text.find_first_of("xX") != std::string::npos) return DecimalText::Hexadecimal;
+    if (errno == ERANGE && std::isinf(out)) return DecimalText::TooLarge;
+    return std::isfinite(out) ? DecimalText::Number : DecimalText::NotANumber;
 }

@@ -13,3 +13,10 @@ std::string FormatMemorySize(std::uint64_t bytes);
 std::string Join(const std::vector<std::string>& items, const std::string& separator = ", ");
 // Whether `a` and `b` are the same text but for the case of ASCII letters.
 bool SameIgnoringCase(const std::string& a, const std::string& b);
+
+// How `text` reads as a decimal number, sets `out` when it does. Leading space,
+// trailing characters, nan and inf are NotANumber; hexadecimal ("0x10", which
+// strtod takes) is refused as a likely typo; a value too close to zero is kept
+// as zero or a subnormal.
+enum class DecimalText { Number, NotANumber, Hexadecimal, TooLarge };
+DecimalText ParseDecimal(const std::string& text, double& out);
