@@ -81,8 +81,7 @@ TEST_F(View, ControlTableIsDescribesAndFollowsNotifications)
     json got = Tool();
     for (json& page : got["pages"])
         for (json& c : page["controls"]) {
-            c.erase("value");
-            c.erase("animated");
+            for (const char* live : {"value", "animated", "keys"}) c.erase(live);
         }
     for (const char* key : {"id", "name", "pages", "inputs"}) EXPECT_EQ(got[key], expected[key]) << key;
 
@@ -158,7 +157,10 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
                                            {"/api/set", R"({"id": "BlurSizeX", "value": -3})", 400},
                                            {"/api/set", R"({"id": "BlurSizeX", "value": [1]})", 400},
                                            {"/api/frame", R"({"frame": 5})", 400},
-                                           {"/api/key", R"({"id": "CompanyName", "frame": 0})", 400},
+                                           {"/api/key", R"({"id": "CompanyName", "action": "set"})", 400},
+                                           {"/api/key", R"({"id": "BlurSizeX", "action": "delete"})", 400},
+                                           {"/api/key", R"({"id": "BlurSizeX", "action": "toggle"})", 400},
+                                           {"/api/animate", R"({"id": "NoSuchControl"})", 400},
                                            {"/api/nothing", "{}", 404},
                                            {"/api/set", std::string(1 << 20, ' '), 413}}) {
         const auto r = Post(c.path, c.body);
