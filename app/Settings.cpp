@@ -63,16 +63,16 @@ std::string ControlList(const Operator& tool)
     return Join(ids);
 }
 
-[[noreturn]] void UnknownControl(const Operator& tool, const Setting& s)
+}  // namespace
+
+Input& FindControl(const Operator& tool, const std::string& id, const std::string& origin)
 {
+    if (Input* in = tool.FindInput(id)) return *in;
     std::string hint;
     for (const auto& in : tool.Inputs())
-        if (Normalised(in->ID().str()) == Normalised(s.id)) hint = " (did you mean \"" + in->ID().str() + "\"?)";
-    throw UsageError(s.origin + ": the tool has no control \"" + s.id + "\"" + hint +
-                     "; its controls are: " + ControlList(tool));
+        if (Normalised(in->ID().str()) == Normalised(id)) hint = " (did you mean \"" + in->ID().str() + "\"?)";
+    throw UsageError(origin + ": the tool has no control \"" + id + "\"" + hint + "; its controls are: " + ControlList(tool));
 }
-
-}  // namespace
 
 Setting ParseSetArgument(const std::string& arg)
 {
@@ -109,8 +109,7 @@ double ResolveNumber(const InputDeclaration& d, const std::string& text, const s
 void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeStamp time)
 {
     for (const Setting& s : settings) {
-        Input* in = tool.FindInput(s.id);
-        if (!in) UnknownControl(tool, s);
+        Input* in = &FindControl(tool, s.id, s.origin);
         const InputDeclaration& d = in->Decl();
         if (d.IsImage())
             throw UsageError(s.origin + ": \"" + s.id + "\" is an image input; give its file as INPUT" +

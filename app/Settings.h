@@ -43,6 +43,10 @@ std::string AcceptedValues(const InputDeclaration& decl);
 // Throws a usage ProgramError naming `origin`, the control and what it accepts.
 double ResolveNumber(const InputDeclaration& decl, const std::string& text, const std::string& origin);
 
+// The control `id` of the tool; a usage ProgramError naming `origin` and
+// listing the tool's controls when it has none of that ID.
+Input& FindControl(const Operator& tool, const std::string& id, const std::string& origin);
+
 // Applies the settings in order at `time` (a Key at its own frame), each as
 // its `apply` says. Throws a usage ProgramError for an unknown control
 // (listing the tool's controls), an image input, a read-only control, a value

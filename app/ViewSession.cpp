@@ -184,8 +184,7 @@ void ViewSession::SetFrame(int frame)
 
 void ViewSession::Key(const std::string& id, const std::string& action)
 {
-    Input* in = m_tool->FindInput(id);
-    if (!in) throw UsageError("the tool has no control \"" + id + "\"");
+    Input* in = &FindControl(*m_tool, id, "\"id\"");
     try {
         if (action == "set") in->Animate(m_frame);
         else if (action == "delete") in->DeleteKey(m_frame);
