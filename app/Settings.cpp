@@ -139,7 +139,8 @@ void AddSettingOptions(CLI::App& command)
         ->group(group);
     command
         .add_option(kKeyOption, "Key a control at a frame, e.g. --key BlurSizeX=1001:1 --key BlurSizeX=1010:5; "
-                                "the first key animates a static control, a later one at the same frame replaces it")
+                                "a static control becomes animated with its first key, a key at a frame that has one replaces "
+                                "it, and a later --set replaces the animation with one value")
         ->type_name("ID=FRAME:VALUE")
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
