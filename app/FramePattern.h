@@ -37,6 +37,10 @@ private:
 //   "1,3,7-9"     any of the above, separated by commas
 // Frames may be negative ("-5--1", "-3-2"); the dash after a number is the
 // range's, so "-3-2" runs from -3 to 2.
+// The most frames a list holds: far more than any shot; it keeps a mistyped
+// list from filling the memory.
+constexpr int kMaxFrames = 1000000;
+
 class FrameList {
 public:
     FrameList() = default;

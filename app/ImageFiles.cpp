@@ -29,19 +29,39 @@ std::string LowerExtension(const std::string& path)
 
 }  // namespace
 
-ImageFile ReadImageFile(const std::string& path)
+namespace {
+
+void CheckIsFile(const std::string& path)
 {
     std::error_code ec;
     if (!fs::exists(path, ec)) throw FileError("cannot read " + path + ": no such file");
     if (fs::is_directory(path, ec)) throw FileError("cannot read " + path + ": it is a folder, not an image file");
+}
+
+}  // namespace
+
+ImageFile ReadImageFile(const std::string& path)
+{
+    CheckIsFile(path);
     if (std::optional<ImageFile> file = ReadExrFile(path)) return std::move(*file);
     return Codec().Read(path);
 }
 
+FileHeader ReadImageHeader(const std::string& path)
+{
+    CheckIsFile(path);
+    if (std::optional<FileHeader> header = ReadExrHeader(path)) return std::move(*header);
+    return Codec().Header(path);
+}
+
 std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path)
 {
-    if (auto layout = PeekExrFile(path)) return layout;
-    return Codec().Peek(path);
+    try {
+        const FileHeader header = ReadImageHeader(path);
+        return std::make_pair(header.layout, header.channels);
+    } catch (const ProgramError&) {
+        return std::nullopt;
+    }
 }
 
 bool HoldsFloat(const std::string& path, int depth)

@@ -31,6 +31,11 @@
 // the reader's own reason.
 ImageFile ReadImageFile(const std::string& path);
 
+// What the file's header says, before any pixel is read. Throws what
+// ReadImageFile throws for a file it cannot open, or one too short for the
+// pixels its header declares (DeclaredPixels.h).
+FileHeader ReadImageHeader(const std::string& path);
+
 // The file's windows and channel count from its header alone; nullopt when it
 // cannot be opened.
 std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path);

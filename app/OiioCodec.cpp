@@ -264,7 +264,16 @@ ImageSpec SpecOf(const FileLayout& like, const Image& image)
     return layout;
 }
 
-ImageFile ReadFile(const std::string& path)
+// A sane pixel aspect from the file's; 1 when it has none.
+double AspectOf(const ImageSpec& layout)
+{
+    const double aspect = layout.get_float_attribute(kAspectAttribute, 1.0f);
+    return aspect > 0.0 && std::isfinite(aspect) ? aspect : 1.0;
+}
+
+// The file opened for reading, once it is known to hold an image this program
+// renders and to be long enough for the pixels it declares.
+std::unique_ptr<OIIO::ImageInput> OpenForReading(const std::string& path)
 {
     // Formats that store colour unassociated from alpha (PNG, some TIFFs) are
     // read as stored and premultiplied here in float: OpenImageIO's own
@@ -273,13 +282,34 @@ ImageFile ReadFile(const std::string& path)
     config.attribute(kUnassociatedAttribute, 1);
     auto in = OIIO::ImageInput::open(path, &config);
     if (!in) throw FileError("cannot read " + path + ": " + OIIO::geterror());
+    const ImageSpec& layout = in->spec();
+    if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
+    if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
+    CheckFileLength(path, *in);
+    return in;
+}
+
+FileHeader ReadHeader(const std::string& path)
+{
+    const auto in = OpenForReading(path);
+    const ImageSpec& layout = in->spec();
+    FileHeader header;
+    header.layout = LayoutOf(layout, path);
+    header.channels = layout.nchannels;
+    header.extras = RolesOf(layout).extras;
+    header.depth = DepthOf(layout.format);
+    header.pixelAspect = AspectOf(layout);
+    return header;
+}
+
+ImageFile ReadFile(const std::string& path)
+{
+    auto in = OpenForReading(path);
     ImageSpec layout = in->spec();
     // Debian 12's PNM reader calls every file Rec709, float maps too, which
     // hold linear light by convention.
     if (std::string(in->format_name()) == "pnm" && layout.format.is_floating_point())
         layout.erase_attribute(kColourSpaceAttribute);
-    if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
-    if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
 
     const ChannelRoles roles = RolesOf(layout);
     const int n = layout.nchannels;
@@ -292,8 +322,7 @@ ImageFile ReadFile(const std::string& path)
     ImageFile file;
     file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(layout.format), roles.extras));
     Image& img = *file.image;
-    img.XScale = layout.get_float_attribute(kAspectAttribute, 1.0f);
-    if (!(img.XScale > 0.0) || !std::isfinite(img.XScale)) img.XScale = 1.0;
+    img.XScale = AspectOf(layout);
     img.YScale = 1.0;
 
     const bool premultiply = layout.get_int_attribute(kUnassociatedAttribute, 0) != 0;
@@ -442,15 +471,7 @@ public:
         const std::unique_ptr<OIIO::ImageOutput> out = OIIO::ImageOutput::create(path);
         return out ? out->format_name() : "";
     }
-    std::optional<std::pair<FileLayout, int>> Peek(const std::string& path) const override
-    {
-        auto in = OIIO::ImageInput::open(path);
-        if (!in) {
-            OIIO::geterror();
-            return std::nullopt;
-        }
-        return std::make_pair(LayoutOf(in->spec(), path), in->spec().nchannels);
-    }
+    FileHeader Header(const std::string& path) const override { return ReadHeader(path); }
     std::string Encode(const unsigned char* rgb, int width, int height, bool png, int level, int quality) const override
     {
         std::vector<unsigned char> bytes;

@@ -121,21 +121,27 @@ std::vector<int> FramesMissing(const Job& job)
 
 }  // namespace
 
-Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, json* program)
 {
-    const std::string toolClass = host.ToolClass();
-    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
-        program = LoadFlow(host.Doc(), flow);
+        json loaded = LoadFlow(doc, flow);
+        if (program) *program = std::move(loaded);
     } catch (const ValueRefused& e) {
         // The same value given with --set would be a usage error.
         throw UsageError(e.what());
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }
-    for (const auto& t : host.Doc().Tools())
+    for (const auto& t : doc.Tools())
         if (t->Reg()) return t.get();
     throw FileError(flow + ": the flow holds no tool");
+}
+
+Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+{
+    const std::string toolClass = host.ToolClass();
+    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
+    return ToolFromFlow(host.Doc(), flow, &program);
 }
 
 void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, Input& kernel,
@@ -171,33 +177,46 @@ std::uint64_t ImageBytes(const Image& i)
            static_cast<std::uint64_t>(i.PixelStride()) * sizeof(float);
 }
 
-// Tells the tool what the program holds while layer `layer` of `plate` renders,
-// beside that layer (which the tool counts): the program itself (its code,
-// libraries, plug-in and what reading files left behind, measured once, at the
-// first frame, with the plate taken out), the other layers, the results of the
-// layers before, and for writing the file an interleaved float copy, the
-// writer's conversion and its encoding buffers, counted as five more copies of
-// the plate.
-void CountHostMemory(const Plate& plate, std::size_t layer)
+// Tells the tool what the program holds while layer `layer` of a plate
+// (`sources`, with their pixels or as the shapes of a plate not read yet)
+// renders, beside that layer (which the tool counts): the program itself (its
+// code, libraries, plug-in and what reading files left behind, measured once,
+// at the first frame, without the plate's pixels), the other layers, the
+// results of the layers before, and for writing the file an interleaved float
+// copy, the writer's conversion and its encoding buffers, counted as five more
+// copies of the plate.
+void CountHostMemory(const std::vector<Ref<Image>>& sources, std::size_t layer)
 {
-    const std::vector<Ref<Image>>& sources = plate.Sources();
-    std::uint64_t plateBytes = 0, before = 0;
+    std::uint64_t plateBytes = 0, held = 0, before = 0;
     for (std::size_t k = 0; k < sources.size(); ++k) {
         plateBytes += ImageBytes(*sources[k]);
+        if (sources[k]->HasPixels()) held += ImageBytes(*sources[k]);
         if (k < layer) before += ImageBytes(*sources[k]);
     }
-    static const std::uint64_t program = std::max(ResidentBytes(), plateBytes) - plateBytes;
+    static const std::uint64_t program = std::max(ResidentBytes(), held) - held;
     SetHostFrameMemory(program + plateBytes - ImageBytes(*sources[layer]) + before + 5 * plateBytes);
 }
 
 }  // namespace
+
+void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& shapes, TimeStamp time,
+               const FrameConsole& console)
+{
+    for (std::size_t k = 0; k < shapes.size(); ++k) {
+        CountHostMemory(shapes, k);
+        source.SetSource(shapes[k].get(), time);
+        doc.PreCalc(tool, time);
+        source.SetSource(nullptr, time);
+        if (console.HasFailure()) throw RenderError(console.Why());
+    }
+}
 
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console)
 {
     PlateResults r;
     for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
-        CountHostMemory(plate, k);
+        CountHostMemory(plate.Sources(), k);
         source.SetSource(plate.Sources()[k].get(), time);
         r.results.push_back(doc.Render(tool, time));
         if (InterruptRequested()) return {};  // the frame is dropped, not written
@@ -256,16 +275,13 @@ int RunRender(const RenderOptions& opt)
             const std::string out = job.outPattern->At(frame);
             if (opt.mkdir && !opt.dryRun) MakeOutputFolder(out);
             if (!opt.dryRun) CheckOutputFolder(out);
-            const Plate& plate = sources.At(*job.inPattern, frame);
             if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
-
-            if (opt.dryRun || opt.verbose) {  // the frame's figures, from the tool, without its pixels
-                sourceInput->SetSource(plate.Sources().front().get(), time);
-                CountHostMemory(plate, 0);
-                doc.PreCalc(tool, time);
-                if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
-                if (opt.dryRun) break;  // the first frame's, and nothing written
-            }
+            // The tool plans the frame from the file's header (its figures with
+            // --verbose) and refuses one past the memory limit before a pixel is read.
+            const Plate& plate = sources.At(*job.inPattern, frame, [&](const std::vector<Ref<Image>>& shapes) {
+                PlanPlate(doc, tool, *sourceInput, shapes, time, frameConsole);
+            });
+            if (opt.dryRun) break;  // the first frame's figures, and nothing written
             const PlateResults frameResults = RenderPlate(doc, tool, *sourceInput, plate, time, frameConsole);
             if (InterruptRequested()) break;
             for (const std::string& warning : plate.Write(out, frameResults.images, job.outDepth, job.outCompression))

@@ -225,7 +225,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("--per-task", options.perTask, "Frames per task (default: about a minute of work, "
                                                       "at most 1000 tasks)")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, kMaxFrames));
     submit->add_option("--kernel", options.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
     submit->add_option("--flow", options.flow, "Start from a saved flow")->type_name("FILE");

@@ -1,4 +1,5 @@
 // lumivane: renders images and sequences through the Lumivane 2 tool plug-in.
+#include "app/CommandLineHints.h"
 #include "app/Describe.h"
 #include "app/ExitCodes.h"
 #include "app/FlowCommand.h"
@@ -54,8 +55,9 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
         ->type_name("FILE")
         ->group(group);
     app.add_option("--max-memory", g.maxMemory,
-                   "Refuse frames that would need more memory than this, e.g. 4G or 512M "
-                   "(default: LUMIVANE_MAX_MEMORY, else the memory available)")
+                   "Refuse frames that would need more memory than this, e.g. 4G or 512M; a number without "
+                   "K, M, G or T counts bytes (default: LUMIVANE_MAX_MEMORY, else the memory available, at most "
+                   "75% of the machine's)")
         ->type_name("SIZE")
         ->group(group);
     app.add_flag("--fast-sizes", g.fastSizes,
@@ -180,6 +182,12 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        const std::string hint = e.get_exit_code() == 0 ? std::string() : NearMissHint(app);
+        if (!hint.empty())
+            app.failure_message([hint](const CLI::App* a, const CLI::Error& error) {
+                std::string text = CLI::FailureMessage::simple(a, error);
+                return text.insert(text.find('\n'), " (" + hint + ")");
+            });
         const int printed = app.exit(e);
         return printed == 0 ? ExitStatus(Exit::Success) : ExitStatus(Exit::Usage);
     }

@@ -3,9 +3,13 @@
 #include "ProgramRunner.h"
 #include "app/ExitCodes.h"
 
+#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <chrono>
+#include <cstdint>
+#include <sstream>
 #include <csignal>
 #include <functional>
 #include <new>
@@ -28,6 +32,75 @@ void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
 
 class CommandFailure : public ::testing::TestWithParam<FailureCase> {};
 
+std::string Bytes(const std::string& path)
+{
+    std::stringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+void Save(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+// Writes `bytes` bytes of `value` at `at`, most significant first when `big`.
+void Put(std::string& b, std::size_t at, std::uint64_t value, int bytes, bool big)
+{
+    for (int i = 0; i < bytes; ++i) b[at + (big ? bytes - 1 - i : i)] = static_cast<char>(value >> (8 * i) & 0xFF);
+}
+
+// Real small files whose headers are made to declare a huge frame, with the
+// little data they had: under the default memory limit they must be refused
+// from their length, before any pixel is allocated.
+void MakeHeaderBombs(const ScratchFolder& dir)
+{
+    constexpr std::uint32_t kSide = 200000;
+    const OIIO::ImageBuf small = TestPicture(16, 16, {"R", "G", "B"}, false);
+    WriteFile(small, dir / "bomb.png", OIIO::TypeDesc::UINT8);
+    std::string b = Bytes(dir / "bomb.png");
+    Put(b, 16, kSide, 4, true);  // IHDR width, height, then its CRC
+    Put(b, 20, kSide, 4, true);
+    Put(b, 29, crc32(0, reinterpret_cast<const Bytef*>(&b[12]), 17), 4, true);
+    Save(dir / "bomb.png", b);
+
+    WriteFile(small, dir / "bomb.jpg", OIIO::TypeDesc::UINT8);
+    b = Bytes(dir / "bomb.jpg");
+    const std::size_t frame = b.find("\xFF\xC0");
+    Put(b, frame + 5, 65000, 2, true);  // height, width, below the decoder's own limit
+    Put(b, frame + 7, 65000, 2, true);
+    Save(dir / "bomb.jpg", b);
+
+    OIIO::ImageBuf zip = small;
+    zip.specmod().attribute("compression", "zip");
+    WriteFile(zip, dir / "bomb.exr", OIIO::TypeDesc::HALF);
+    b = Bytes(dir / "bomb.exr");
+    for (const std::string window : {"dataWindow", "displayWindow"}) {
+        const std::size_t box = b.find(window + std::string("\0box2i\0", 7)) + window.size() + 11;
+        Put(b, box + 8, kSide - 1, 4, false);
+        Put(b, box + 12, kSide - 1, 4, false);
+    }
+    // A whole offset table, every entry pointing at the one chunk there is:
+    // the one entry written points just past itself.
+    const auto entry = [&b](std::size_t at) {
+        std::uint64_t v = 0;
+        for (int i = 7; i >= 0; --i) v = v << 8 | static_cast<unsigned char>(b.at(at + i));
+        return v;
+    };
+    std::size_t table = 0;
+    while (entry(table) != table + 8) ++table;
+    const std::size_t chunks = (kSide + 15) / 16;
+    std::string entries(chunks * 8, '\0');
+    for (std::size_t k = 0; k < chunks; ++k) Put(entries, k * 8, table + chunks * 8, 8, false);
+    Save(dir / "bomb.exr", b.substr(0, table) + entries + b.substr(table + 8));
+
+    // One pixel of data far from its one-pixel frame: the frame is the union of the two.
+    OIIO::ImageSpec far(1, 1, 4, OIIO::TypeDesc::HALF);
+    far.x = far.y = 1000000;
+    far.full_width = far.full_height = 1;
+    const auto out = OIIO::ImageOutput::create(dir / "far.exr");
+    const float pixel[4] = {1, 1, 1, 1};
+    if (!out || !out->open(dir / "far.exr", far) || !out->write_image(OIIO::TypeDesc::FLOAT, pixel) || !out->close())
+        throw std::runtime_error("cannot write far.exr");
+}
+
 TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
 {
     const FailureCase& c = GetParam();
@@ -37,8 +110,10 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
     std::ofstream(dir / "garbage.exr") << "not an image";
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
-    // A header that claims 60000 x 60000 pixels, with almost nothing after it.
-    std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
+    // A header that claims 60000 x 60000 pixels, with almost nothing after it,
+    // in a format whose run-length coding gives no bound on its length.
+    std::ofstream(dir / "huge.hdr") << "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 60000 +X 60000\n"
+                                    << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
     // The same picture as JPEG, uncompressed TIFF, DPX and OpenEXR, each cut to half its length.
@@ -48,6 +123,7 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
         WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
         std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
     }
+    MakeHeaderBombs(dir);
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -103,22 +179,37 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"ToolSetsNoOutput", {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
                     "Lumivane 2: the frame needs about"},
         FailureCase{"OverMemoryLimit", {"--max-memory", "20K", "render", "in.exr", "out/o.exr", "--size", "50"}, 4,
-                    "but the memory limit is 1 MiB"},
+                    "but the memory limit is 20 KiB"},
+        FailureCase{"RimTooBright", {"render", "in.exr", "out/o.exr", "--size", "20", "--bad-bokeh", "1e38"}, 4,
+                    "Lumivane 2: Bad Bokeh 1e+38 makes the kernel's rim 4e+38 times as bright as its centre"},
+        FailureCase{"MistypedCommand", {"rendr", "in.exr", "out/o.exr"}, 2, "(did you mean render?)"},
+        FailureCase{"MistypedOption", {"render", "in.exr", "out/o.exr", "--szie", "2"}, 2, "--szie (did you mean --size?)"},
+        FailureCase{"NoFramesPerTask", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "1", "--per-task", "0"},
+                    2, "--per-task: Value 0 not in range 1 to 1000000\n"},
         FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
                     "--max-memory: \"lots\" is not a size such as 512M"},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
                     "broken.json: not a valid flow file"},
-        FailureCase{"HugeHeader", {"--max-memory", "1G", "render", "huge.ppm", "out/o.exr"}, 4,
-                    "cannot read huge.ppm: its 60000x60000 pixels of 3 channels need about 93.9 GiB to read, but the "
+        FailureCase{"HugeHeader", {"--max-memory", "1G", "render", "huge.hdr", "out/o.exr"}, 4,
+                    "Lumivane 2: the frame needs about"},
+        FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.hdr"},
+                    4, "cannot read huge.hdr: its 60000x60000 pixels of 3 channels need about 93.9 GiB to read, but the "
                     "memory limit is 1.0 GiB"},
-        FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.ppm"},
-                    4, "cannot read huge.ppm: its 60000x60000"},
+        FailureCase{"FarDataWindow", {"--max-memory", "1G", "render", "far.exr", "out/o.exr"}, 4,
+                    "Lumivane 2: the frame needs about"},
+        FailureCase{"PngHeaderBomb", {"render", "bomb.png", "out/o.exr"}, 3,
+                    "cannot read bomb.png: the file is cut short: it has"},
+        FailureCase{"JpegHeaderBomb", {"render", "in.exr", "out/o.exr", "--kernel", "bomb.jpg"}, 3,
+                    "cannot read bomb.jpg: the file is cut short: it has"},
+        FailureCase{"ExrHeaderBomb", {"render", "bomb.exr", "out/o.exr"}, 3,
+                    "cannot read bomb.exr: the file is cut short: it has"},
         FailureCase{"TruncatedJpeg", {"render", "cut.jpg", "out/o.exr"}, 3,
                     "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
         FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
                     "cannot read cut.tif: the file is cut short: it has 9"},
         FailureCase{"TruncatedExr", {"render", "cut.exr", "out/o.exr"}, 3,
-                    "cannot read cut.exr: Error reading pixel data from image file \"cut.exr\""},
+                    "cannot read cut.exr: the file is cut short: it has 9775 bytes, but its 64x48 pixels, "
+                    "uncompressed, need at least 19200"},
         FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
                     "cannot read cut.dpx: the file is cut short: it has"},
         FailureCase{"KernelOverMemoryLimit", {"--max-memory", "64M", "kernel", "out/k.exr", "--width", "8000", "--height", "8000"},

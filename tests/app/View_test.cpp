@@ -184,21 +184,29 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
     struct Case {
         const char* unit;
         double size;  // 16 pixels in the full frame either way
+        bool keyed;
+        int factor;
     };
-    for (const Case& c : {Case{"Absolute", 16.0}, Case{"Relative", 25.0}}) {
-        SCOPED_TRACE(c.unit);
+    for (const Case& c : {Case{"Absolute", 16.0, false, 2}, Case{"Relative", 25.0, false, 2},
+                          Case{"Absolute", 16.0, true, 4}}) {
+        SCOPED_TRACE(std::string(c.unit) + (c.keyed ? ", keyed, proxy " : ", proxy ") + std::to_string(c.factor));
         for (const std::string& set : {std::string(R"({"id": "BlurSizeUnit", "value": ")") + c.unit + "\"}",
                                       R"({"id": "BlurSizeX", "value": )" + std::to_string(c.size) + "}"})
             ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
-        const auto proxy = m_client->Get("/api/image?which=output&format=png&proxy=2");
+        if (c.keyed) {
+            ASSERT_EQ(Post("/api/animate", R"({"id": "BlurSizeX"})")->status, 200);
+        }
+        const std::string factor = std::to_string(c.factor);
+        const auto proxy = m_client->Get(("/api/image?which=output&format=png&proxy=" + factor).c_str());
         ASSERT_EQ(proxy->status, 200) << proxy->body;
-        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), "2");
+        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), factor);
         std::ofstream(m_dir / "proxy.png", std::ios::binary) << proxy->body;
         const OIIO::ImageBuf shown = ReadFile(m_dir / "proxy.png");
-        ASSERT_EQ(shown.spec().width, 32);
-        ASSERT_EQ(shown.spec().height, 24);
+        const int w = 64 / c.factor, h = 48 / c.factor;
+        ASSERT_EQ(shown.spec().width, w);
+        ASSERT_EQ(shown.spec().height, h);
         const json console = json::parse(m_client->Get("/api/console")->body);
-        EXPECT_EQ(console["proxy"], 2);
+        EXPECT_EQ(console["proxy"], c.factor);
         EXPECT_EQ(console["version"], Tool()["version"]) << "the console speaks of an older render";
 
         // The full resolution, unchanged by the proxy render before it.
@@ -209,16 +217,18 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
         ASSERT_EQ(rendered.status, 0) << rendered.err;
         EXPECT_EQ(Compare(full, ReadFile(m_dir / "rendered.exr")).worst, 0.0);
 
-        // Against the full render averaged over 2x2 blocks, on the display's scale.
+        // Against the full render averaged over factor x factor blocks, on the display's scale.
+        const int n = c.factor * c.factor;
         double sum = 0.0;
-        for (int y = 0; y < 24; ++y)
-            for (int x = 0; x < 32; ++x)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
                 for (int ch = 0; ch < 3; ++ch) {
                     double mean = 0.0;
-                    for (int k = 0; k < 4; ++k) mean += full.getchannel(2 * x + k % 2, 2 * y + k / 2, 0, ch) / 4;
+                    for (int k = 0; k < n; ++k)
+                        mean += full.getchannel(c.factor * x + k % c.factor, c.factor * y + k / c.factor, 0, ch) / n;
                     sum += std::fabs(srgb(mean) - shown.getchannel(x, y, 0, ch));
                 }
-        EXPECT_LT(sum / (32 * 24 * 3), 0.025) << "mean difference on the display scale";
+        EXPECT_LT(sum / (w * h * 3), 0.025) << "mean difference on the display scale";
     }
 }
 

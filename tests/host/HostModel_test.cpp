@@ -12,13 +12,15 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <map>
-#include <cstdlib>
 #include <thread>
 
 namespace {
@@ -204,7 +206,16 @@ TEST(EngineSettings, ValuesParseAsAFarmWouldWriteThemAndTheProgramsValueWinsOver
         EXPECT_TRUE(MemoryLimit() == 1u << 20 && MemoryLimitSource() == "the memory limit");
         ResetEngineSettings();
     }
-    EXPECT_TRUE(EngineTransformSizes() == TransformSizes::PowersOfTwo && MemoryLimitSource() == "the memory available");
+    EXPECT_EQ(EngineTransformSizes(), TransformSizes::PowersOfTwo);
+    // By default a frame may take what the machine has available, but never
+    // more than three quarters of its memory, and the message says which.
+    std::ifstream info("/proc/meminfo");
+    std::uint64_t total = 0, available = 0, kib = 0;
+    for (std::string key, unit; info >> key >> kib >> unit;)
+        (key == "MemTotal:" ? total : key == "MemAvailable:" ? available : kib) = kib << 10;
+    EXPECT_LE(MemoryLimit(), total / 4 * 3);
+    EXPECT_GE(MemoryLimit(), std::min(available, total / 4 * 3) / 10 * 9);
+    EXPECT_EQ(MemoryLimitSource(), available > total / 4 * 3 ? "75% of the machine's memory" : "the memory available");
     for (const auto& [name, value] : {std::pair{"LUMIVANE_MAX_MEMORY", "20KB"}, {"LUMIVANE_THREADS", "0"},
                                       {"LUMIVANE_FFT_PLANNING", "Measure"}, {"LUMIVANE_TRANSFORM_SIZES", "Smooth"}}) {
         Variable v(name, value);
