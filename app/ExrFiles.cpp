@@ -4,10 +4,12 @@
 #include "app/ExitCodes.h"
 #include "app/ReadMemory.h"
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
+#include <ImfIO.h>
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
@@ -121,6 +123,18 @@ Imf::FrameBuffer SlicesOf(const Image& image, const Imf::ChannelList& channels, 
     }
     return slices;
 }
+
+// OpenEXR's output through a CheckedFile.
+class ExrStream : public Imf::OStream {
+public:
+    ExrStream(CheckedFile& file, const std::string& path) : Imf::OStream(path.c_str()), m_file(file) {}
+    void write(const char c[], int n) override { m_file.Write(c, static_cast<std::size_t>(n)); }
+    uint64_t tellp() override { return m_file.Tell(); }
+    void seekp(uint64_t pos) override { m_file.Seek(pos); }
+
+private:
+    CheckedFile& m_file;
+};
 
 // Writes the image in bands of rows. OpenEXR writes each channel from a buffer
 // of the channel's own type: float channels come straight from the image's
@@ -316,11 +330,15 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
         for (const std::string& name : image.ExtraChannels()) channels.insert(name, Imf::Channel(all));
     }
     header.channels() = channels;
+    CheckedFile file(temp);
     try {
-        Imf::OutputFile out(temp.c_str(), header, Threads());
+        ExrStream stream(file, temp);
+        // The line offsets are written when `out` goes, where OpenEXR drops any
+        // failure: `file` keeps it.
+        Imf::OutputFile out(stream, header, Threads());
         WriteBands(out, image, channels, origin);
     } catch (const std::exception& e) {
         return e.what();
     }
-    return {};
+    return file.Close();
 }

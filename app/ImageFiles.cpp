@@ -5,6 +5,7 @@
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
 #include "util/AtomicFile.h"
+#include "util/FileIdentity.h"
 
 #include <algorithm>
 #include <cctype>
@@ -35,7 +36,8 @@ void CheckIsFile(const std::string& path)
 {
     std::error_code ec;
     if (!fs::exists(path, ec)) throw FileError("cannot read " + path + ": no such file");
-    if (fs::is_directory(path, ec)) throw FileError("cannot read " + path + ": it is a folder, not an image file");
+    // Checked before opening: a FIFO or a device would be read for ever.
+    if (const std::string why = NotRegularFile(path); !why.empty()) throw FileError("cannot read " + path + ": " + why);
 }
 
 }  // namespace
@@ -91,15 +93,7 @@ std::vector<std::string> WriteImageFile(const std::string& path, const Image& im
 
 void CheckOutputFolder(const std::string& path)
 {
-    const fs::path target(path);
-    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-    std::error_code ec;
-    if (!fs::is_directory(folder, ec))
-        throw FileError("cannot write " + path + ": folder " + folder.string() + " does not exist");
-    if (::access(folder.c_str(), W_OK) != 0)
-        throw FileError("cannot write " + path + ": folder " + folder.string() + " is not writable (" +
-                        std::strerror(errno) + ")");
-    if (const std::string why = AtomicFile::CannotReplace(path); !why.empty())
+    if (const std::string why = AtomicFile::CannotWrite(path); !why.empty())
         throw FileError("cannot write " + path + ": " + why);
 }
 

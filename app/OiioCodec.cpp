@@ -9,6 +9,7 @@
 #include "app/ReadMemory.h"
 #include "app/WholeRead.h"
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 #include "util/Text.h"
 
 #include <OpenImageIO/color.h>
@@ -23,6 +24,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include <unistd.h>
@@ -201,6 +203,44 @@ void Unpremultiply(std::vector<float>& pixels, const ImageSpec& layout)
     }
 }
 
+
+// A writer's file through a CheckedFile: the writer never sees a write fail
+// (libjpeg would end the process over one), and the file is checked once closed.
+class CheckedOutput : public OIIO::Filesystem::IOProxy {
+public:
+    CheckedOutput(CheckedFile& file, const std::string& path) : IOProxy(path, Write), m_file(file) {}
+    const char* proxytype() const override { return "checked"; }
+    int64_t tell() override { return static_cast<int64_t>(m_file.Tell()); }
+    bool seek(int64_t offset) override
+    {
+        m_file.Seek(static_cast<std::uint64_t>(offset));
+        return offset >= 0;
+    }
+    size_t write(const void* data, size_t size) override
+    {
+        m_file.Write(data, size);
+        return size;
+    }
+    size_t pwrite(const void* data, size_t size, int64_t offset) override
+    {
+        m_file.WriteAt(data, size, static_cast<std::uint64_t>(offset));
+        return size;
+    }
+    size_t read(void* data, size_t size) override
+    {
+        const size_t n = m_file.ReadAt(data, size, m_file.Tell());
+        m_file.Seek(m_file.Tell() + n);
+        return n;
+    }
+    size_t pread(void* data, size_t size, int64_t offset) override
+    {
+        return m_file.ReadAt(data, size, static_cast<std::uint64_t>(offset));
+    }
+    size_t size() const override { return static_cast<size_t>(m_file.Size()); }
+
+private:
+    CheckedFile& m_file;
+};
 
 // The whole description OpenImageIO read, kept for writing like the file.
 struct OiioMetadata : FileMetadata {
@@ -408,6 +448,18 @@ ImageCodec::Written WriteFile(const std::string& path, const std::string& temp, 
                                       " data, written as float");
         return result;
     }
+    // Nearly every writer takes its file through a proxy. The others write it
+    // themselves: TIFF, whose writer cannot read its own directories back
+    // through a proxy (it loses them when it adds an EXIF one), but sees a
+    // failed write; and the few that take none. AtomicFile's checks at the
+    // rename are what is left for them.
+    std::optional<CheckedFile> file;
+    std::optional<CheckedOutput> proxy;
+    if (out->supports("ioproxy") && formatName != "tiff") {
+        file.emplace(temp);
+        proxy.emplace(*file, temp);
+        out->set_ioproxy(&*proxy);
+    }
     if (!out->open(temp, layout)) {
         result.failure = out->geterror();
         return result;
@@ -417,6 +469,7 @@ ImageCodec::Written WriteFile(const std::string& path, const std::string& temp, 
         result.warnings.push_back(path + ": " + formatName + " cannot hold --depth " + DepthName(*depth) +
                                   " data, written as " + written.c_str());
     if (!out->write_image(TypeDesc::FLOAT, pixels.data()) || !out->close()) result.failure = out->geterror();
+    else if (file) result.failure = file->Close();
     return result;
 }
 

@@ -108,6 +108,26 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     return job;
 }
 
+// Refuses, before anything is read or written, an OUTPUT or --save-flow that
+// would write over a file the render reads. --save-flow may replace the flow
+// it started from.
+void RefuseWritingInputs(const RenderOptions& opt, const Job& job)
+{
+    const auto named = [&](const char* what, const std::string& given, const std::string& used) {
+        return NamedFiles{given.empty() && !opt.flow.empty() ? std::string(what) + " (from the flow " + opt.flow + ")"
+                                                            : std::string(what),
+                          PatternOf(what, used)};
+    };
+    std::vector<NamedFiles> read;
+    if (!job.input.empty()) read.push_back(named("INPUT", opt.input, job.input));
+    if (!job.kernel.empty()) read.push_back(named("--kernel", opt.kernel, job.kernel));
+    const std::vector<int>& frames = job.frameList.Frames();
+    if (!opt.saveFlow.empty())
+        RefuseWritingWhatIsRead({{"--save-flow", PatternOf("--save-flow", opt.saveFlow)}}, read, frames);
+    if (!opt.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.flow)});
+    if (!job.output.empty()) RefuseWritingWhatIsRead({named("OUTPUT", opt.output, job.output)}, read, frames);
+}
+
 // The frames whose output file is not there yet. Frames are written under a
 // temporary name and renamed when complete, so an output file that exists is
 // a whole frame.
@@ -218,7 +238,10 @@ PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Pl
     for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
         CountHostMemory(plate.Sources(), k);
         source.SetSource(plate.Sources()[k].get(), time);
-        r.results.push_back(doc.Render(tool, time));
+        {
+            const InterruptsWait looked;  // right below
+            r.results.push_back(doc.Render(tool, time));
+        }
         if (InterruptRequested()) return {};  // the frame is dropped, not written
         if (!r.results.back()) throw RenderError(console.Why());
         r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
@@ -246,6 +269,7 @@ int RunRender(const RenderOptions& opt)
     if (!sourceInput || !kernelInput)
         throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
     const Job job = PlanJob(opt, *sourceInput, *kernelInput, program);
+    RefuseWritingInputs(opt, job);
 
     // After the flow's values, in command-line order, at the first frame's time.
     ApplySettings(*tool, opt.settings, job.frameList.First());
@@ -303,6 +327,6 @@ int RunRender(const RenderOptions& opt)
 
     const bool interrupted = InterruptRequested();
     if (!opt.dryRun) progress.Finish(rendered, failures, interrupted);
-    if (interrupted) return ExitStatus(Exit::Interrupted);
+    if (interrupted) return ExitStatus(InterruptKind());
     return ExitStatus(firstFailure.value_or(Exit::Success));
 }

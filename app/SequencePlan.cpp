@@ -1,8 +1,10 @@
 #include "app/SequencePlan.h"
 
 #include "app/ExitCodes.h"
+#include "util/FileIdentity.h"
 
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 #include <system_error>
 
@@ -37,6 +39,39 @@ std::optional<FrameList> FramesToRender(const std::string& frames, const FramePa
         throw FileError("no file matches INPUT " + input.Text() + " (looked for " + input.At(1) +
                         " and the like); say which frames with --frames");
     return FrameList::Of(std::move(found));
+}
+
+namespace {
+
+// The names `files` gives over `frames`, each file once.
+std::vector<std::string> NamesOf(const NamedFiles& files, const std::vector<int>& frames)
+{
+    if (!files.pattern.HasFrameField()) return {files.pattern.Text()};
+    std::vector<std::string> names;
+    for (const int frame : frames) names.push_back(files.pattern.At(frame));
+    return names;
+}
+
+}  // namespace
+
+std::string WritesWhatIsRead(const std::vector<NamedFiles>& written, const std::vector<NamedFiles>& read,
+                             const std::vector<int>& frames)
+{
+    std::map<std::string, std::string> readAt;  // identity -> "WHAT NAME"
+    for (const NamedFiles& files : read)
+        for (const std::string& name : NamesOf(files, frames)) readAt.emplace(FileIdentity(name), files.what + " " + name);
+    for (const NamedFiles& files : written)
+        for (const std::string& name : NamesOf(files, frames))
+            if (const auto it = readAt.find(FileIdentity(name)); it != readAt.end())
+                return files.what + " " + name + " is the same file as " + it->second +
+                       ": writing it would destroy what is read; choose another name";
+    return {};
+}
+
+void RefuseWritingWhatIsRead(const std::vector<NamedFiles>& written, const std::vector<NamedFiles>& read,
+                             const std::vector<int>& frames)
+{
+    if (const std::string why = WritesWhatIsRead(written, read, frames); !why.empty()) throw UsageError(why);
 }
 
 void MakeOutputFolder(const std::string& output)

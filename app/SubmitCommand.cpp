@@ -2,6 +2,7 @@
 
 #include "app/ExitCodes.h"
 #include "app/FramePattern.h"
+#include "app/Interrupt.h"
 #include "app/Plugins.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
@@ -11,6 +12,7 @@
 #include "app/SubmitWait.h"
 
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <CLI/CLI.hpp>
 
@@ -21,7 +23,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -192,10 +193,11 @@ Trial RunTrial(std::vector<std::string> argv, int frame, const std::string& scra
 
 void WriteTextFile(const std::string& path, const std::string& text)
 {
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) throw FileError("cannot write " + path);
+    PendingFile pending(path);
+    CheckedFile file(pending.TempPath());
+    file.Write(text.data(), text.size());
+    if (const std::string why = file.Close(); !why.empty()) throw pending.Failure(why);
+    pending.Commit();
     fs::permissions(path, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec,
                     fs::perm_options::add);
 }
@@ -215,7 +217,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
         "submit", "Render a sequence on a Slurm cluster: the look frozen into a flow in .lumivane-jobs/ beside "
                   "OUTPUT, one job array whose tasks render their frames with `render --skip-existing`. "
                   "Exit status: 0 submitted (with --wait: every frame written), 2 usage, 3 file or refused "
-                  "by the scheduler, 4 frames not written, 130 interrupted.");
+                  "by the scheduler, 4 frames not written, 129 hung up, 130 interrupted.");
     submit->add_option("INPUT", options.input, "Input frame pattern, e.g. plate.####.exr")->required();
     submit->add_option("OUTPUT", options.output, "Output frame pattern; the extension picks the format")->required();
     submit->add_option("SBATCH-ARGS", options.schedulerArgs, "After --: arguments for sbatch, as they are");
@@ -256,6 +258,10 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
         throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
     const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
+    std::vector<NamedFiles> read = {{"INPUT", inPattern}};
+    if (!kernel.empty()) read.push_back({"--kernel", PatternOf("--kernel", kernel)});
+    if (!opt.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.flow)});
+    RefuseWritingWhatIsRead({{"OUTPUT", outPattern}}, read, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
     // A dry run freezes the look in a temporary folder, and shows the job
@@ -293,7 +299,13 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string scratch = (fs::path(work.Path()) / ("trial" + fs::path(output).extension().string())).string();
     trialCommand.insert(trialCommand.end(), {"--flow", freeze.saveFlow, input, scratch});
     trialCommand.insert(trialCommand.end(), plate.begin(), plate.end());
-    const Trial trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    Trial trial;
+    {
+        // A Ctrl-C reaches the trial run too; the job folder goes once it has stopped.
+        const InterruptsWait looked;
+        trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    }
+    if (InterruptRequested()) return ExitStatus(InterruptKind());
 
     const int perTask = opt.perTask > 0 ? opt.perTask : DefaultFramesPerTask(frames.Count(), trial.seconds);
     const std::vector<std::vector<int>> tasks = SplitFrames(frames.Frames(), perTask);

@@ -119,6 +119,7 @@ std::string ViewServer::Address() const
 
 void ViewServer::Serve()
 {
+    const InterruptsWait looked;  // by the watch
     std::atomic<bool> done{false};
     std::thread watch([&] {
         while (!done) {

@@ -12,6 +12,8 @@
 #include "app/ViewServer.h"
 
 #include "host/EngineSettings.h"
+#include "util/AtomicFile.h"
+#include "util/FftwWisdom.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,7 +27,7 @@ constexpr const char* kVersion = "2.0";
 constexpr const char* kRenderHelp =
     "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
     "rendered over --frames. Controls are applied in the order given, after those of --flow. "
-    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.";
+    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 129 hung up (SIGHUP), 130 interrupted.";
 
 struct GlobalOptions {
     std::string plugins;
@@ -91,6 +93,11 @@ void ApplyEngineSettings(const GlobalOptions& g)
     if (!g.wisdom.empty()) SetEngineFftWisdom(g.wisdom);
     if (!g.maxMemory.empty()) SetMemoryLimit(FlagValue("--max-memory", g.maxMemory, ParseMemorySize));
     if (g.fastSizes) SetEngineTransformSizes(TransformSizes::Smooth);
+    // Refused before anything starts: a render would only find out once its plans are measured.
+    if (const std::string wisdom = EngineFftWisdom(); !wisdom.empty())
+        if (const std::string why = AtomicFile::CannotWrite(wisdom, NotFftwWisdom); !why.empty())
+            throw FileError("cannot use " + wisdom + " as the FFT wisdom file (--fft-wisdom, LUMIVANE_FFT_WISDOM): " +
+                            why);
 }
 
 }  // namespace

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstdint>
 #include <sstream>
@@ -125,8 +127,16 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     }
     MakeHeaderBombs(dir);
     std::filesystem::create_directory(dir / "out");
+    // Files that name what the render reads, and things that are not files.
+    std::filesystem::create_symlink("in.exr", dir / "link.exr");
+    std::filesystem::create_hard_link(dir / "in.exr", dir / "hard.exr");
+    std::ofstream(dir / "self.flow") << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": )"
+                                     << R"("tevrinworks.Lumivane2", "inputs": {}, "connections": {"input": "in.exr"}}],)"
+                                     << R"( "program": {"output": "in.exr"}})";
+    for (const char* f : {"pipe.exr", "pipe.flow"}) ::mkfifo((dir / f).c_str(), 0666);
 
-    const RunResult r = RunLumivane(dir, c.args);
+    // A FIFO read would never end: `timeout` turns that into a failure.
+    const RunResult r = RunLumivane(dir, c.args, {}, "timeout 60");
     EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_NE(r.err.find(c.message), std::string::npos) << "stderr:\n" << r.err;
     EXPECT_EQ(dir.Files("out"), c.outputs);
@@ -216,7 +226,35 @@ INSTANTIATE_TEST_SUITE_P(
                     4, "cannot draw the kernels of a 8000x8000 frame: its point image and response need about 1.9 GiB, "
                     "but the memory limit is 64 MiB"},
         FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
-                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
+                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"},
+        // Nothing read is written over, by whatever name.
+        FailureCase{"OutputIsInput", {"render", "in.exr", "in.exr"}, 2,
+                    "OUTPUT in.exr is the same file as INPUT in.exr: writing it would destroy what is read"},
+        FailureCase{"OutputLinksToInput", {"render", "in.exr", "link.exr"}, 2, "OUTPUT link.exr is the same file as INPUT in.exr"},
+        FailureCase{"OutputIsHardLinkOfKernel", {"render", "seq.0001.exr", "hard.exr", "--kernel", "in.exr"}, 2,
+                    "OUTPUT hard.exr is the same file as --kernel in.exr"},
+        FailureCase{"OutputFramesAreInputFrames", {"render", "seq.####.exr", "./seq.####.exr", "--frames", "1-3"}, 2,
+                    "OUTPUT ./seq.0001.exr is the same file as INPUT seq.0001.exr"},
+        FailureCase{"FlowWritesItsInput", {"render", "--flow", "self.flow"}, 2,
+                    "OUTPUT (from the flow self.flow) in.exr is the same file as INPUT (from the flow self.flow) in.exr"},
+        FailureCase{"SaveFlowOverInput", {"render", "in.exr", "out/o.exr", "--save-flow", "in.exr"}, 2,
+                    "--save-flow in.exr is the same file as INPUT in.exr"},
+        FailureCase{"SubmitOverInput", {"submit", "seq.####.exr", "seq.####.exr", "--frames", "1", "--dry-run"}, 2,
+                    "seq.0001.exr is the same file as INPUT"},
+        // Only regular files are read or written.
+        FailureCase{"FifoInput", {"render", "pipe.exr", "out/o.exr"}, 3,
+                    "cannot read pipe.exr: it is a FIFO, not a regular file"},
+        FailureCase{"FifoKernel", {"render", "in.exr", "out/o.exr", "--kernel", "pipe.exr"}, 3,
+                    "cannot read pipe.exr: it is a FIFO"},
+        FailureCase{"FifoFlow", {"render", "--flow", "pipe.flow", "in.exr", "out/o.exr"}, 3,
+                    "cannot read flow pipe.flow: it is a FIFO"},
+        FailureCase{"FifoOutput", {"render", "in.exr", "pipe.exr"}, 3,
+                    "cannot write pipe.exr: it is a FIFO, not a regular file"},
+        FailureCase{"WisdomOverAnImage", {"--fft-wisdom", "in.exr", "render", "in.exr", "out/o.exr"}, 3,
+                    "cannot use in.exr as the FFT wisdom file (--fft-wisdom, LUMIVANE_FFT_WISDOM): the file exists "
+                    "and does not hold FFTW wisdom"},
+        FailureCase{"WisdomInAMissingFolder", {"--fft-wisdom", "none/w", "render", "in.exr", "out/o.exr"}, 3,
+                    "folder none does not exist"}),
     PrintName);
 
 // Memory can run out past every check; that is a memory failure, not a fault of the program.
@@ -270,14 +308,19 @@ TEST(CommandFailure, TerminationStopsCleanly)
         }
         return pid;
     };
-    const auto stop = [](pid_t pid, const std::function<bool()>& ready) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    // One signal once `ready`: the exit status, or minus the signal that ended
+    // the program; one still running 20 s later is killed.
+    const auto stop = [](pid_t pid, const std::function<bool()>& ready, int signal = SIGTERM) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (!ready() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        ::kill(pid, SIGTERM);
+        ::kill(pid, signal);
+        deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         int raw = 0;
-        ::waitpid(pid, &raw, 0);
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+        while (::waitpid(pid, &raw, WNOHANG) == 0)
+            if (std::chrono::steady_clock::now() > deadline) ::kill(pid, SIGKILL);
+            else std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
     };
 
     const pid_t render = start({"render", "in.exr", "out/o.####.exr", "--frames", "1-100000", "--size", "5"});
@@ -287,6 +330,20 @@ TEST(CommandFailure, TerminationStopsCleanly)
     EXPECT_GE(left.size(), 3u);
     EXPECT_LT(left.size(), 100000u);
     for (const std::string& f : left) EXPECT_EQ(f.rfind("o.", 0), 0u) << "left behind: " << f;
+
+    // A closed terminal or ssh session stops it the same way, with its own status.
+    const pid_t hungUp = start({"render", "in.exr", "out/h.####.exr", "--frames", "1-100000", "--size", "5"});
+    EXPECT_EQ(stop(hungUp, [&] { return std::filesystem::exists(dir / "out/h.0003.exr"); }, SIGHUP), 129);
+    for (const std::string& f : dir.Files("out")) EXPECT_NE(f.front(), '.') << "left behind: " << f;
+
+    // A plug-in whose loading never ends (a FIFO) stops at the first signal.
+    std::filesystem::create_directory(dir / "hang");
+    ::mkfifo((dir / "hang/Hang.plugin").c_str(), 0644);
+    const pid_t hanging = start({"--plugins", "hang", "render", "in.exr", "out/x.exr"});
+    EXPECT_EQ(stop(hanging, [] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        return true;
+    }), 130);
 
     // The kernel command, stopped while it loads or draws: nothing written.
     const pid_t kernel = start({"kernel", "k.exr", "--width", "2000", "--height", "1500"});

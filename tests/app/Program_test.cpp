@@ -336,30 +336,28 @@ TEST(Reliability, NonFinitePixelsSpreadThroughTheirChannelOnly)
     EXPECT_FALSE(std::isfinite(out.getchannel(12, 12, 0, 2)));
 }
 
-TEST(Reliability, OutputMayReplaceTheInput)
+TEST(Reliability, AnOutputIsReplacedThroughItsLinkKeepingItsBits)
 {
     ScratchFolder dir;
     const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
+    WriteFile(picture, dir / "in.exr", OIIO::TypeDesc::HALF);
     WriteFile(picture, dir / "shot.exr", OIIO::TypeDesc::HALF);
-    const RunResult r = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
-    EXPECT_EQ(dir.Files(), std::vector<std::string>{"shot.exr"});
 
     // Replacing keeps the file's permission bits; a link is written through.
     namespace fs = std::filesystem;
     fs::permissions(dir / "shot.exr", fs::perms(0640));
     fs::create_symlink("shot.exr", dir / "link.exr");
-    const RunResult again = RunLumivane(dir, {"render", "shot.exr", "link.exr", "--size", "10"});
+    const RunResult again = RunLumivane(dir, {"render", "in.exr", "link.exr", "--size", "10"});
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_TRUE(fs::is_symlink(dir / "link.exr"));
+    EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
     EXPECT_EQ(fs::status(dir / "shot.exr").permissions(), fs::perms(0640));
 
     // A file the user may not write is not replaced, though its folder is writable.
     // The superuser may write anything, so then the program runs as nobody.
     fs::permissions(dir / "shot.exr", fs::perms(0444));
     fs::permissions(dir.Path(), fs::perms::all);
-    const RunResult refused = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"}, {},
+    const RunResult refused = RunLumivane(dir, {"render", "in.exr", "shot.exr", "--size", "10"}, {},
                                           ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "");
     EXPECT_EQ(refused.status, 3) << refused.err;
     EXPECT_NE(refused.err.find("cannot write shot.exr: the file exists and may not be written by this user"),
@@ -394,6 +392,50 @@ TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
         EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
         EXPECT_EQ(full.err.find(".tmp"), std::string::npos) << full.err;
     }
+}
+
+// Past a file-size limit every writer's file is found cut short: libjpeg would
+// end the process, libpng and FFTW would not notice, libtiff and OpenEXR might.
+class SizeLimit : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(SizeLimit, FailsTheWriteWithNoFileLeft)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(400, 300, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::FLOAT);
+    std::filesystem::create_directory(dir / "out");
+    const std::string out = std::string("out/o.") + GetParam();
+    const RunResult r = RunLumivane(dir, {"render", "in.exr", out, "--size", "2"}, "ulimit -f 16");
+    EXPECT_EQ(r.status, 3) << r.err;
+    EXPECT_NE(r.err.find("cannot write " + out + ": "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("File too large"), std::string::npos) << r.err;
+    EXPECT_EQ(dir.Files("out"), std::vector<std::string>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Reliability, SizeLimit, ::testing::Values("exr", "jpg", "png", "tif"));
+
+// `render -v | head -1`: the reader of standard output goes away early.
+TEST(Reliability, AReaderThatGoesAwayLeavesTheRenderRunning)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(64, 48, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
+    ASSERT_EQ(RunLumivane(dir, {"render", "in.exr", "quiet.exr", "--size", "5"}).status, 0);
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);  // every write to the pipe fails
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::chdir(dir.Path().c_str()) != 0 || ::dup2(ends[1], STDOUT_FILENO) < 0 || ::dup2(ends[1], STDERR_FILENO) < 0)
+            ::_exit(99);
+        ::unsetenv("LUMIVANE_PLUGIN_PATH");
+        ::execl(LUMIVANE_EXE, "lumivane", "render", "in.exr", "piped.exr", "--size", "5", "-v",
+                static_cast<char*>(nullptr));
+        ::_exit(98);
+    }
+    ::close(ends[1]);
+    int raw = 0;
+    ASSERT_EQ(::waitpid(pid, &raw, 0), pid);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << "status " << raw;
+    EXPECT_EQ(Compare(ReadFile(dir / "quiet.exr"), ReadFile(dir / "piped.exr")).worst, 0.0);
 }
 
 #if !defined(LUMIVANE_SANITIZED)  // the sanitizers' own memory would swamp the figures

@@ -23,7 +23,7 @@ protected:
         Start("in.exr");
     }
     // Serves `input` in the scratch folder, in place of what was served.
-    void Start(const std::string& input)
+    void Start(const std::string& input, const std::string& saveFlow = "look.flow")
     {
         if (m_server) {  // one tool host at a time: the plug-in registers once a process
             TearDown();
@@ -31,7 +31,7 @@ protected:
         }
         ViewOptions options;
         options.input = m_dir / input;
-        options.saveFlow = m_dir / "look.flow";
+        options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
@@ -126,6 +126,20 @@ TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
     const RunResult fromFlow = RunLumivane(m_dir, {"render", "--flow", "look.flow"});
     ASSERT_EQ(fromFlow.status, 0) << fromFlow.err;
     EXPECT_EQ(Compare(viewed, ReadFile(m_dir / "look.exr")).worst, 0.0);
+}
+
+// Without --save-flow the flow goes beside the input, as in.flow; the output
+// it names must then not be in.exr, the input itself.
+TEST_F(View, TheSavedFlowNeverNamesItsInputAsItsOutput)
+{
+    Start("in.exr", "");
+    ASSERT_EQ(Post("/api/set", R"({"id": "BlurSizeX", "value": 6})")->status, 200);
+    const auto saved = Post("/api/flow", "{}");
+    ASSERT_EQ(saved->status, 200) << saved->body;
+    EXPECT_EQ(json::parse(saved->body)["saved"], m_dir / "in.flow");
+    const RunResult r = RunLumivane(m_dir, {"render", "--flow", "in.flow"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_GT(Compare(ReadFile(m_dir / "in.lumivane.exr"), ReadFile(m_dir / "in.exr")).worst, 0.01);
 }
 
 TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
