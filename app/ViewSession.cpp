@@ -191,11 +191,11 @@ void ViewSession::SetFrame(int frame)
 
 void ViewSession::Key(const std::string& id, const std::string& action)
 {
-    Input* in = &FindControl(*m_tool, id, "\"id\"");
+    Input& in = FindControl(*m_tool, id, "\"id\"");
     try {
-        if (action == "set") in->Animate(m_frame);
-        else if (action == "delete") in->DeleteKey(m_frame);
-        else if (action == "remove") in->RemoveAnimation(m_frame);
+        if (action == "set") in.Animate(m_frame);
+        else if (action == "delete") in.DeleteKey(m_frame);
+        else if (action == "remove") in.RemoveAnimation(m_frame);
         else throw UsageError("\"action\": expected set, delete or remove, got \"" + action + "\"");
     } catch (const ValueRefused& e) {
         throw UsageError(e.what());

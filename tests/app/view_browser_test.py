@@ -131,8 +131,8 @@ try:
     # Keys: Blur Size X 1 at 1001, animated with the page's button; an arrow
     # key and the slider to 1010, where 5 typed on the animated control keys
     # it; shift+left back to the previous key.
-    for frame in range(1001, 1011):
-        shutil.copy(work + "/in.exr", work + "/seq.%d.exr" % frame)
+    for n in range(1001, 1011):
+        shutil.copy(work + "/in.exr", work + "/seq.%d.exr" % n)
     browser.get(start("seq.%d.exr", "--frames", "1001-1010", "--save-flow", "keys.flow"))
     wait.until(lambda b: shown())
     version = lambda: browser.execute_script("return tool.version")
