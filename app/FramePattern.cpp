@@ -159,10 +159,10 @@ FrameList FrameList::Of(std::vector<int> frames)
 
 std::vector<int> FramesOnDisk(const FramePattern& pattern)
 {
-    const fs::path folder = fs::path(pattern.At(0)).parent_path();
-    if (folder != fs::path(pattern.At(1)).parent_path())
+    if (pattern.FieldInFolderName())
         throw std::invalid_argument("\"" + pattern.Text() +
                                     "\" has its frame field in a folder name, so its frames cannot be looked up");
+    const fs::path folder = fs::path(pattern.At(0)).parent_path();
     // The folder as the pattern writes it, so a name read back is one At() makes.
     const std::string leading = pattern.At(0).substr(0, pattern.At(0).size() - fs::path(pattern.At(0)).filename().string().size());
     std::vector<int> frames;

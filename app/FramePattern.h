@@ -15,6 +15,9 @@ public:
 
     const std::string& Text() const { return m_text; }
     bool HasFrameField() const { return m_hasField; }
+    // Whether the frame field is in a folder name ("shot.####/plate.exr"): each
+    // frame's file is then in a folder of its own.
+    bool FieldInFolderName() const { return m_hasField && m_suffix.find('/') != std::string::npos; }
     // The file name of `frame` (the text itself, "%%" undone, without a field).
     // Negative frames keep their sign before the padding ("-005" for -5 in
     // "####"), as printf pads them.

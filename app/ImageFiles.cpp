@@ -66,6 +66,12 @@ std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path)
     }
 }
 
+void CheckImageHeader(const std::string& path)
+{
+    CheckIsFile(path);
+    if (!PeekImageFile(path)) throw FileError("cannot read " + path + ": not an image file (its header cannot be read)");
+}
+
 bool HoldsFloat(const std::string& path, int depth)
 {
     const bool asked = depth == IMDP_Float16 || depth == IMDP_Float32;

@@ -40,6 +40,10 @@ FileHeader ReadImageHeader(const std::string& path);
 // cannot be opened.
 std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path);
 
+// Throws the file ProgramError ReadImageFile would when `path` is not there,
+// is a folder, or has no header that can be read; reads no pixels.
+void CheckImageHeader(const std::string& path);
+
 // Writes `image` laid out like `like` (a default layout: R, G, B, A and the
 // extra channels at the image's depth), with its metadata, to a temporary file
 // beside `path` that is renamed to `path` once complete. `depth` (an

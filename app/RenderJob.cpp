@@ -29,6 +29,8 @@ constexpr const char* kFlowOutput = "output";
 constexpr const char* kFlowFrames = "frames";
 constexpr const char* kFlowDepth = "depth";
 constexpr const char* kFlowCompression = "compression";
+// A dry run names this many frames that would fail, then counts the rest.
+constexpr std::size_t kFailuresShown = 10;
 
 // The images of one pattern: the last file read is kept, so a still used for
 // every frame is read once.
@@ -137,6 +139,16 @@ std::vector<int> FramesMissing(const Job& job)
     for (const int frame : job.frameList.Frames())
         if (!std::filesystem::exists(job.outPattern->At(frame))) missing.push_back(frame);
     return missing;
+}
+
+// What --dry-run checks of a frame without reading pixels: its input and
+// kernel files and their headers, and, unless --mkdir would make it, the
+// output folder. Throws the file ProgramError the render would meet.
+void CheckFrameFiles(const Job& job, int frame, bool mkdir)
+{
+    CheckImageHeader(job.inPattern->At(frame));
+    if (job.kernelPattern) CheckImageHeader(job.kernelPattern->At(frame));
+    if (!mkdir) CheckOutputFolder(job.outPattern->At(frame));
 }
 
 }  // namespace
@@ -285,11 +297,34 @@ int RunRender(const RenderOptions& opt)
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
-    const std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
+    const auto failed = [&](int frame, const std::exception& e) {
+        const Exit kind = KindOf(e);
+        if (!firstFailure) firstFailure = kind;
+        failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
+        // The tool's own failure line is already on the screen.
+        const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
+        if (failures.size() <= kFailuresShown || !opt.dryRun)
+            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
+    };
+    std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
     if (frames.size() < job.frameList.Frames().size())
         progress.Info("skipping " + std::to_string(job.frameList.Count() - frames.size()) + " of " +
                       std::to_string(job.frameList.Count()) + " frames: their output files exist");
     progress.Begin(static_cast<int>(frames.size()), job.sequence);
+    if (opt.dryRun) {
+        // Every frame's files; the figures then come from the first frame that has them.
+        std::vector<int> checked;
+        for (const int frame : frames) {
+            if (InterruptRequested()) break;
+            try {
+                CheckFrameFiles(job, frame, opt.mkdir);
+                checked.push_back(frame);
+            } catch (const std::exception& e) {
+                failed(frame, e);
+            }
+        }
+        frames.swap(checked);
+    }
     for (const int frame : frames) {
         if (InterruptRequested()) break;
         progress.FrameStarted(frame);
@@ -313,13 +348,8 @@ int RunRender(const RenderOptions& opt)
             ++rendered;
             progress.FrameDone(frame, out);
         } catch (const std::exception& e) {
-            const Exit kind = KindOf(e);
-            if (!firstFailure) firstFailure = kind;
-            failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
-            // The tool's own failure line is already on the screen.
-            const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
-            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
-            if (!opt.keepGoing) break;
+            failed(frame, e);
+            if (!opt.keepGoing || opt.dryRun) break;
         }
     }
     sourceInput->SetSource(nullptr, 0.0);
@@ -327,6 +357,12 @@ int RunRender(const RenderOptions& opt)
 
     const bool interrupted = InterruptRequested();
     if (!opt.dryRun) progress.Finish(rendered, failures, interrupted);
+    else if (!failures.empty() && job.frameList.Count() > 1)
+        progress.Error("dry run: " + std::to_string(failures.size()) + " of the " +
+                       std::to_string(job.frameList.Count()) + " frames would fail" +
+                       (failures.size() > kFailuresShown ? " (the first " + std::to_string(kFailuresShown) + " shown)"
+                                                         : std::string()) +
+                       "; nothing written");
     if (interrupted) return ExitStatus(InterruptKind());
     return ExitStatus(firstFailure.value_or(Exit::Success));
 }

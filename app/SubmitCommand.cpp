@@ -18,12 +18,16 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <thread>
+
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -202,11 +206,35 @@ void WriteTextFile(const std::string& path, const std::string& text)
                     fs::perm_options::add);
 }
 
+// The plug-in folders as the tasks get them, in LUMIVANE_PLUGIN_PATH: a list
+// separated by ':', which a folder's own name may not hold.
 std::string PluginPath(const std::string& option)
 {
     std::string path;
-    for (const std::string& folder : PluginFolders(option)) path += (path.empty() ? "" : ":") + Absolute(folder);
+    for (const std::string& folder : PluginFolders(option)) {
+        const std::string absolute = Absolute(folder);
+        if (absolute.find(':') != std::string::npos)
+            throw UsageError("plug-in folder " + absolute + ": its name holds a ':', so it cannot be passed to the "
+                             "tasks in LUMIVANE_PLUGIN_PATH, whose folders ':' separates; link to it from a name "
+                             "without one and use --plugins with that");
+        path += (path.empty() ? "" : ":") + absolute;
+    }
     return path;
+}
+
+// OUTPUT's frames go into one folder, which the job folder goes into too.
+void CheckOutputPattern(const std::string& output, const FramePattern& pattern, bool mkdir)
+{
+    if (!pattern.HasFrameField())
+        throw UsageError("OUTPUT " + output + " has no frame field (#### or %04d): every frame needs a file");
+    if (pattern.FieldInFolderName())
+        throw UsageError("OUTPUT " + output + " has its frame field in a folder name; put it in the file name");
+    const fs::path folder = fs::path(pattern.At(0)).parent_path();
+    std::error_code ec;
+    if (!mkdir && !fs::is_directory(folder, ec))
+        throw FileError("OUTPUT folder " + folder.string() + " does not exist (--mkdir makes it)");
+    if (!mkdir && ::access(folder.c_str(), W_OK) != 0)
+        throw FileError("OUTPUT folder " + folder.string() + " is not writable (" + std::strerror(errno) + ")");
 }
 
 }  // namespace
@@ -221,9 +249,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("INPUT", options.input, "Input frame pattern, e.g. plate.####.exr")->required();
     submit->add_option("OUTPUT", options.output, "Output frame pattern; the extension picks the format")->required();
     submit->add_option("SBATCH-ARGS", options.schedulerArgs, "After --: arguments for sbatch, as they are");
-    submit->add_option("--frames", options.frames, "Frames to render, e.g. 1001-1100, 1-24x2, 1,3,7-9")
-        ->type_name("LIST")
-        ->required();
+    AddFramesOption(*submit, options.frames, "Frames to render, e.g. 1001-1100, 1-24x2, 1,3,7-9")->required();
     submit->add_option("--per-task", options.perTask, "Frames per task (default: about a minute of work, "
                                                       "at most 1000 tasks)")
         ->type_name("N")
@@ -239,6 +265,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("--partition", options.partition, "Slurm partition (default: the cluster's)")
         ->type_name("P");
     submit->add_flag("--dry-run", options.dryRun, "Print the job script and the sbatch command; submit nothing");
+    submit->add_flag("--mkdir", options.mkdir, "Make the output folder when it is missing");
     submit->add_flag("--wait", options.wait, "Wait for the job, then report the frames written and those not, "
                                              "with the end of their task logs");
     AddPlateOptions(*submit, options.plate);
@@ -254,8 +281,8 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     // Tasks run on other machines, from other folders: every name is absolute.
     const std::string input = Absolute(opt.input), output = Absolute(opt.output), kernel = Absolute(opt.kernel);
     const FramePattern outPattern = PatternOf("OUTPUT", output), inPattern = PatternOf("INPUT", input);
-    if (!outPattern.HasFrameField())
-        throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
+    CheckOutputPattern(opt.output, outPattern, opt.mkdir);
+    const std::string pluginPath = PluginPath(opt.plugins);
     const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
     std::vector<NamedFiles> read = {{"INPUT", inPattern}};
@@ -324,7 +351,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     job.extra = opt.schedulerArgs;
     render.insert(render.end(), {"--flow", flow, "--skip-existing", "--keep-going"});
     render.insert(render.end(), plate.begin(), plate.end());
-    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(PluginPath(opt.plugins)) + "\n" + TaskBody(tasks, render);
+    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(pluginPath) + "\n" + TaskBody(tasks, render);
     const std::string script = (fs::path(jobFolder) / kScriptFile).string();
     const std::string text = scheduler.Script(job);
 

@@ -7,6 +7,7 @@
 #include "app/KernelCommand.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
+#include "app/SequencePlan.h"
 #include "app/Settings.h"
 #include "app/SubmitCommand.h"
 #include "app/ViewServer.h"
@@ -117,9 +118,8 @@ int main(int argc, char** argv)
     renderCmd->add_option("OUTPUT", render.output, "Output image or frame pattern; the extension picks the format");
     renderCmd->add_option("--kernel", render.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
-    renderCmd->add_option("--frames", render.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: "
-                                                     "INPUT's frames on disk); the frame number is the time")
-        ->type_name("LIST");
+    AddFramesOption(*renderCmd, render.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: INPUT's "
+                                               "frames on disk, first to last); the frame number is the time");
     renderCmd->add_option("--depth", render.depth, "Output data depth (default: the input's)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
     renderCmd->add_option("--compression", render.compression,
@@ -134,7 +134,9 @@ int main(int argc, char** argv)
     renderCmd->add_flag("-v,--verbose", render.verbose,
                         "Show the plug-in module, and per frame the blur sizes in pixels, transform sizes, "
                         "memory estimate and the tool's progress lines");
-    renderCmd->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
+    renderCmd->add_flag("--dry-run", render.dryRun,
+                        "Check every frame's input and kernel files (their headers) and output folder, and show "
+                        "what -v shows for the first frame; render and write nothing");
     renderCmd->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
     renderCmd->add_flag("--skip-existing", render.skipExisting,
                         "Leave the frames whose output file exists (a frame is written whole or not at all)");
@@ -164,7 +166,7 @@ int main(int argc, char** argv)
     viewCmd->add_option("INPUT", view.input, "Input image or frame pattern (may come from --flow)");
     viewCmd->add_option("--kernel", view.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
-    viewCmd->add_option("--frames", view.frames, "Frames the page offers, as for render")->type_name("LIST");
+    AddFramesOption(*viewCmd, view.frames, "Frames the page offers, as for render");
     viewCmd->add_option("--flow", view.flow, "Start from a saved flow")->type_name("FILE");
     viewCmd->add_option("--save-flow", view.saveFlow, "Where the page's \"Save flow\" writes (default: NAME.flow "
                                                      "beside INPUT)")

@@ -109,8 +109,12 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     ScratchFolder dir;
     const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
     WriteFile(picture, dir / "in.exr", OIIO::TypeDesc::HALF);
-    for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
+    // A sequence on twos with frame 5 missing, and one whose second frame is not an image.
+    for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr", "twos.0001.exr", "twos.0003.exr",
+                          "twos.0007.exr", "bad.0001.exr"})
+        WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
     std::ofstream(dir / "garbage.exr") << "not an image";
+    std::ofstream(dir / "bad.0002.exr") << "not an image";
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
     // A header that claims 60000 x 60000 pixels, with almost nothing after it,
     // in a format whose run-length coding gives no bound on its length.
@@ -175,11 +179,36 @@ INSTANTIATE_TEST_SUITE_P(
                     3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr"}},
         FailureCase{"MissingMiddleFrameKeepGoing",
                     {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--keep-going"}, 3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+        FailureCase{"GapInSequenceOnDisk", {"render", "twos.####.exr", "out/o.####.exr"}, 3,
+                    "frame 5: cannot read twos.0005.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+        FailureCase{"EmptyFrameList", {"render", "seq.####.exr", "out/o.####.exr", "--frames", ""}, 2,
+                    "--frames: an empty frame list"},
+        // The missing flow stops a view that took the list, instead of serving on.
+        FailureCase{"ViewEmptyFrameList", {"view", "seq.####.exr", "--frames", "", "--flow", "missing.flow"}, 2,
+                    "--frames: an empty frame list"},
+        FailureCase{"DryRunMissingFrame", {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--dry-run"}, 3,
+                    "frame 2: cannot read seq.0002.exr: no such file"},
+        FailureCase{"DryRunUnreadableFrame", {"render", "bad.####.exr", "out/o.####.exr", "--dry-run"}, 3,
+                    "frame 2: cannot read bad.0002.exr: not an image file"},
+        FailureCase{"DryRunMissingKernelFrame",
+                    {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--dry-run"}, 3,
+                    "frame 2: cannot read k.0002.exr: no such file"},
+        FailureCase{"DryRunMissingOutputFolder", {"render", "in.exr", "out/none/o.exr", "--dry-run"}, 3,
+                    "cannot write out/none/o.exr: folder out/none does not exist"},
         FailureCase{"MissingKernelFrame",
                     {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--size", "20"},
                     3, "frame 2: cannot read k.0002.exr: no such file", {"o.0001.exr"}},
         FailureCase{"SubmitWithoutFrameField", {"submit", "seq.####.exr", "out/o.exr", "--frames", "1", "--dry-run"}, 2,
                     "OUTPUT out/o.exr has no frame field"},
+        FailureCase{"SubmitFrameFieldInFolderName", {"submit", "seq.####.exr", "out/o.####/f.exr", "--frames", "1", "--dry-run"},
+                    2, "OUTPUT out/o.####/f.exr has its frame field in a folder name"},
+        FailureCase{"SubmitMissingOutputFolder", {"submit", "seq.####.exr", "out/none/o.####.exr", "--frames", "1", "--dry-run"},
+                    3, "/out/none does not exist (--mkdir makes it)"},
+        FailureCase{"SubmitPluginFolderWithColon",
+                    {"--plugins", "plug:ins", "submit", "seq.####.exr", "out/o.####.exr", "--frames", "1", "--dry-run"}, 2,
+                    "/plug:ins: its name holds a ':'"},
+        FailureCase{"SubmitEmptyFrameList", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "", "--dry-run"}, 2,
+                    "--frames: an empty frame list"},
         FailureCase{"SubmitFramesNotOnDisk", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "1-4", "--dry-run"},
                     3, "does not have: 2,4 (on disk: 1,3)"},
         FailureCase{"SubmitFirstFrameFails",

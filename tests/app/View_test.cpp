@@ -8,6 +8,11 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cmath>
 #include <thread>
 
@@ -184,6 +189,47 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
     }
     EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
+}
+
+// Clients that send their request a byte a second, more of them than the
+// server has workers, while the page asks for pictures.
+TEST_F(View, ClientsTricklingRequestsNeitherHoldUpThePageNorStayConnected)
+{
+    using Clock = std::chrono::steady_clock;
+    const std::string request = "GET /api/tool HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    std::vector<int> slow(24);
+    for (int& fd : slow) {
+        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(static_cast<std::uint16_t>(m_server->Port()));
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    }
+    // Closed by the server: an end of file, or an answer and then the end.
+    const auto closed = [](int fd) {
+        char byte;
+        const ssize_t n = ::recv(fd, &byte, 1, MSG_DONTWAIT);
+        return n >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+    };
+    const auto begin = Clock::now();
+    for (std::size_t second = 0; second < 9; ++second) {
+        for (const int fd : slow) ::send(fd, &request[second], 1, MSG_NOSIGNAL);
+        if (second >= 2 && second <= 4) {
+            const auto asked = Clock::now();
+            const auto r = m_client->Get("/api/image?which=output&format=png");
+            const double ms = std::chrono::duration<double, std::milli>(Clock::now() - asked).count();
+            ASSERT_TRUE(r);
+            EXPECT_EQ(r->status, 200);
+            EXPECT_LT(ms - std::stod(r->get_header_value("X-Lumivane-Render-Ms")), 1000.0) << "at second " << second;
+        }
+        if (std::all_of(slow.begin(), slow.end(), closed)) break;
+        std::this_thread::sleep_until(begin + std::chrono::seconds(second + 1));
+    }
+    for (const int fd : slow) {
+        EXPECT_TRUE(closed(fd)) << "still connected after 9 s without a whole request";
+        ::close(fd);
+    }
 }
 
 TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
