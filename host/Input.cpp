@@ -5,9 +5,7 @@
 #include "util/Text.h"
 
 #include <cctype>
-#include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 #include <map>
 #include <sstream>
@@ -90,22 +88,6 @@ int EntryNamed(const std::vector<std::string>& entries, const std::string& text)
     return prefixCount == 1 ? prefixMatch : -1;
 }
 
-enum class Parsed { Number, NotANumber, Hexadecimal, TooLarge };
-
-Parsed ParseDecimal(const std::string& text, double& out)
-{
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return Parsed::NotANumber;
-    char* end = nullptr;
-    errno = 0;
-    out = std::strtod(text.c_str(), &end);
-    if (end != text.c_str() + text.size()) return Parsed::NotANumber;
-    // strtod reads "0x10" as 16; on a control that is far more likely a typo.
-    if (text.find_first_of("xX") != std::string::npos) return Parsed::Hexadecimal;
-    if (errno == ERANGE && std::isinf(out)) return Parsed::TooLarge;
-    // A value too close to zero comes back as zero or a subnormal: keep it.
-    return std::isfinite(out) ? Parsed::Number : Parsed::NotANumber;
-}
-
 }  // namespace
 
 std::string InputDeclaration::AcceptedValues() const
@@ -131,10 +113,10 @@ std::string InputDeclaration::RefuseTyped(const std::string& text, double& out) 
 {
     const std::string where = ID.str() + " takes " + AcceptedValues();
     switch (ParseDecimal(text, out)) {
-    case Parsed::Number: return RefuseNumber(out);
-    case Parsed::Hexadecimal: return where + "; \"" + text + "\" is not a decimal number";
-    case Parsed::TooLarge: return where + "; \"" + text + "\" is too large";
-    case Parsed::NotANumber: break;
+    case DecimalText::Number: return RefuseNumber(out);
+    case DecimalText::Hexadecimal: return where + "; \"" + text + "\" is not a decimal number";
+    case DecimalText::TooLarge: return where + "; \"" + text + "\" is too large";
+    case DecimalText::NotANumber: break;
     }
     if (Control == MultiButtonControlID) {
         const int entry = EntryNamed(Entries, text);
@@ -199,6 +181,7 @@ bool Input::SetSource(Parameter* param, TimeStamp time, int /*flags*/, const Tag
 {
     if (param && param->DataType() != m_decl.DataType) return false;
     if (param && m_decl.IsNumber() && IsAnimated()) {
+        if (!std::isfinite(time)) return false;  // a key has a place in time
         m_keys[time] = static_cast<Number&>(*param).Value();
     } else {
         if (param) param->Use();
@@ -212,6 +195,53 @@ void Input::SetKeys(std::map<double, double> keys)
 {
     if (keys.empty() && !m_keys.empty()) m_constant = Ref<Parameter>(new Number(NumberAt(m_keys.begin()->first)));
     m_keys = std::move(keys);
+}
+
+std::string Input::RefuseAnimation(TimeStamp time) const
+{
+    const std::string id = "\"" + m_decl.ID.str() + "\"";
+    if (!m_decl.IsNumber()) return id + " is not a number control; only numbers take keys";
+    if (m_decl.ReadOnly) return id + " is read-only";
+    if (!std::isfinite(time)) return id + ": frame " + FormatNumber(time) + " is not a finite number";
+    return {};
+}
+
+void Input::NotifyIfChanged(double before, TimeStamp time)
+{
+    if (!m_decl.Notify || !m_owner || NumberAt(time) == before) return;
+    Ref<Number> now(new Number(NumberAt(time)));
+    m_owner->NotifyChanged(this, now.get(), time, nullptr);
+}
+
+void Input::Animate(TimeStamp time)
+{
+    if (std::string why = RefuseAnimation(time); !why.empty()) throw ValueRefused(why);
+    m_keys[time] = NumberAt(time);
+}
+
+void Input::DeleteKey(TimeStamp time)
+{
+    if (std::string why = RefuseAnimation(time); !why.empty()) throw ValueRefused(why);
+    const auto key = m_keys.find(time);
+    if (key == m_keys.end()) {
+        if (m_keys.empty()) throw ValueRefused("\"" + m_decl.ID.str() + "\" is not animated");
+        std::vector<std::string> frames;
+        for (const auto& k : m_keys) frames.push_back(FormatNumber(k.first));
+        throw ValueRefused("\"" + m_decl.ID.str() + "\" has no key at frame " + FormatNumber(time) +
+                           " (its keys are at " + Join(frames) + ")");
+    }
+    const double before = key->second;
+    if (m_keys.size() == 1) m_constant = Ref<Parameter>(new Number(before));
+    m_keys.erase(key);
+    NotifyIfChanged(before, time);
+}
+
+void Input::RemoveAnimation(TimeStamp time)
+{
+    if (std::string why = RefuseAnimation(time); !why.empty()) throw ValueRefused(why);
+    if (!IsAnimated()) return;
+    m_constant = Ref<Parameter>(new Number(NumberAt(time)));
+    m_keys.clear();
 }
 
 void Output::Set(Request* /*req*/, Parameter* value, const TagList* /*tags*/) { m_value = Ref<Parameter>(value); }

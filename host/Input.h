@@ -93,9 +93,24 @@ public:
     bool IsAnimated() const { return !m_keys.empty(); }
     const std::map<double, double>& Keys() const { return m_keys; }
     // Replaces the animation (an empty map makes the input constant again at
-    // its current constant value). Keys do not notify: they describe the
+    // the value of its first key). Keys do not notify: they describe the
     // value over time rather than change it now.
     void SetKeys(std::map<double, double> keys);
+
+    // A user's animation verbs, the host's one rule for every front end. Each
+    // acts at `time` (the current frame) and throws ValueRefused naming the
+    // control when it is not a number, is read-only, or `time` is not finite.
+    // A control with the notify tag hears of a change of its value at `time`.
+    //
+    // Keys the value the control has at `time`: a static control becomes
+    // animated with that one key; an animated one gains (or keeps) a key
+    // there, and its values over time stay as they were.
+    void Animate(TimeStamp time);
+    // Removes the key at `time`; removing the last one leaves the control
+    // static at the value it had. Refused when there is no key at `time`.
+    void DeleteKey(TimeStamp time);
+    // Makes the control static at its value at `time`; a static one is left as it is.
+    void RemoveAnimation(TimeStamp time);
 
     // What feeds an image input outside the flow (a file name, say); saved
     // with the flow.
@@ -104,6 +119,9 @@ public:
 
 private:
     double NumberAt(TimeStamp time) const;
+    // Why the verbs above cannot act at `time` on this control, or empty.
+    std::string RefuseAnimation(TimeStamp time) const;
+    void NotifyIfChanged(double before, TimeStamp time);
 
     Operator* m_owner;
     InputDeclaration m_decl;

@@ -27,6 +27,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
+#include <optional>
 
 #ifndef LUMIVANE_PLUGIN_FOLDER
 #error "LUMIVANE_PLUGIN_FOLDER must name the folder the plug-in modules are built into"
@@ -89,6 +90,32 @@ void TranslateProgramError(const ProgramError& e)
     }
 }
 
+// A frame given from Python: a finite number (None is no frame).
+std::optional<double> FrameArgument(const py::handle& frame)
+{
+    if (frame.is_none()) return std::nullopt;
+    if (!PyNumber_Check(frame.ptr()) || py::isinstance<py::str>(frame) || py::isinstance<py::array>(frame))
+        throw py::type_error("frame: give a number (or None)");
+    const double f = py::float_(py::reinterpret_borrow<py::object>(frame));
+    ToolSession::CheckFrame(f);
+    return f;
+}
+
+// Binds a keyframe verb of the host as a method (id, frame).
+template <class Class>
+void BindKeyVerb(Class& tool, const char* name, ToolSession::KeyVerb verb, const char* doc)
+{
+    tool.def(
+        name,
+        [verb](ToolSession& s, const std::string& id, const py::handle& frame) {
+            const std::optional<double> at = FrameArgument(frame);
+            if (!at) throw py::type_error("frame: give the frame to act at (a number)");
+            py::gil_scoped_release unlocked;
+            s.Key(id, verb, *at);
+        },
+        py::arg("id"), py::arg("frame"), doc);
+}
+
 std::unique_ptr<ToolSession> MakeSession(const std::string& flow)
 {
     auto session = std::make_unique<ToolSession>(DefaultPluginFolder(), flow);
@@ -132,13 +159,17 @@ settings are read from the environment as by the program.)";
         }
     });
 
-    py::class_<ToolSession>(m, "Tool", R"(One Lumivane 2 tool, in a document of its own.
+    py::class_<ToolSession> tool(m, "Tool", R"(One Lumivane 2 tool, in a document of its own.
 
 Controls are set by their IDs with the values, names, checks and messages of the
 program's --set; `controls` lists them. Each Tool renders one frame at a time;
 separate Tools render at the same time from separate threads (the GIL is released
-while rendering).)")
-        .def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
+while rendering).
+
+Number controls are static or animated, as in the host: keys at frames, linear
+between them and constant past the first and last. get, keys, animate, set with
+frame=, delete_key and remove_animation read and edit them.)");
+    tool.def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
         .def_static("from_flow", [](const std::string& path) { return MakeSession(path); }, py::arg("path"),
                     "The tool a flow file holds, with its values and keys (as `lumivane render --flow`).\n"
                     "Raises OSError naming the file when it cannot be read or is not a flow, and\n"
@@ -147,6 +178,8 @@ while rendering).)")
             "set",
             [](ToolSession& s, py::args args, py::kwargs kwargs) {
                 std::vector<Setting> settings;
+                const std::optional<double> frame =
+                    kwargs.contains("frame") ? FrameArgument(kwargs["frame"]) : std::nullopt;
                 if (args.size() == 2) {
                     if (!py::isinstance<py::str>(args[0]))
                         throw py::type_error("set(id, value): the control ID must be a str");
@@ -155,18 +188,47 @@ while rendering).)")
                     throw py::type_error("set takes a control ID and a value, or ID=value keywords (got " +
                                          std::to_string(args.size()) + " positional arguments)");
                 }
-                for (const auto& [key, value] : kwargs) settings.push_back(SettingOf(key.cast<std::string>(), value));
+                for (const auto& [key, value] : kwargs)
+                    if (key.cast<std::string>() != "frame") settings.push_back(SettingOf(key.cast<std::string>(), value));
+                if (frame)
+                    for (Setting& setting : settings) setting.apply = Setting::Apply::AtTime;
                 py::gil_scoped_release unlocked;
-                s.Set(settings, 0);
+                s.Set(settings, frame.value_or(0.0));
             },
             R"(Sets controls by ID, in order, each as a user's edit (with the tool's change
 notifications): set("BlurStyle", "Polygon") or set(BlurSizeX=2.5, BadBokeh=0.4).
 
 Values: numbers; entry names of a multi-button in any case, or a unique beginning
-("airy"); bools or on/off for a checkbox; text for a text control. An animated
-control loses its keys. Raises ValueError with the program's message for an
-unknown control, a read-only one or a value the control does not take; settings
+("airy"); bools or on/off for a checkbox; text for a text control.
+
+With frame=F, as a user sets a value at frame F in the host: on an animated control
+it sets (adds or replaces) the key at F and keeps the others; on a static one it
+sets the value at every frame. Without a frame, as the program's --set, the value
+holds at every frame: an animated control's keys are replaced by it.
+
+Raises ValueError with the program's message for an unknown control, a read-only
+one, a value the control does not take or a frame that is not finite; settings
 before it stay applied.)")
+        .def(
+            "get",
+            [](ToolSession& s, const std::string& id, const py::handle& frame) {
+                const std::optional<double> at = FrameArgument(frame);
+                py::gil_scoped_release unlocked;
+                return s.Value(id, at);
+            },
+            py::arg("id"), py::arg("frame") = py::none(),
+            R"(The value of control `id` at `frame` (between keys, on the straight line between
+them): a float, or a str for a text control. Without a frame, the value of a static
+control; an animated one raises ValueError asking for the frame, since its value
+depends on it. Raises ValueError for an unknown control or a frame that is not finite.)")
+        .def(
+            "keys",
+            [](ToolSession& s, const std::string& id) {
+                py::gil_scoped_release unlocked;
+                return s.Keys(id);
+            },
+            py::arg("id"),
+            "The keys of control `id`, [(frame, value), ...] in frame order; [] when it is static.")
         .def(
             "render",
             [](ToolSession& s, const py::array& image, const py::object& kernel, double frame,
@@ -238,6 +300,16 @@ limit, and RuntimeError with the tool's console line when it sets no output.)")
             py::arg("path"),
             "Saves the tool's control values (and keys) to a flow file that `lumivane render\n"
             "--flow` and Tool.from_flow read. Written whole or not at all; raises OSError.");
+    BindKeyVerb(tool, "animate", ToolSession::KeyVerb::Animate,
+                "Keys the value control `id` has at `frame`: a static control becomes animated with\n"
+                "that one key; an animated one gains a key there and its values stay as they were.\n"
+                "Raises ValueError for a text or read-only control, or a frame that is not finite.");
+    BindKeyVerb(tool, "delete_key", ToolSession::KeyVerb::DeleteKey,
+                "Removes the key of control `id` at `frame`; removing the last one leaves it static at\n"
+                "that key's value. Raises ValueError when there is no key at `frame`.");
+    BindKeyVerb(tool, "remove_animation", ToolSession::KeyVerb::RemoveAnimation,
+                "Makes control `id` static at the value it has at `frame`; a static control is left\n"
+                "as it is. Raises ValueError for a text or read-only control, or a frame that is not finite.");
 
     m.def(
         "set_fast_sizes",

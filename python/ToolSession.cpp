@@ -6,7 +6,9 @@
 #include "app/session/Plugins.h"
 #include "app/session/RenderPlate.h"
 #include "host/Flow.h"
+#include "util/Text.h"
 
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <unistd.h>
@@ -74,6 +76,51 @@ void ToolSession::Set(const std::vector<Setting>& settings, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     ApplySettings(*m_tool, settings, time);
+}
+
+void ToolSession::CheckFrame(double frame)
+{
+    if (!std::isfinite(frame)) throw UsageError("frame: " + FormatNumber(frame) + " is not a finite number");
+}
+
+std::variant<double, std::string> ToolSession::Value(const std::string& id, std::optional<double> frame)
+{
+    if (frame) CheckFrame(*frame);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Input& in = FindControl(*m_tool, id, id);
+    if (in.Decl().IsImage()) throw UsageError("\"" + id + "\" is an image input; it has no value to read");
+    if (!frame && in.IsAnimated()) {
+        std::vector<std::string> frames;
+        for (const auto& key : in.Keys()) frames.push_back(FormatNumber(key.first));
+        throw UsageError("\"" + id + "\" is animated (keys at " + Join(frames) +
+                         "); give the frame to read it at, e.g. get(\"" + id + "\", frame=" + frames.front() + ")");
+    }
+    const Ref<Parameter> value(in.GetSource(frame.value_or(0.0)));
+    if (const auto* text = dynamic_cast<const Text*>(value.get())) return text->Value();
+    return static_cast<const Number&>(*value).Value();
+}
+
+std::vector<std::pair<double, double>> ToolSession::Keys(const std::string& id)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto& keys = FindControl(*m_tool, id, id).Keys();
+    return {keys.begin(), keys.end()};
+}
+
+void ToolSession::Key(const std::string& id, KeyVerb verb, double frame)
+{
+    CheckFrame(frame);
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Input& in = FindControl(*m_tool, id, id);
+    try {
+        switch (verb) {
+        case KeyVerb::Animate: in.Animate(frame); break;
+        case KeyVerb::DeleteKey: in.DeleteKey(frame); break;
+        case KeyVerb::RemoveAnimation: in.RemoveAnimation(frame); break;
+        }
+    } catch (const ValueRefused& e) {
+        throw UsageError(e.what());
+    }
 }
 
 void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)

@@ -18,8 +18,11 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 class PluginHost;
@@ -47,6 +50,18 @@ public:
 
     // Applies the settings in order (ApplySettings); throws its usage ProgramError.
     void Set(const std::vector<Setting>& settings, TimeStamp time);
+    // The value of control `id` at `frame`, a number or a text; without a
+    // frame its static value, and a usage ProgramError asking for a frame when
+    // it is animated.
+    std::variant<double, std::string> Value(const std::string& id, std::optional<double> frame);
+    // The keys of control `id` in frame order, (frame, value); none when static.
+    std::vector<std::pair<double, double>> Keys(const std::string& id);
+    // A keyframe verb of the host (Input::Animate, DeleteKey, RemoveAnimation)
+    // on control `id` at `frame`; its refusal as a usage ProgramError.
+    enum class KeyVerb { Animate, DeleteKey, RemoveAnimation };
+    void Key(const std::string& id, KeyVerb verb, double frame);
+    // A usage ProgramError naming `frame` unless it is a finite number.
+    static void CheckFrame(double frame);
     // Has the tool plan a render of `shape` (an image without pixels, PlateShapes'
     // kind) with `kernel` at `time`, so a frame past the memory limit is refused
     // before its image is made: throws FrameMemoryError then. Other refusals

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 std::string FormatNumber(double value)
@@ -78,4 +79,16 @@ std::string NearestName(const std::string& typed, const std::vector<std::string>
         if (d < bestDistance) bestDistance = d, best = name;
     }
     return best;
+}
+
+DecimalText ParseDecimal(const std::string& text, double& out)
+{
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text.front()))) return DecimalText::NotANumber;
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtod(text.c_str(), &end);
+    if (end != text.c_str() + text.size()) return DecimalText::NotANumber;
+    if (text.find_first_of("xX") != std::string::npos) return DecimalText::Hexadecimal;
+    if (errno == ERANGE && std::isinf(out)) return DecimalText::TooLarge;
+    return std::isfinite(out) ? DecimalText::Number : DecimalText::NotANumber;
 }

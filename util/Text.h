@@ -19,3 +19,10 @@ bool SameIgnoringCase(const std::string& a, const std::string& b);
 // few enough for a name of that length (none below 3 letters, one below 6,
 // two below 12, three from there). "" when none is that close; the first of equals.
 std::string NearestName(const std::string& typed, const std::vector<std::string>& names);
+
+// How `text` reads as a decimal number, sets `out` when it does. Leading space,
+// trailing characters, nan and inf are NotANumber; hexadecimal ("0x10", which
+// strtod takes) is refused as a likely typo; a value too close to zero is kept
+// as zero or a subnormal.
+enum class DecimalText { Number, NotANumber, Hexadecimal, TooLarge };
+DecimalText ParseDecimal(const std::string& text, double& out);

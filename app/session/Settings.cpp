@@ -22,6 +22,7 @@ struct FriendlyOption {
 };
 
 constexpr const char* kSetOption = "--set";
+constexpr const char* kKeyOption = "--key";
 
 constexpr FriendlyOption kFriendly[] = {
     {"--size", "SIZE", nullptr,
@@ -53,17 +54,17 @@ std::string ControlList(const Operator& tool)
     return Join(ids);
 }
 
-[[noreturn]] void UnknownControl(const Operator& tool, const Setting& s)
+}  // namespace
+
+Input& FindControl(const Operator& tool, const std::string& id, const std::string& origin)
 {
+    if (Input* in = tool.FindInput(id)) return *in;
     std::vector<std::string> ids;
     for (const auto& in : tool.Inputs()) ids.push_back(in->ID().str());
-    const std::string near = NearestName(s.id, ids);
+    const std::string near = NearestName(id, ids);
     const std::string hint = near.empty() ? std::string() : " (did you mean \"" + near + "\"?)";
-    throw UsageError(s.origin + ": the tool has no control \"" + s.id + "\"" + hint +
-                     "; its controls are: " + ControlList(tool));
+    throw UsageError(origin + ": the tool has no control \"" + id + "\"" + hint + "; its controls are: " + ControlList(tool));
 }
-
-}  // namespace
 
 Setting ParseSetArgument(const std::string& arg)
 {
@@ -72,6 +73,20 @@ Setting ParseSetArgument(const std::string& arg)
         throw UsageError(std::string(kSetOption) + " " + arg +
                          ": expected ControlID=VALUE, e.g. --set BlurSizeX=2.5 (see `lumivane describe` for the IDs)");
     return Setting{arg.substr(0, eq), arg.substr(eq + 1), std::string(kSetOption) + " " + arg};
+}
+
+Setting ParseKeyArgument(const std::string& arg)
+{
+    const std::string origin = std::string(kKeyOption) + " " + arg;
+    const std::size_t eq = arg.find('='), colon = eq == std::string::npos ? eq : arg.find(':', eq + 1);
+    if (eq == 0 || colon == std::string::npos)
+        throw UsageError(origin + ": expected ControlID=FRAME:VALUE, e.g. --key BlurSizeX=1001:2.5 (see `lumivane "
+                                  "describe` for the IDs)");
+    const std::string frameText = arg.substr(eq + 1, colon - eq - 1);
+    double frame = 0.0;
+    if (ParseDecimal(frameText, frame) != DecimalText::Number)
+        throw UsageError(origin + ": the frame \"" + frameText + "\" is not a finite decimal number");
+    return Setting{arg.substr(0, eq), arg.substr(colon + 1), origin, Setting::Apply::Key, frame};
 }
 
 std::string AcceptedValues(const InputDeclaration& d) { return d.AcceptedValues(); }
@@ -86,22 +101,21 @@ double ResolveNumber(const InputDeclaration& d, const std::string& text, const s
 void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeStamp time)
 {
     for (const Setting& s : settings) {
-        Input* in = tool.FindInput(s.id);
-        if (!in) UnknownControl(tool, s);
+        Input* in = &FindControl(tool, s.id, s.origin);
         const InputDeclaration& d = in->Decl();
         if (d.IsImage())
             throw UsageError(s.origin + ": \"" + s.id + "\" is an image input; give its file as INPUT" +
                              (d.LinkNumber == 1 ? "" : " or with --kernel"));
         if (d.ReadOnly) throw UsageError(s.origin + ": \"" + s.id + "\" is read-only");
-        if (d.IsText()) {
-            Ref<Text> text(new Text(s.value));
-            in->SetSource(text.get(), time);
-            continue;
+        const double v = d.IsText() ? 0.0 : ResolveNumber(d, s.value, s.origin);
+        try {
+            if (s.apply == Setting::Apply::Key) in->Animate(s.frame);
+            else if (s.apply == Setting::Apply::Constant && in->IsAnimated()) in->RemoveAnimation(time);
+        } catch (const ValueRefused& e) {
+            throw UsageError(s.origin + ": " + e.what());
         }
-        const double v = ResolveNumber(d, s.value, s.origin);
-        if (in->IsAnimated()) in->SetKeys({});
-        Ref<Number> number(new Number(v));
-        in->SetSource(number.get(), time);
+        const Ref<Parameter> value(d.IsText() ? static_cast<Parameter*>(new Text(s.value)) : new Number(v));
+        in->SetSource(value.get(), s.apply == Setting::Apply::Key ? s.frame : time);
     }
 }
 
@@ -112,6 +126,14 @@ void AddSettingOptions(CLI::App& command)
         .add_option(kSetOption, "Set a control by its ID, e.g. --set BlurSizeX=2.5 --set BlurStyle=Polygon "
                                 "(`lumivane describe` lists the IDs and values)")
         ->type_name("ID=VALUE")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->group(group);
+    command
+        .add_option(kKeyOption, "Key a control at a frame, e.g. --key BlurSizeX=1001:1 --key BlurSizeX=1010:5; "
+                                "a static control becomes animated with its first key, a key at a frame that has one replaces "
+                                "it, and a later --set replaces the animation with one value")
+        ->type_name("ID=FRAME:VALUE")
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->group(group);
@@ -146,8 +168,8 @@ std::vector<Setting> SettingsInCommandLineOrder(const CLI::App& command)
         if (k >= opt->results().size()) continue;
         const std::string& value = opt->results()[k];
         const std::string name = "--" + opt->get_single_name();
-        if (name == kSetOption) {
-            settings.push_back(ParseSetArgument(value));
+        if (name == kSetOption || name == kKeyOption) {
+            settings.push_back(name == kSetOption ? ParseSetArgument(value) : ParseKeyArgument(value));
             continue;
         }
         for (const FriendlyOption& f : kFriendly) {

@@ -195,11 +195,18 @@ void ViewServer::Routes()
                m_session.SetFrame(FrameField(Body(req), "frame"));
                Reply(res, 200, m_session.ToolDocument());
            }));
-    s.Post("/api/key", api([this](const httplib::Request& req, httplib::Response& res) {
-               const json body = Body(req);
-               m_session.Key(Field(body, "id"), FrameField(body, "frame"));
-               Reply(res, 200, m_session.ToolDocument());
-           }));
+    // Keyframe verbs at the current frame; /api/animate and /api/unanimate
+    // are /api/key's "set" and "remove" by name.
+    const auto key = [this, &api](const char* action) {
+        return api([this, action](const httplib::Request& req, httplib::Response& res) {
+            const json body = Body(req);
+            m_session.Key(Field(body, "id"), action ? std::string(action) : Field(body, "action"));
+            Reply(res, 200, m_session.ToolDocument());
+        });
+    };
+    s.Post("/api/key", key(nullptr));
+    s.Post("/api/animate", key("set"));
+    s.Post("/api/unanimate", key("remove"));
     s.Get("/api/image", api([this](const httplib::Request& req, httplib::Response& res) {
               const std::string which = req.has_param("which") ? req.get_param_value("which") : "output";
               const std::string format = req.has_param("format") ? req.get_param_value("format") : "png";

@@ -8,7 +8,6 @@
 #include "app/view/ViewDisplay.h"
 #include "app/view/ViewProxy.h"
 #include "host/Flow.h"
-#include "host/Tags.h"
 #include "util/Text.h"
 
 #include <algorithm>
@@ -157,6 +156,9 @@ json ViewSession::ToolDocument() const
             if (in->Decl().IsNumber()) {
                 c["value"] = NumberAt(*in, m_frame);
                 c["animated"] = in->IsAnimated();
+                json keys = json::array();
+                for (const auto& [frame, value] : in->Keys()) keys.push_back({frame, value});
+                c["keys"] = keys;
             } else if (in->Decl().IsText()) {
                 c["value"] = TextAt(*in, m_frame);
             }
@@ -170,9 +172,10 @@ json ViewSession::ToolDocument() const
     return doc;
 }
 
-void ViewSession::Set(const Setting& setting)
+void ViewSession::Set(Setting setting)
 {
     ++m_version;  // a setting that failed part-way may still have changed others
+    setting.apply = Setting::Apply::AtTime;
     ApplySettings(*m_tool, {setting}, m_frame);
 }
 
@@ -186,14 +189,17 @@ void ViewSession::SetFrame(int frame)
     ++m_version;
 }
 
-void ViewSession::Key(const std::string& id, int frame)
+void ViewSession::Key(const std::string& id, const std::string& action)
 {
-    Input* in = m_tool->FindInput(id);
-    if (!in || !in->Decl().IsNumber() || in->Decl().Tags.GetLong(TEC_ReadOnly, 0) != 0)
-        throw UsageError("\"" + id + "\" is not a control that takes keys (a number control that is not read-only)");
-    std::map<double, double> keys = in->Keys();
-    keys[frame] = NumberAt(*in, m_frame);
-    in->SetKeys(keys);
+    Input& in = FindControl(*m_tool, id, "\"id\"");
+    try {
+        if (action == "set") in.Animate(m_frame);
+        else if (action == "delete") in.DeleteKey(m_frame);
+        else if (action == "remove") in.RemoveAnimation(m_frame);
+        else throw UsageError("\"action\": expected set, delete or remove, got \"" + action + "\"");
+    } catch (const ValueRefused& e) {
+        throw UsageError(e.what());
+    }
     ++m_version;
 }
 

@@ -53,11 +53,15 @@ public:
     // The describe table of the tool with each control's value at the current
     // frame, plus the frames and the settings version.
     nlohmann::ordered_json ToolDocument() const;
-    // Applies the setting as --set does (usage ProgramError on a bad one).
-    void Set(const Setting& setting);
+    // Applies the setting at the current frame by the host's rule: a key there
+    // on an animated control, else its value (usage ProgramError on a bad one).
+    void Set(Setting setting);
     void SetFrame(int frame);
-    // Keys the control's value at the current frame at `frame`.
-    void Key(const std::string& id, int frame);
+    // A keyframe verb on a number control at the current frame: "set" keys its
+    // value there (a static control becomes animated), "delete" removes the
+    // key there, "remove" leaves it static at its value there. A usage
+    // ProgramError naming the control when the host refuses.
+    void Key(const std::string& id, const std::string& action);
     // which: input, output or kernel; format: png or jpeg (sRGB display of
     // the linear values, `exposure` stops) or exr (as `render` writes it;
     // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).

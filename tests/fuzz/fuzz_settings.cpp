@@ -1,5 +1,6 @@
-// Feeds arbitrary "--set" arguments, one per line, to the settings parser and
-// applies them to a tool: each is applied or refused with a message.
+// Feeds arbitrary "--set" arguments (or "--key" ones, after '@'), one per line,
+// to the settings parser and applies them to a tool: each is applied or
+// refused with a message.
 #include "app/files/ExitCodes.h"
 #include "app/session/Settings.h"
 #include "host/FusionDoc.h"
@@ -18,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string line;
     while (std::getline(lines, line)) {
         try {
-            ApplySettings(tool, {ParseSetArgument(line)}, 0.0);
+            const bool key = !line.empty() && line[0] == '@';
+            ApplySettings(tool, {key ? ParseKeyArgument(line.substr(1)) : ParseSetArgument(line)}, 0.0);
         } catch (const ProgramError&) {
         }
     }

@@ -17,7 +17,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <thread>
 
 namespace {
@@ -72,9 +75,56 @@ TEST(Input, NotifiesOnlyWhenAskedAndInterpolatesKeyframes)
     EXPECT_EQ(std::vector<double>({at(20), at(25)}), std::vector<double>({6, 9}));  // at and past the middle key
     Request req(15);
     EXPECT_EQ(static_cast<Number&>(*in->GetValue(&req)).Value(), 4.0);
-    // Between frames too: 1.5 is a quarter of the way from the key at 1 to the one at 3.
-    in->SetKeys({{1, 2.0}, {3, 6.0}});
-    EXPECT_EQ(std::vector<double>({at(1.5), at(2.75)}), std::vector<double>({3, 5.5}));
+}
+
+// A user's animation verbs: a value set on an animated control keys it and keeps
+// the other keys; Animate keys what is there; deleting the last key or removing
+// the animation leaves the value the control had at that frame.
+TEST(Input, AnimationVerbsKeepKeysAndValuesAsACompositorDoes)
+{
+    Recorder op;
+    Input* in = op.AddNumber("Size", {{INP_DoNotifyChanged, 1}, {INP_Default, 2.0}});
+    auto at = [&](double t) { return static_cast<Number&>(*Ref<Parameter>(in->GetSource(t))).Value(); };
+    auto set = [&](double v, double t) { in->SetSource(Ref<Number>(new Number(v)).get(), t); };
+    using Keys = std::map<double, double>;
+
+    in->Animate(1);
+    EXPECT_EQ(in->Keys(), (Keys{{1, 2}}));
+    set(6, 1);
+    set(6, 3);
+    set(10, 3);  // replaces the key at 3
+    EXPECT_EQ(in->Keys(), (Keys{{1, 6}, {3, 10}}));
+    // Between frames: a quarter of the way from 1 to 3 is a quarter of the way from 6 to 10.
+    EXPECT_EQ((std::vector<double>{at(0), at(1.5), at(2.5), at(4)}), (std::vector<double>{6, 7, 9, 10}));
+    in->Animate(2);  // keys the value there; nothing moves
+    EXPECT_EQ(in->Keys(), (Keys{{1, 6}, {2, 8}, {3, 10}}));
+    in->DeleteKey(2);
+    in->DeleteKey(3);  // frame 3 falls back to 6: the tool hears of it
+    EXPECT_EQ(at(3), 6.0);
+    in->DeleteKey(1);
+    EXPECT_TRUE(!in->IsAnimated() && at(7) == 6.0);
+    EXPECT_EQ(op.notes, (std::vector<std::pair<std::string, double>>{
+                            {"Size@1", 6}, {"Size@3", 6}, {"Size@3", 10}, {"Size@3", 6}}));
+
+    in->SetKeys({{0, 0}, {10, 20}});
+    in->RemoveAnimation(2.5);
+    EXPECT_TRUE(!in->IsAnimated() && at(0) == 5.0 && at(10) == 5.0);
+    set(7, 4);  // static: the value everywhere
+    EXPECT_TRUE(!in->IsAnimated() && at(0) == 7.0);
+
+    Input* text = op.AddInput("Note", "Note", {{LINKID_DataType, CLSID_DataType_Text}});
+    Input* fixed = op.AddNumber("Fixed", {{TEC_ReadOnly, 1}});
+    Input* plain = op.AddNumber("Plain");
+    in->SetKeys({{1, 2}, {3, 4}});
+    const struct { std::function<void()> verb; const char* message; } refused[] = {
+        {[&] { text->Animate(1); }, "\"Note\" is not a number control; only numbers take keys"},
+        {[&] { fixed->RemoveAnimation(1); }, "\"Fixed\" is read-only"},
+        {[&] { in->Animate(std::nan("")); }, "\"Size\": frame nan is not a finite number"},
+        {[&] { in->DeleteKey(2); }, "\"Size\" has no key at frame 2 (its keys are at 1, 3)"},
+        {[&] { fixed->DeleteKey(1); }, "\"Fixed\" is read-only"},
+        {[&] { plain->DeleteKey(1); }, "\"Plain\" is not animated"}};
+    for (const auto& r : refused) EXPECT_EQ(Refusal<ValueRefused>(r.verb), r.message);
+    EXPECT_EQ(in->Keys(), (Keys{{1, 2}, {3, 4}}));
 }
 
 TEST(ThreadedOperator, RunsEveryChunkOnTheWorkersAndReportsFailures)

@@ -121,7 +121,42 @@ def test_kernel_preview_flow_and_controls_are_the_programs(tmp_path):
     assert [c["id"] for c in lumivane.Tool().controls] == ids
 
 
+def straight_line(keys, frame):
+    """The value a compositor shows at `frame`: linear between keys, constant past the ends."""
+    (f0, v0), (f1, v1) = keys[0], keys[-1]
+    if frame <= f0 or frame >= f1:
+        return v0 if frame <= f0 else v1
+    (f0, v0), (f1, v1) = next((a, b) for a, b in zip(keys, keys[1:]) if a[0] <= frame <= b[0])
+    return v0 + (v1 - v0) * (frame - f0) / (f1 - f0)
+
+
+def test_keys_set_at_frames_read_back_and_survive_a_flow(tmp_path):
+    tool = lumivane.Tool()
+    tool.set("BlurSizeX", 1)
+    tool.animate("BlurSizeX", 1001)
+    tool.set("BlurSizeX", 5, frame=1010)
+    tool.set("BlurSizeX", 3, frame=1004)
+    tool.set("BlurSizeX", 4, frame=1004)  # replaces the key at 1004
+    keys = [(1001, 1), (1004, 4), (1010, 5)]
+    tool.save_flow(str(tmp_path / "keys.flow"))
+    again = lumivane.Tool.from_flow(str(tmp_path / "keys.flow"))
+    for t in (tool, again):
+        assert t.keys("BlurSizeX") == keys
+        for frame in (1000, 1001, 1002.5, 1004, 1007, 1010, 1012):
+            assert t.get("BlurSizeX", frame=frame) == pytest.approx(straight_line(keys, frame)), frame
+    again.delete_key("BlurSizeX", 1004)
+    again.remove_animation("BlurSizeX", 1005.5)  # static at its value there
+    assert again.keys("BlurSizeX") == [] and again.get("BlurSizeX") == pytest.approx(1 + 4 * 4.5 / 9)
+    tool.set(BlurSizeX=2)  # no frame: the value at every frame, as --set
+    assert tool.keys("BlurSizeX") == [] and tool.get("BlurSizeX", frame=1004) == 2
+
+
 ERRORS = [
+    (lambda t: t.get("BlurSizeX", frame=float("nan")), ValueError, "frame: nan is not a finite number"),
+    (lambda t: t.set("BlurSizeX", 1, frame=float("-inf")), ValueError, "frame: -inf is not a finite number"),
+    (lambda t: t.animate("BlurSizeX", 7) or t.get("BlurSizeX"), ValueError, '"BlurSizeX" is animated (keys at 7)'),
+    (lambda t: t.delete_key("BlurSizeX", 3), ValueError, '"BlurSizeX" is not animated'),
+    (lambda t: t.animate("CompanyName", 1), ValueError, '"CompanyName" is not a number control'),
     (lambda t: t.set("NoSuchControl", 1), ValueError, 'no control "NoSuchControl"'),
     (lambda t: t.set(BlurStyle="Trapezoid"), ValueError, '"Trapezoid" is not one of them'),
     (lambda t: t.set(BlurSizeX="wide"), ValueError, '"wide" is not a number'),

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 namespace {
@@ -91,20 +92,72 @@ TEST(ApplySettings, NotifiesInTheOrderGivenReplacesKeysAndRefusesWhatIsNotSettab
             << c.first;
 }
 
+TEST(ParseKeyArgument, SplitsAtTheFirstEqualsAndTheColonAfterItAndTakesFiniteFramesOnly)
+{
+    const Setting s = ParseKeyArgument("BlurStyle=-2.5:airy");
+    EXPECT_TRUE(s.id == "BlurStyle" && s.frame == -2.5 && s.value == "airy" && s.apply == Setting::Apply::Key &&
+                s.origin == "--key BlurStyle=-2.5:airy");
+    const struct { const char* arg; const char* message; } refused[] = {
+        {"BlurSizeX=2", "expected ControlID=FRAME:VALUE"}, {"=1:2", "expected ControlID=FRAME:VALUE"},
+        {"BlurSizeX:1=2", "expected ControlID=FRAME:VALUE"}, {"BlurSizeX=:2", "the frame \"\" is not"},
+        {"BlurSizeX=nan:2", "the frame \"nan\" is not a finite decimal number"}, {"BlurSizeX=inf:2", "\"inf\" is not"},
+        {"BlurSizeX=1e999:2", "\"1e999\" is not"}, {"BlurSizeX=0x10:2", "\"0x10\" is not"}, {"BlurSizeX= 1:2", "\" 1\" is not"}};
+    for (const auto& c : refused) {
+        const std::string message = UsageMessage([&] { ParseKeyArgument(c.arg); });
+        EXPECT_EQ(message.rfind(std::string("--key ") + c.arg + ": ", 0), 0u) << message;
+        EXPECT_NE(message.find(c.message), std::string::npos) << message;
+    }
+}
+
+// --key animates a static control with its first key and adds or replaces keys
+// after it; --set replaces the animation with its value everywhere; a value at
+// a frame (as the live page sets one) keys an animated control there.
+TEST(ApplySettings, KeysAddToTheAnimationAndSetReplacesIt)
+{
+    const LoadedTool t;
+    auto key = [](const char* arg) { return ParseKeyArgument(arg); };
+    Input* size = t.In("BlurSizeX");
+    ApplySettings(*t.op, {ParseSetArgument("BlurSizeX=4"), key("BlurSizeX=1:2"), key("BlurSizeX=3:7"), key("BlurSizeX=3:6")}, 0);
+    EXPECT_EQ(size->Keys(), (std::map<double, double>{{1, 2}, {3, 6}}));
+    Setting atFrame = ParseSetArgument("BlurSizeX=9");
+    atFrame.apply = Setting::Apply::AtTime;
+    ApplySettings(*t.op, {atFrame}, 2);
+    EXPECT_EQ(size->Keys(), (std::map<double, double>{{1, 2}, {2, 9}, {3, 6}}));
+    ApplySettings(*t.op, {ParseSetArgument("BlurSizeX=5")}, 2);
+    EXPECT_TRUE(!size->IsAnimated() && t.Get("BlurSizeX") == 5.0);
+    ApplySettings(*t.op, {atFrame}, 2);  // static: the value everywhere
+    EXPECT_TRUE(!size->IsAnimated() && t.Get("BlurSizeX") == 9.0);
+
+    // The same words as --set for a value, and a key only where keys go.
+    const struct { const char* arg; const char* message; } refused[] = {
+        {"BlurSizeX=1:-3", "--key BlurSizeX=1:-3: BlurSizeX: -3 is less than the lowest value 0"},
+        {"BlurStyle=1:hexagon", "--key BlurStyle=1:hexagon: BlurStyle takes one of 0 \"Disk\""},
+        {"CompanyName=1:x", "--key CompanyName=1:x: \"CompanyName\" is read-only"},
+        {"kernel=1:x", "--key kernel=1:x: \"kernel\" is an image input"}};
+    for (const auto& c : refused) {
+        const std::string message = UsageMessage([&] { ApplySettings(*t.op, {key(c.arg)}, 0); });
+        EXPECT_EQ(message.rfind(c.message, 0), 0u) << message;
+    }
+    EXPECT_TRUE(!size->IsAnimated() && t.Get("BlurSizeX") == 9.0);
+}
+
 TEST(SettingsInCommandLineOrder, InterleavesFriendlyOptionsAndSet)
 {
     CLI::App app;
     AddSettingOptions(app);
-    std::vector<std::string> args = {"--set", "PerChannel=0", "--size", "3",     "--set",        "GreenBlurSizeX=4",
-                                     "--size-y", "2",         "--style", "airy", "--deconvolve", "--set=Edges=1"};
+    std::vector<std::string> args = {"--set",    "PerChannel=0", "--size",  "3",    "--set",        "GreenBlurSizeX=4",
+                                     "--size-y", "2",            "--style", "airy", "--deconvolve", "--key",
+                                     "BlurSizeX=7:2",            "--set=Edges=1"};
     std::reverse(args.begin(), args.end());  // CLI11 takes them last first
     app.parse(args);
     const std::vector<Setting> s = SettingsInCommandLineOrder(app);
     std::vector<std::string> got;
     for (const Setting& x : s) got.push_back(x.id + "=" + x.value);
     EXPECT_EQ(got, (std::vector<std::string>{"PerChannel=0", "BlurSizeX=3", "GreenBlurSizeX=4", "LockXY=0",
-                                             "BlurSizeY=2", "BlurStyle=airy", "Operation=Deconvolve", "Edges=1"}));
+                                             "BlurSizeY=2", "BlurStyle=airy", "Operation=Deconvolve", "BlurSizeX=2",
+                                             "Edges=1"}));
     EXPECT_EQ(s[3].origin, "--size-y 2");
+    EXPECT_TRUE(s[7].apply == Setting::Apply::Key && s[7].frame == 7 && s[8].apply == Setting::Apply::Constant);
 }
 
 }  // namespace

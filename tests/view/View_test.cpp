@@ -86,8 +86,7 @@ TEST_F(View, ControlTableIsDescribesAndFollowsNotifications)
     json got = Tool();
     for (json& page : got["pages"])
         for (json& c : page["controls"]) {
-            c.erase("value");
-            c.erase("animated");
+            for (const char* live : {"value", "animated", "keys"}) c.erase(live);
         }
     for (const char* key : {"id", "name", "pages", "inputs"}) EXPECT_EQ(got[key], expected[key]) << key;
 
@@ -177,7 +176,10 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
                                            {"/api/set", R"({"id": "BlurSizeX", "value": -3})", 400},
                                            {"/api/set", R"({"id": "BlurSizeX", "value": [1]})", 400},
                                            {"/api/frame", R"({"frame": 5})", 400},
-                                           {"/api/key", R"({"id": "CompanyName", "frame": 0})", 400},
+                                           {"/api/key", R"({"id": "CompanyName", "action": "set"})", 400},
+                                           {"/api/key", R"({"id": "BlurSizeX", "action": "delete"})", 400},
+                                           {"/api/key", R"({"id": "BlurSizeX", "action": "toggle"})", 400},
+                                           {"/api/animate", R"({"id": "NoSuchControl"})", 400},
                                            {"/api/nothing", "{}", 404},
                                            {"/api/set", std::string(1 << 20, ' '), 413}}) {
         const auto r = Post(c.path, c.body);
@@ -252,7 +254,7 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
                                       R"({"id": "BlurSizeX", "value": )" + std::to_string(c.size) + "}"})
             ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
         if (c.keyed) {
-            ASSERT_EQ(Post("/api/key", R"({"id": "BlurSizeX", "frame": 0})")->status, 200);
+            ASSERT_EQ(Post("/api/animate", R"({"id": "BlurSizeX"})")->status, 200);
         }
         const std::string factor = std::to_string(c.factor);
         const auto proxy = m_client->Get(("/api/image?which=output&format=png&proxy=" + factor).c_str());

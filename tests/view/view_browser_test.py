@@ -3,12 +3,15 @@
 "Blur Style" on the page, the picture and the visible controls follow, and the
 flow the page saves renders the same pixels with `lumivane render --flow`. Then
 a refused value stays at its field, a proxy shows and gives way to the full
-resolution, and the wipe shows the input beside the output.
+resolution, and the wipe shows the input beside the output. Last, a size keyed
+at two frames of a sequence in the page renders, from the saved flow, at the
+sizes on the straight line between the keys.
 
     view_browser_test.py LUMIVANE PLUGIN_DIR [SCREENSHOT]
 
 Exits 77 (skipped) when Chromium, its driver or Selenium is missing."""
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -20,6 +23,7 @@ SKIP = 77
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.action_chains import ActionChains
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
     from selenium.webdriver.support.ui import WebDriverWait
@@ -40,8 +44,16 @@ def run(*args):
 
 run("oiiotool", "--pattern", "checker:width=8:height=8:color1=0.05,0.1,0.2:color2=3,1.5,0.4", "96x64", "3",
     "-d", "half", "-o", "in.exr")
-server = subprocess.Popen([lumivane, "--plugins", plugins, "view", "in.exr", "--save-flow", "look.flow"],
-                          cwd=work, env=env, stdout=subprocess.PIPE, text=True)
+servers = []
+
+
+def start(*args):
+    """Starts `lumivane view` with `args`; its address."""
+    servers.append(subprocess.Popen([lumivane, "--plugins", plugins, "view", *args],
+                                    cwd=work, env=env, stdout=subprocess.PIPE, text=True))
+    return servers[-1].stdout.readline().strip()
+
+
 opts = webdriver.ChromeOptions()
 for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
              "--disable-background-networking", "--disable-component-update", "--disable-sync",
@@ -50,7 +62,7 @@ for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "-
 browser = None
 status = 1
 try:
-    address = server.stdout.readline().strip()
+    address = start("in.exr", "--save-flow", "look.flow")
     token = address.split("#", 1)[1]
     browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=opts)
     wait = WebDriverWait(browser, 60)
@@ -115,6 +127,52 @@ try:
     wait.until(lambda b: b.find_element(By.ID, "inview").get_attribute("src"))
     assert browser.find_element(By.ID, "wipe").is_displayed()
     assert "inset" in browser.find_element(By.ID, "inview").get_attribute("style")
+
+    # Keys: Blur Size X 1 at 1001, animated with the page's button; an arrow
+    # key and the slider to 1010, where 5 typed on the animated control keys
+    # it; shift+left back to the previous key.
+    for n in range(1001, 1011):
+        shutil.copy(work + "/in.exr", work + "/seq.%d.exr" % n)
+    browser.get(start("seq.%d.exr", "--frames", "1001-1010", "--save-flow", "keys.flow"))
+    wait.until(lambda b: shown())
+    version = lambda: browser.execute_script("return tool.version")
+    frame = lambda: browser.find_element(By.ID, "frameNo").text
+
+    def act(action):
+        before = version()
+        action()
+        wait.until(lambda b: version() != before and idle(b))
+
+    def press(key, shift=False):
+        browser.execute_script("document.activeElement.blur()")
+        chain = ActionChains(browser)
+        chain = chain.key_down(Keys.SHIFT).send_keys(key).key_up(Keys.SHIFT) if shift else chain.send_keys(key)
+        act(chain.perform)
+
+    act(lambda: row("Blur Size Unit").find_element(By.XPATH, ".//button[text()='Absolute']").click())
+    act(lambda: field().send_keys(Keys.CONTROL, "a", Keys.NULL, "1", Keys.TAB))
+    assert browser.find_element(By.ID, "focusName").text == "Blur Size X"
+    act(lambda: browser.find_element(By.ID, "animate").click())
+    press(Keys.ARROW_RIGHT)
+    assert frame() == "1002", frame()
+    act(lambda: browser.execute_script(
+        "const f=document.getElementById('frame');f.value=1010;f.dispatchEvent(new Event('change'))"))
+    act(lambda: field().send_keys(Keys.CONTROL, "a", Keys.NULL, "5", Keys.TAB))
+    keys = browser.execute_script("return controls().find(c=>c.id=='BlurSizeX').keys")
+    assert keys == [[1001, 1], [1010, 5]], keys
+    assert len(browser.find_elements(By.CSS_SELECTOR, "#marks i")) == 2
+    press(Keys.ARROW_LEFT, shift=True)
+    assert frame() == "1001", frame()
+    browser.find_element(By.ID, "save").click()
+    wait.until(lambda b: b.find_element(By.ID, "saved").text)
+    rendered = subprocess.run([lumivane, "--plugins", plugins, "render", "--flow", "keys.flow",
+                               "--frames", "1001,1005,1010", "-v"],
+                              check=True, cwd=work, env=env, capture_output=True, text=True).stdout
+    sizes = {int(f): float(v) for f, v in
+             re.findall(r"frame (\d+): Lumivane 2: blur size in pixels (?:R )?([0-9.e+-]+) x", rendered)}
+    for f in (1001, 1005, 1010):
+        expected = 1 + (5 - 1) * (f - 1001) / (1010 - 1001)
+        assert abs(sizes.get(f, -1) - expected) < 1e-4, (f, expected, rendered)
     status = 0
 finally:
     if browser:
@@ -122,11 +180,12 @@ finally:
             browser.save_screenshot(work + "/failed.png")
             print("page said:", browser.find_element(By.ID, "err").text)
         browser.quit()
-    server.send_signal(signal.SIGINT)
-    code = server.wait(timeout=30)
-    if code != 0:
-        print("lumivane view ended with status", code)
-        status = 1
+    for server in servers:
+        server.send_signal(signal.SIGINT)
+        code = server.wait(timeout=30)
+        if code != 0:
+            print("lumivane view ended with status", code)
+            status = 1
     if status == 0:
         shutil.rmtree(work, ignore_errors=True)
     else:

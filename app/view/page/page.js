@@ -2,7 +2,7 @@ const $=id=>document.getElementById(id),H={'X-Lumivane-Token':location.hash.slic
 // Pictures come as JPEG, quick to make and to move; `?png` in the address asks
 // for PNG, exact to the 8-bit code.
 const shown=location.search.includes('png')?'png':'jpeg';
-let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,idle=0,inKey='';
+let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,idle=0,inKey='',focus=null;
 async function api(path,body){
   const r=await fetch(path,body===undefined?{headers:H}:{method:'POST',headers:{...H,'Content-Type':'application/json'},body:JSON.stringify(body)});
   if(!r.ok)throw new Error((await r.json()).error);return r;}
@@ -20,22 +20,55 @@ function numberField(c){const why=el('span',{className:'fieldErr'});
   const f=el('input',{type:'number',step:c.integer?1:'any',value:c.value,onchange:e=>{const r=refusal(c,e.target.value);
     why.textContent=r;f.classList.toggle('bad',!!r);if(!r)set(c.id,e.target.value)}});return [f,why]}
 function control(c){
-  const row=el('div',{className:'row',hidden:!c.visible}),num=typeof c.value=='number';row.dataset.id=c.id;
-  row.append(el('label',{textContent:c.label}));
+  const row=el('div',{className:'row',hidden:!c.visible});row.dataset.id=c.id;row.toggleAttribute('data-focus',c.id==focus);
+  // ◆ a key at this frame, ◇ animated between keys
+  row.append(el('label',{textContent:c.label},el('span',{className:'key',textContent:c.animated?(keyHere(c)?'◆':'◇'):''})));
+  // the control last clicked or changed
+  if(keyable(c))for(const e of ['pointerdown','change'])row.addEventListener(e,()=>focusOn(c.id));
   if(c.readOnly)row.append(el('span',{textContent:c.value}));
   else if(c.kind=='multi-button')c.entries.forEach((n,i)=>row.append(el('button',{textContent:n,className:c.value==i?'on':'',onclick:()=>set(c.id,i)})));
   else if(c.kind=='checkbox')row.append(el('input',{type:'checkbox',checked:c.value!=0,onchange:e=>set(c.id,e.target.checked)}));
   else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value);
     row.append(el('input',{type:'range',min:lo,max:hi,step:c.integer?1:(hi-lo)/1000,value:c.value,onchange:e=>set(c.id,+e.target.value)}),...numberField(c));}
   else row.append(el('input',{value:c.value??'',onchange:e=>set(c.id,e.target.value)}));
-  if(tool.sequence&&num&&!c.readOnly)row.append(el('button',{textContent:c.animated?'Set key ◆':'Set key',onclick:()=>post('/api/key',{id:c.id,frame:tool.frame})}));
   return row;}
+// Keys: the buttons act on the focused control at the current frame; the marks
+// on the frame slider are its keys, or every animated control's when it has none.
+const keyable=c=>typeof c.value=='number'&&!c.readOnly,keyHere=c=>c.keys.some(k=>k[0]==tool.frame);
+const controls=()=>tool.pages.flatMap(p=>p.controls),focused=()=>controls().find(c=>c.id==focus);
+function focusOn(id){if(focus==id)return;focus=id;
+  for(const r of document.querySelectorAll('#controls .row'))r.toggleAttribute('data-focus',r.dataset.id==id);keyBar()}
+function keyFrames(){const c=focused(),from=c&&c.animated?[c]:controls().filter(c=>c.animated);
+  return [...new Set(from.flatMap(c=>c.keys.map(k=>k[0])))].sort((a,b)=>a-b)}
+function keyBar(){const c=focused(),lo=Math.min(...tool.frames),hi=Math.max(...tool.frames);$('keys').hidden=!tool.sequence;
+  $('focusName').textContent=c?c.label:'(pick a control)';
+  $('animate').disabled=!c||c.animated;$('setKey').disabled=!c||!c.animated;
+  $('deleteKey').disabled=!c||!keyHere(c);$('unanimate').disabled=!c||!c.animated;
+  $('marks').replaceChildren(...keyFrames().filter(f=>f>=lo&&f<=hi).map(f=>
+    el('i',{title:'key at '+f,style:'left:'+(hi>lo?(f-lo)/(hi-lo)*100:0)+'%'})))}
+const goTo=f=>f!==undefined&&f!=tool.frame&&post('/api/frame',{frame:f});
+const stepFrame=d=>goTo(tool.frames[tool.frames.indexOf(tool.frame)+d]);
+// The next (d=1) or previous key, at the nearest frame viewed on its far side.
+function stepKey(d){const f=tool.frame,fs=[...tool.frames].sort((a,b)=>a-b),ks=keyFrames();
+  const k=d>0?ks.find(k=>k>f):ks.filter(k=>k<f).at(-1);if(k===undefined)return;
+  goTo(d>0?fs.find(x=>x>f&&x>=k):fs.filter(x=>x<f&&x<=k).at(-1))}
+const verb=(path,action)=>()=>focus&&post(path,{id:focus,action});
+$('animate').onclick=verb('/api/animate');$('setKey').onclick=verb('/api/key','set');
+$('deleteKey').onclick=verb('/api/key','delete');$('unanimate').onclick=verb('/api/unanimate');
+$('prevKey').onclick=()=>stepKey(-1);$('nextKey').onclick=()=>stepKey(1);
+// Left/right: the previous/next frame; with shift, key. Not while typing, nor
+// on a control's own slider.
+document.addEventListener('keydown',e=>{const t=e.target;
+  if(!tool?.sequence||!['ArrowLeft','ArrowRight'].includes(e.key)||e.ctrlKey||e.altKey||e.metaKey)return;
+  if(t.matches('select,textarea,input:not([type=range]):not([type=checkbox])')||(t.type=='range'&&t.id!='frame'))return;
+  e.preventDefault();const d=e.key=='ArrowRight'?1:-1;e.shiftKey?stepKey(d):stepFrame(d)});
 function show(t){
   const first=!tool;tool=t;$('name').textContent=t.name;page=page??t.pages[0].name;
   if(first){proxy=t.proxy||1;$('proxy').value=proxy}
   $('tabs').replaceChildren(...t.pages.map(p=>el('button',{textContent:p.name,className:p.name==page?'on':'',onclick:()=>{page=p.name;show(tool)}})));
   $('controls').replaceChildren(...t.pages.find(p=>p.name==page).controls.map(control));
   $('frames').hidden=!t.sequence;const f=$('frame');f.min=t.frames[0];f.max=t.frames.at(-1);f.value=t.frame;$('frameNo').textContent=t.frame;
+  keyBar();
   wantFull=false;refresh();}
 async function picture(img,q){const r=await api('/api/image?'+q);const url=URL.createObjectURL(await r.blob());
   if(img.src)URL.revokeObjectURL(img.src);img.src=url;await img.decode().catch(()=>{});return r;}
