@@ -1,6 +1,8 @@
 #include "app/ExrFiles.h"
 
 #include "app/ExitCodes.h"
+#include "app/ExrChunks.h"
+#include "app/ExrZip.h"
 #include "app/ReadMemory.h"
 #include "host/EngineSettings.h"
 
@@ -10,9 +12,12 @@
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
+#include <ImfStdIO.h>
 #include <ImfStringAttribute.h>
 #include <ImfTestFile.h>
 #include <ImfThreading.h>
+#include <ImfVersion.h>
+#include <ImfXdr.h>
 #include <half.h>
 
 #include <algorithm>
@@ -20,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
@@ -163,7 +169,9 @@ void WriteBands(Imf::OutputFile& out, const Image& image, const Imf::ChannelList
     }
 }
 
-bool Compression(const std::string& text, Imf::Header& header)
+// Sets the compression `text` names in `header`; a zlib level it names goes to
+// `zipLevel`. False for a name that is not a compression.
+bool Compression(const std::string& text, Imf::Header& header, std::optional<int>& zipLevel)
 {
     static const std::map<std::string, Imf::Compression> kNames = {
         {"none", Imf::NO_COMPRESSION}, {"rle", Imf::RLE_COMPRESSION},     {"zips", Imf::ZIPS_COMPRESSION},
@@ -179,9 +187,24 @@ bool Compression(const std::string& text, Imf::Header& header)
         if (it->second == Imf::DWAA_COMPRESSION || it->second == Imf::DWAB_COMPRESSION)
             header.dwaCompressionLevel() = static_cast<float>(level);
         else
-            header.zipCompressionLevel() = static_cast<int>(level);
+            zipLevel = static_cast<int>(level);
     }
     return true;
+}
+
+// The header of a file whose pixels the core library reads, as OpenEXR's C++
+// library reads it: the metadata kept for writing the file again.
+Imf::Header ReadHeader(const std::string& path)
+{
+    Imf::StdIFStream in(path.c_str());
+    int magic = 0, version = 0;
+    Imf::Xdr::read<Imf::StreamIO>(in, magic);
+    Imf::Xdr::read<Imf::StreamIO>(in, version);
+    if (magic != Imf::MAGIC) throw std::runtime_error("not an OpenEXR file");
+    Imf::Header header;
+    header.readFrom(in, version);
+    header.sanityCheck(false);
+    return header;
 }
 
 }  // namespace
@@ -191,8 +214,12 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
     bool tiled = false, deep = false, multiPart = false;
     if (!Imf::isOpenExrFile(path.c_str(), tiled, deep, multiPart) || tiled || deep || multiPart) return std::nullopt;
     try {
-        Imf::InputFile in(path.c_str(), Threads());
-        const Imf::Header& header = in.header();
+        // Uncompressed and ZIP lines come through the core library straight into
+        // the records (ExrChunks.h); the other codecs through OpenEXR's own decoders.
+        const std::unique_ptr<ExrChunkReader> chunks = ExrChunkReader::Open(path);
+        std::unique_ptr<Imf::InputFile> in;
+        if (!chunks) in = std::make_unique<Imf::InputFile>(path.c_str(), Threads());
+        const Imf::Header header = chunks ? ReadHeader(path) : in->header();
         if (!TakenChannels(header.channels())) return std::nullopt;
         ImageFile file;
         file.layout = LayoutOf(header, path);
@@ -200,7 +227,7 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
         const bool z = header.channels().findChannel("Z") != nullptr;
         int channels = 0;
         for (auto c = header.channels().begin(); c != header.channels().end(); ++c) ++channels;
-        // The host image alone: OpenEXR decodes straight into it.
+        // The host image alone: the pixels are decoded straight into it.
         CheckReadMemory(path, layout.width, layout.height, channels, z ? 5.0 : 4.0);
         file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(header.channels()),
                                           z ? std::vector<std::string>{"Z"} : std::vector<std::string>{}));
@@ -209,10 +236,14 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
         if (!(image.XScale > 0.0) || !std::isfinite(image.XScale)) image.XScale = 1.0;
         image.YScale = 1.0;
 
-        Imf::ChannelList wanted = header.channels();
-        wanted.insert("A", Imf::Channel(Imf::FLOAT));  // alpha is 1 where the file has none
-        in.setFrameBuffer(SlicesOf(image, wanted, {layout.x, layout.y}));
-        in.readPixels(layout.y, layout.y + layout.height - 1);
+        if (chunks) {
+            chunks->Decode(image, [&image](const char* name) { return RecordOf(image, name); });
+        } else {
+            Imf::ChannelList wanted = header.channels();
+            wanted.insert("A", Imf::Channel(Imf::FLOAT));  // alpha is 1 where the file has none
+            in->setFrameBuffer(SlicesOf(image, wanted, {layout.x, layout.y}));
+            in->readPixels(layout.y, layout.y + layout.height - 1);
+        }
         if (header.channels().findChannel("Y"))
             for (int y = 0; y < image.Height; ++y)
                 for (int x = 0; x < image.Width; ++x) {
@@ -255,7 +286,8 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
     const auto* read = dynamic_cast<const ExrMetadata*>(like.metadata.get());
     Imf::Header header = read ? read->header : Imf::Header();
     if (!read) header.compression() = Imf::ZIP_COMPRESSION;
-    if (!compression.empty() && !Compression(compression, header)) return "unknown compression " + compression;
+    std::optional<int> zipLevel;
+    if (!compression.empty() && !Compression(compression, header, zipLevel)) return "unknown compression " + compression;
 
     // The data window is the image; the display window stays the file's when
     // the image still covers the data window it was read with.
@@ -283,6 +315,12 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
         for (const std::string& name : image.ExtraChannels()) channels.insert(name, Imf::Channel(all));
     }
     header.channels() = channels;
+    // Uncompressed and ZIP lines go out through the core library, compressed
+    // here (ExrChunks.h); the rest through OpenEXR's own writer.
+    if (WritesChunks(header))
+        return WriteExrChunks(temp, header, image, [&image](const char* name) { return RecordOf(image, name); },
+                              zipLevel.value_or(kDefaultZipLevel));
+    if (zipLevel) header.zipCompressionLevel() = *zipLevel;
     try {
         Imf::OutputFile out(temp.c_str(), header, Threads());
         WriteBands(out, image, channels, origin);

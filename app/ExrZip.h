@@ -1,0 +1,25 @@
+#pragma once
+// OpenEXR's ZIP chunk coding, done with libdeflate. A chunk's lines, as the
+// file lays them out uncompressed, are split into their even bytes followed by
+// their odd ones (the low and high bytes of little-endian values then lie in
+// runs of their own), each byte after the first is replaced by its difference
+// from the byte before plus 128, and the result is a zlib stream. ZIP chunks
+// hold 16 lines, ZIPS chunks one; the coding is the same.
+#include <cstddef>
+#include <vector>
+
+// The level when none is asked for: libdeflate's level 4 gives files smaller
+// than OpenEXR's own ZIP at its default zlib level (4) in less time than zlib
+// takes at level 1 (bench/README.md, "ZIP through libdeflate").
+constexpr int kDefaultZipLevel = 4;
+
+// Codes the `size` bytes at `raw` at `level` (1 to 12, on zlib's scale) into
+// `packed`. Returns false, leaving `packed` undefined, when the coded chunk
+// would not be smaller than the raw one: the file then stores the raw bytes, and
+// a reader tells the two apart by the chunk's size alone.
+bool PackZipChunk(const unsigned char* raw, std::size_t size, int level, std::vector<unsigned char>& packed);
+
+// Decodes the coded chunk at `packed` into exactly `size` bytes at `raw`.
+// Throws std::runtime_error saying what is wrong with a chunk that does not
+// decode to that size.
+void UnpackZipChunk(const unsigned char* packed, std::size_t packedSize, unsigned char* raw, std::size_t size);
