@@ -48,6 +48,11 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
         WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
         std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
     }
+    // A ZIP OpenEXR file with bytes in the middle of its lines overwritten.
+    WriteFile(TestPicture(64, 48, {"R", "G", "B"}, false), dir / "damaged.exr", OIIO::TypeDesc::FLOAT);
+    std::fstream(dir / "damaged.exr", std::ios::in | std::ios::out | std::ios::binary)
+        .seekp(static_cast<std::streamoff>(std::filesystem::file_size(dir / "damaged.exr") / 2))
+        .write("\x55\xaa\x55\xaa\x55\xaa\x55\xaa", 8);
     std::filesystem::create_directory(dir / "out");
 
     const RunResult r = RunLumivane(dir, c.args);
@@ -119,6 +124,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "cannot read cut.tif: the file is cut short: it has 9"},
         FailureCase{"TruncatedExr", {"render", "cut.exr", "out/o.exr"}, 3,
                     "cannot read cut.exr: Error reading pixel data from image file \"cut.exr\""},
+        FailureCase{"DamagedZipExr", {"render", "damaged.exr", "out/o.exr"}, 3,
+                    "cannot read damaged.exr: Error reading pixel data from image file \"damaged.exr\". a ZIP chunk"},
         FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
                     "cannot read cut.dpx: the file is cut short: it has"},
         FailureCase{"KernelOverMemoryLimit", {"--max-memory", "64M", "kernel", "out/k.exr", "--width", "8000", "--height", "8000"},
