@@ -1,14 +1,10 @@
 #include "app/ExrChunks.h"
 
+#include "app/ExrHeader.h"
 #include "app/ExrZip.h"
 #include "host/WorkerPool.h"
 
-#include <ImfIO.h>
-#include <ImfStdIO.h>
-#include <ImfVersion.h>
-#include <ImfXdr.h>
 #include <half.h>
-#include <openexr.h>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -28,35 +24,6 @@ namespace {
 // one line each, and a job per line would cost more in handing out than in coding.
 constexpr int kLinesPerJob = 16;
 
-// OpenEXR's core library reports its errors through a callback, on the thread
-// of the call that failed; the words are kept there for the exception.
-thread_local std::string tLastError;
-
-void RememberError(exr_const_context_t, exr_result_t code, const char* message)
-{
-    tLastError = message ? message : exr_get_default_error_message(code);
-}
-
-void Check(exr_result_t result)
-{
-    if (result == EXR_ERR_SUCCESS) return;
-    std::string why = tLastError.empty() ? exr_get_default_error_message(result) : tLastError;
-    tLastError.clear();
-    throw std::runtime_error(why);
-}
-
-exr_context_initializer_t Initializer()
-{
-    exr_context_initializer_t init = EXR_DEFAULT_CONTEXT_INITIALIZER;
-    init.error_handler_fn = RememberError;
-    return init;
-}
-
-struct Finish {
-    void operator()(exr_context_t c) const { exr_finish(&c); }
-};
-using Context = std::unique_ptr<std::remove_pointer_t<exr_context_t>, Finish>;
-
 // Where each channel of a line lies in a pixel record, in the file's order.
 struct Lines {
     struct Channel {
@@ -72,7 +39,7 @@ struct Lines {
 Lines LinesOf(exr_const_context_t file, int width, const RecordOfChannel& recordOf)
 {
     const exr_attr_chlist_t* list = nullptr;
-    Check(exr_get_channels(file, 0, &list));
+    CheckExr(exr_get_channels(file, 0, &list));
     Lines lines;
     lines.width = width;
     for (int c = 0; c < list->num_channels; ++c) {
@@ -156,10 +123,10 @@ struct Chunks {
 Chunks ChunksOf(exr_const_context_t file, const Image& image)
 {
     Chunks chunks;
-    Check(exr_get_data_window(file, 0, &chunks.window));
-    Check(exr_get_compression(file, 0, &chunks.compression));
-    Check(exr_get_scanlines_per_chunk(file, 0, &chunks.lines));
-    Check(exr_get_chunk_count(file, 0, &chunks.count));
+    CheckExr(exr_get_data_window(file, 0, &chunks.window));
+    CheckExr(exr_get_compression(file, 0, &chunks.compression));
+    CheckExr(exr_get_scanlines_per_chunk(file, 0, &chunks.lines));
+    CheckExr(exr_get_chunk_count(file, 0, &chunks.count));
     const std::int64_t width = std::int64_t{chunks.window.max.x} - chunks.window.min.x + 1;
     const std::int64_t height = std::int64_t{chunks.window.max.y} - chunks.window.min.y + 1;
     if (width != image.Width || height != image.Height || chunks.lines < 1 ||
@@ -180,25 +147,25 @@ std::vector<unsigned char>& Buffer(int which)
 // ---------------------------------------------------------------- reading
 
 struct ExrChunkReader::File {
-    Context context;
+    ExrContext context;
     std::string path;
 };
 
 std::unique_ptr<ExrChunkReader> ExrChunkReader::Open(const std::string& path)
 {
-    exr_context_initializer_t init = Initializer();
+    exr_context_initializer_t init = ExrInitializer();
     // A chunk the offset table does not find is an error, not a search through the file.
     init.flags = EXR_CONTEXT_FLAG_DISABLE_CHUNK_RECONSTRUCTION;
     exr_context_t c = nullptr;
     const exr_result_t started = exr_start_read(&c, path.c_str(), &init);
-    auto file = std::make_unique<File>(File{Context(c), path});
-    Check(started);
+    auto file = std::make_unique<File>(File{ExrContext(c), path});
+    CheckExr(started);
     int parts = 0;
     exr_storage_t storage = EXR_STORAGE_LAST_TYPE;
     exr_compression_t compression = EXR_COMPRESSION_LAST_TYPE;
-    Check(exr_get_count(c, &parts));
-    Check(exr_get_storage(c, 0, &storage));
-    Check(exr_get_compression(c, 0, &compression));
+    CheckExr(exr_get_count(c, &parts));
+    CheckExr(exr_get_storage(c, 0, &storage));
+    CheckExr(exr_get_compression(c, 0, &compression));
     if (parts != 1 || storage != EXR_STORAGE_SCANLINE ||
         (compression != EXR_COMPRESSION_NONE && compression != EXR_COMPRESSION_ZIP &&
          compression != EXR_COMPRESSION_ZIPS))
@@ -209,6 +176,8 @@ std::unique_ptr<ExrChunkReader> ExrChunkReader::Open(const std::string& path)
 ExrChunkReader::ExrChunkReader(std::unique_ptr<File> file) : m_file(std::move(file)) {}
 ExrChunkReader::~ExrChunkReader() = default;
 
+Imf::Header ExrChunkReader::Header() const { return ImfHeaderOf(m_file->context.get()); }
+
 void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
 {
     exr_const_context_t file = m_file->context.get();
@@ -218,7 +187,7 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
         const auto decode = [&](int chunk) {
             const int y = chunks.FirstY(chunk), rows = chunks.Rows(chunk);
             exr_chunk_info_t info;
-            Check(exr_read_scanline_chunk_info(file, 0, y, &info));
+            CheckExr(exr_read_scanline_chunk_info(file, 0, y, &info));
             const std::size_t size = rows * lines.bytes;
             if (info.start_y != y || info.height != rows || info.unpacked_size != size)
                 throw std::runtime_error("the chunk of line " + std::to_string(y) + " does not hold its lines");
@@ -228,7 +197,7 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
                                          std::to_string(info.packed_size) + " bytes for lines of " + std::to_string(size));
             std::vector<unsigned char>& packed = Buffer(0);
             packed.resize(info.packed_size);
-            Check(exr_read_chunk(file, 0, &info, packed.data()));
+            CheckExr(exr_read_chunk(file, 0, &info, packed.data()));
             const unsigned char* raw = packed.data();
             if (info.packed_size < size) {
                 std::vector<unsigned char>& unpacked = Buffer(1);
@@ -250,30 +219,6 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
 // ---------------------------------------------------------------- writing
 
 namespace {
-
-// The header as OpenEXR's C++ library writes it, read back into a context of
-// the core library from memory: every attribute, of every type, crosses over
-// unchanged into the file written here.
-std::string HeaderBytes(const Imf::Header& header)
-{
-    Imf::StdOSStream out;
-    Imf::Xdr::write<Imf::StreamIO>(out, Imf::MAGIC);
-    Imf::Xdr::write<Imf::StreamIO>(out, Imf::EXR_VERSION | Imf::LONG_NAMES_FLAG);
-    header.writeTo(out);
-    return out.str();
-}
-
-int64_t ReadMemory(exr_const_context_t, void* bytes, void* buffer, uint64_t size, uint64_t offset,
-                   exr_stream_error_func_ptr_t)
-{
-    const std::string& from = *static_cast<const std::string*>(bytes);
-    if (offset >= from.size()) return 0;
-    const std::size_t n = std::min<std::size_t>(size, from.size() - offset);
-    std::memcpy(buffer, from.data() + offset, n);
-    return static_cast<int64_t>(n);
-}
-
-int64_t MemorySize(exr_const_context_t, void* bytes) { return static_cast<int64_t>(static_cast<std::string*>(bytes)->size()); }
 
 // The output file, written with the system's words for a failed write.
 struct Output {
@@ -302,19 +247,6 @@ int64_t WriteFile(exr_const_context_t, void* output, const void* buffer, uint64_
     return static_cast<int64_t>(size);
 }
 
-Context CoreHeader(std::string& bytes, const std::string& name)
-{
-    exr_context_initializer_t init = Initializer();
-    init.user_data = &bytes;
-    init.read_fn = ReadMemory;
-    init.size_fn = MemorySize;
-    exr_context_t c = nullptr;
-    const exr_result_t started = exr_start_read(&c, name.c_str(), &init);
-    Context context(c);
-    Check(started);
-    return context;
-}
-
 void WriteChunks(exr_context_t file, const Image& image, const Lines& lines, const Chunks& chunks, int zipLevel)
 {
     const bool zip = chunks.compression != EXR_COMPRESSION_NONE;
@@ -336,7 +268,7 @@ void WriteChunks(exr_context_t file, const Image& image, const Lines& lines, con
             for (int k = job * chunks.perJob; k < std::min(n, (job + 1) * chunks.perJob); ++k) code(k);
         });
         for (int k = 0; k < n; ++k)
-            Check(exr_write_scanline_chunk(file, 0, chunks.FirstY(first + k), coded[k].data(), coded[k].size()));
+            CheckExr(exr_write_scanline_chunk(file, 0, chunks.FirstY(first + k), coded[k].data(), coded[k].size()));
     }
 }
 
@@ -354,26 +286,26 @@ std::string WriteExrChunks(const std::string& temp, const Imf::Header& header, c
 {
     Output output;
     try {
-        std::string bytes = HeaderBytes(header);
-        const Context described = CoreHeader(bytes, temp);
+        std::string bytes;
+        const ExrContext described = CoreHeaderOf(header, temp, bytes);
         output.fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
         if (output.fd < 0) return std::strerror(errno);
-        exr_context_initializer_t init = Initializer();
+        exr_context_initializer_t init = ExrInitializer();
         init.user_data = &output;
         init.write_fn = WriteFile;
         exr_context_t c = nullptr;
         const exr_result_t started = exr_start_write(&c, temp.c_str(), EXR_WRITE_FILE_DIRECTLY, &init);
-        Context file(c);
-        Check(started);
+        ExrContext file(c);
+        CheckExr(started);
         int part = 0;
-        Check(exr_add_part(c, "", EXR_STORAGE_SCANLINE, &part));
-        Check(exr_copy_unset_attributes(c, part, described.get(), 0));
-        Check(exr_write_header(c));
+        CheckExr(exr_add_part(c, "", EXR_STORAGE_SCANLINE, &part));
+        CheckExr(exr_copy_unset_attributes(c, part, described.get(), 0));
+        CheckExr(exr_write_header(c));
         const Chunks chunks = ChunksOf(c, image);
         WriteChunks(c, image, LinesOf(c, image.Width, recordOf), chunks, zipLevel);
         // The offset table goes in last.
         exr_context_t done = file.release();
-        Check(exr_finish(&done));
+        CheckExr(exr_finish(&done));
         if (::close(output.fd) != 0) return std::strerror(errno);
         output.fd = -1;
     } catch (const std::runtime_error& e) {

@@ -29,6 +29,8 @@ public:
     ExrChunkReader(const ExrChunkReader&) = delete;
     ExrChunkReader& operator=(const ExrChunkReader&) = delete;
 
+    // The header as OpenEXR's C++ library reads it (ExrHeader.h).
+    Imf::Header Header() const;
     // Decodes every line into `image`, which is as large as the data window;
     // alpha is 1 where the file has none. Throws std::runtime_error naming the
     // file and what is wrong with a chunk that cannot be read.

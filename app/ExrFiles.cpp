@@ -12,12 +12,9 @@
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
-#include <ImfStdIO.h>
 #include <ImfStringAttribute.h>
 #include <ImfTestFile.h>
 #include <ImfThreading.h>
-#include <ImfVersion.h>
-#include <ImfXdr.h>
 #include <half.h>
 
 #include <algorithm>
@@ -192,21 +189,6 @@ bool Compression(const std::string& text, Imf::Header& header, std::optional<int
     return true;
 }
 
-// The header of a file whose pixels the core library reads, as OpenEXR's C++
-// library reads it: the metadata kept for writing the file again.
-Imf::Header ReadHeader(const std::string& path)
-{
-    Imf::StdIFStream in(path.c_str());
-    int magic = 0, version = 0;
-    Imf::Xdr::read<Imf::StreamIO>(in, magic);
-    Imf::Xdr::read<Imf::StreamIO>(in, version);
-    if (magic != Imf::MAGIC) throw std::runtime_error("not an OpenEXR file");
-    Imf::Header header;
-    header.readFrom(in, version);
-    header.sanityCheck(false);
-    return header;
-}
-
 }  // namespace
 
 std::optional<ImageFile> ReadExrFile(const std::string& path)
@@ -219,7 +201,7 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
         const std::unique_ptr<ExrChunkReader> chunks = ExrChunkReader::Open(path);
         std::unique_ptr<Imf::InputFile> in;
         if (!chunks) in = std::make_unique<Imf::InputFile>(path.c_str(), Threads());
-        const Imf::Header header = chunks ? ReadHeader(path) : in->header();
+        const Imf::Header header = chunks ? chunks->Header() : in->header();
         if (!TakenChannels(header.channels())) return std::nullopt;
         ImageFile file;
         file.layout = LayoutOf(header, path);

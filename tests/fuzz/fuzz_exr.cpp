@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     // A header may claim any size: the limit refuses the large ones before
     // anything is allocated, as it does in the program.
-    SetMemoryLimit(std::uint64_t{256} << 20);
+    SetMemoryLimit(std::uint64_t{2} << 20);
     SetEngineThreads(2);
     const std::string& path = Scratch();
     std::ofstream(path, std::ios::binary | std::ios::trunc).write(reinterpret_cast<const char*>(data),
