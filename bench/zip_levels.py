@@ -4,12 +4,13 @@ saves, against OpenEXR's own ZIP at its default level.
 
     bench/zip_levels.py --build build [--old OLD_BUILD] [--rounds 3]
 
-Plates: the sample scene (scripts/make-sample: 640x360 half R, G, B, A, Z) and
-a 1920x1080 RGBA float plate of grain over ramps (whole_process.py's). Each is
+Plates: the sample scene (scripts/make-sample: 640x360 half R, G, B, A, Z), a
+1920x1080 RGBA float plate of grain over ramps (whole_process.py's), and that
+plate blurred by a disk of 2.5 % (what a render writes). Each is
 passed through (`render --set BlurSizeX=0`) from an uncompressed file, once
 uncompressed and once per ZIP level, in alternating rounds. The reference file
 is the plate written by OpenEXR itself at its default level (`oiiotool
---compression zip`). Prints the median wall time over the uncompressed pass,
+--compression zip`). Prints the median wall and CPU time over the uncompressed pass,
 which is the cost of compressing, and the file size against the reference.
 With --old, the same for another build's program at its default ZIP.
 """
@@ -27,9 +28,14 @@ from whole_process import write_plate  # noqa: E402
 
 
 def timed(cmd):
+    """Wall and CPU seconds (user + system) of cmd alone: the CPU time holds
+    when other work loads the machine, the wall time does not."""
     start = time.monotonic()
-    subprocess.run(cmd, check=True, stdout=subprocess.DEVNULL)
-    return time.monotonic() - start
+    child = subprocess.Popen(cmd, stdout=subprocess.DEVNULL)
+    _, status, usage = os.wait4(child.pid, 0)
+    if status != 0:
+        raise RuntimeError(f"{' '.join(cmd)} failed")
+    return time.monotonic() - start, usage.ru_utime + usage.ru_stime
 
 
 def main():
@@ -48,6 +54,11 @@ def main():
         subprocess.run(["oiiotool", os.path.join(work, "sample-src.exr"), "--compression", "none", "-o",
                         plates["sample 640x360 half"]], check=True)
         write_plate(plates["grain 1920x1080 float"], 1920, 1080, "none")
+        # What a render writes: the grain blurred by a disk of 2.5 %.
+        plates["grain blurred 2.5 %"] = os.path.join(work, "blurred.exr")
+        subprocess.run([os.path.join(args.build, "app", "lumivane"), "--plugins", os.path.join(args.build, "plugins"),
+                        "render", "-q", plates["grain 1920x1080 float"], plates["grain blurred 2.5 %"], "--set",
+                        "BlurSizeX=2.5", "--compression", "none"], check=True)
         builds = {"": os.path.abspath(args.build)}
         if args.old:
             builds["old "] = os.path.abspath(args.old)
@@ -72,16 +83,17 @@ def main():
                     times[name].append(timed(cmd))
             print(f"\n{plate}: OpenEXR's own ZIP {os.path.getsize(ref) / 2**20:.2f} MiB, "
                   f"uncompressed {os.path.getsize(os.path.join(work, 'none.exr')) / 2**20:.2f} MiB\n")
-            print("| program | compression | cost over none, s | MiB | size / OpenEXR's ZIP |")
-            print("|---|---|---|---|---|")
+            print("| program | compression | wall over none, s | CPU over none, s | MiB | size / OpenEXR's ZIP |")
+            print("|---|---|---|---|---|---|")
             for name in commands:
                 if name.endswith("none"):
                     continue
                 prefix = "old " if name.startswith("old ") else ""
-                cost = statistics.median(times[name]) - statistics.median(times[prefix + "none"])
+                cost = [statistics.median(t[k] for t in times[name]) - statistics.median(t[k] for t in times[prefix + "none"])
+                        for k in (0, 1)]
                 size = os.path.getsize(os.path.join(work, name.replace(":", "") + ".exr"))
-                print(f"| {'old' if prefix else 'new'} | {name[len(prefix):]} | {cost:.3f} | {size / 2**20:.2f} | "
-                      f"{size / os.path.getsize(ref):.3f} |")
+                print(f"| {'old' if prefix else 'new'} | {name[len(prefix):]} | {cost[0]:.3f} | {cost[1]:.3f} | "
+                      f"{size / 2**20:.2f} | {size / os.path.getsize(ref):.3f} |")
         print(f"\nload average at the end {' '.join(f'{v:.2f}' for v in os.getloadavg())}")
     finally:
         shutil.rmtree(work, ignore_errors=True)
