@@ -13,6 +13,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
@@ -136,11 +138,45 @@ Chunks ChunksOf(exr_const_context_t file, const Image& image)
     return chunks;
 }
 
-std::vector<unsigned char>& Buffer(int which)
-{
-    thread_local std::vector<unsigned char> buffers[2];
-    return buffers[which];
-}
+// A ZIP coder and chunk buffers for one job at a time, kept for the jobs of
+// one file and let go with it.
+struct Workspace {
+    explicit Workspace(int level) : zip(level) {}
+    ZipCoder zip;
+    std::vector<unsigned char> packed, raw;
+};
+
+class Workspaces {
+public:
+    explicit Workspaces(int level) : m_level(level) {}
+    // Runs job(0) .. job(count - 1) on the host's pool, each with a workspace of its own.
+    void Run(int count, const std::function<void(int, Workspace&)>& job)
+    {
+        WorkerPool::Shared().Run(count, [&](int k) {
+            std::unique_ptr<Workspace> w = Take();
+            job(k, *w);
+            Give(std::move(w));
+        });
+    }
+
+private:
+    std::unique_ptr<Workspace> Take()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_free.empty()) return std::make_unique<Workspace>(m_level);
+        std::unique_ptr<Workspace> w = std::move(m_free.back());
+        m_free.pop_back();
+        return w;
+    }
+    void Give(std::unique_ptr<Workspace> w)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_free.push_back(std::move(w));
+    }
+    int m_level;
+    std::mutex m_mutex;
+    std::vector<std::unique_ptr<Workspace>> m_free;
+};
 
 }  // namespace
 
@@ -184,7 +220,7 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
     try {
         const Chunks chunks = ChunksOf(file, image);
         const Lines lines = LinesOf(file, image.Width, recordOf);
-        const auto decode = [&](int chunk) {
+        const auto decode = [&](int chunk, Workspace& work) {
             const int y = chunks.FirstY(chunk), rows = chunks.Rows(chunk);
             exr_chunk_info_t info;
             CheckExr(exr_read_scanline_chunk_info(file, 0, y, &info));
@@ -195,20 +231,20 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
             if (info.packed_size > size || (chunks.compression == EXR_COMPRESSION_NONE && info.packed_size != size))
                 throw std::runtime_error("the chunk of line " + std::to_string(y) + " has " +
                                          std::to_string(info.packed_size) + " bytes for lines of " + std::to_string(size));
-            std::vector<unsigned char>& packed = Buffer(0);
+            std::vector<unsigned char>& packed = work.packed;
             packed.resize(info.packed_size);
             CheckExr(exr_read_chunk(file, 0, &info, packed.data()));
             const unsigned char* raw = packed.data();
             if (info.packed_size < size) {
-                std::vector<unsigned char>& unpacked = Buffer(1);
+                std::vector<unsigned char>& unpacked = work.raw;
                 unpacked.resize(size);
-                UnpackZipChunk(packed.data(), packed.size(), unpacked.data(), size);
+                work.zip.Unpack(packed.data(), packed.size(), unpacked.data(), size);
                 raw = unpacked.data();
             }
             LinesToRecords(raw, rows, y - chunks.window.min.y, lines, image);
         };
-        WorkerPool::Shared().Run(chunks.Jobs(), [&](int job) {
-            for (int k = job * chunks.perJob; k < std::min(chunks.count, (job + 1) * chunks.perJob); ++k) decode(k);
+        Workspaces(kDefaultZipLevel).Run(chunks.Jobs(), [&](int job, Workspace& work) {
+            for (int k = job * chunks.perJob; k < std::min(chunks.count, (job + 1) * chunks.perJob); ++k) decode(k, work);
         });
     } catch (const std::runtime_error& e) {
         // OpenEXR's own words for a file whose pixels cannot be read.
@@ -253,19 +289,20 @@ void WriteChunks(exr_context_t file, const Image& image, const Lines& lines, con
     // A few jobs per thread at a time, then their chunks are written, top down.
     const int batch = 4 * static_cast<int>(WorkerPool::Shared().ThreadCount()) * chunks.perJob;
     std::vector<std::vector<unsigned char>> coded(static_cast<std::size_t>(std::min(batch, chunks.count)));
+    Workspaces workspaces(zipLevel);
     for (int first = 0; first < chunks.count; first += batch) {
         const int n = std::min(batch, chunks.count - first);
-        const auto code = [&](int k) {
+        const auto code = [&](int k, Workspace& work) {
             const int chunk = first + k;
             const std::size_t size = chunks.Rows(chunk) * lines.bytes;
             std::vector<unsigned char>& out = coded[k];
-            std::vector<unsigned char>& raw = zip ? Buffer(0) : out;
+            std::vector<unsigned char>& raw = zip ? work.raw : out;
             raw.resize(size);
             RecordsToLines(image, chunks.FirstY(chunk) - chunks.window.min.y, chunks.Rows(chunk), lines, raw.data());
-            if (zip && !PackZipChunk(raw.data(), size, zipLevel, out)) out.assign(raw.begin(), raw.end());
+            if (zip && !work.zip.Pack(raw.data(), size, out)) out.assign(raw.begin(), raw.end());
         };
-        WorkerPool::Shared().Run((n + chunks.perJob - 1) / chunks.perJob, [&](int job) {
-            for (int k = job * chunks.perJob; k < std::min(n, (job + 1) * chunks.perJob); ++k) code(k);
+        workspaces.Run((n + chunks.perJob - 1) / chunks.perJob, [&](int job, Workspace& work) {
+            for (int k = job * chunks.perJob; k < std::min(n, (job + 1) * chunks.perJob); ++k) code(k, work);
         });
         for (int k = 0; k < n; ++k)
             CheckExr(exr_write_scanline_chunk(file, 0, chunks.FirstY(first + k), coded[k].data(), coded[k].size()));

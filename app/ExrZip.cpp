@@ -2,53 +2,28 @@
 
 #include <libdeflate.h>
 
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
 
-namespace {
+ZipCoder::ZipCoder(int level) : m_level(level) {}
 
-struct FreeCompressor {
-    void operator()(libdeflate_compressor* c) const { libdeflate_free_compressor(c); }
-};
-struct FreeDecompressor {
-    void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
-};
-
-// A compressor per thread and level, a decompressor and the predictor's bytes
-// per thread: the chunks of a file are coded on the worker pool, many per thread.
-libdeflate_compressor* Compressor(int level)
+ZipCoder::~ZipCoder()
 {
-    thread_local std::unique_ptr<libdeflate_compressor, FreeCompressor> compressor;
-    thread_local int compressorLevel = 0;
-    if (!compressor || compressorLevel != level) {
-        compressor.reset(libdeflate_alloc_compressor(level));
-        if (!compressor) throw std::bad_alloc();
-        compressorLevel = level;
-    }
-    return compressor.get();
+    libdeflate_free_compressor(m_compressor);
+    libdeflate_free_decompressor(m_decompressor);
 }
 
-libdeflate_decompressor* Decompressor()
+unsigned char* ZipCoder::Scratch(std::size_t size)
 {
-    thread_local std::unique_ptr<libdeflate_decompressor, FreeDecompressor> decompressor(libdeflate_alloc_decompressor());
-    if (!decompressor) throw std::bad_alloc();
-    return decompressor.get();
+    if (m_scratch.size() < size) m_scratch.resize(size);
+    return m_scratch.data();
 }
 
-unsigned char* Scratch(std::size_t size)
+bool ZipCoder::Pack(const unsigned char* raw, std::size_t size, std::vector<unsigned char>& packed)
 {
-    thread_local std::vector<unsigned char> scratch;
-    if (scratch.size() < size) scratch.resize(size);
-    return scratch.data();
-}
-
-}  // namespace
-
-bool PackZipChunk(const unsigned char* raw, std::size_t size, int level, std::vector<unsigned char>& packed)
-{
-    if (size == 0) return false;
+    if (size < 2) return false;
+    if (!m_compressor && !(m_compressor = libdeflate_alloc_compressor(m_level))) throw std::bad_alloc();
     unsigned char* split = Scratch(2 * size);
     unsigned char* coded = split + size;
     const std::size_t half = (size + 1) / 2;
@@ -62,16 +37,17 @@ bool PackZipChunk(const unsigned char* raw, std::size_t size, int level, std::ve
     // Room for one byte less than the raw chunk: a stream that does not fit is
     // not smaller, and the raw bytes are stored instead.
     packed.resize(size - 1);
-    const std::size_t n = size > 1 ? libdeflate_zlib_compress(Compressor(level), coded, size, packed.data(), size - 1) : 0;
+    const std::size_t n = libdeflate_zlib_compress(m_compressor, coded, size, packed.data(), size - 1);
     packed.resize(n);
     return n > 0;
 }
 
-void UnpackZipChunk(const unsigned char* packed, std::size_t packedSize, unsigned char* raw, std::size_t size)
+void ZipCoder::Unpack(const unsigned char* packed, std::size_t packedSize, unsigned char* raw, std::size_t size)
 {
+    if (!m_decompressor && !(m_decompressor = libdeflate_alloc_decompressor())) throw std::bad_alloc();
     unsigned char* coded = Scratch(size);
     std::size_t got = 0;
-    const libdeflate_result result = libdeflate_zlib_decompress(Decompressor(), packed, packedSize, coded, size, &got);
+    const libdeflate_result result = libdeflate_zlib_decompress(m_decompressor, packed, packedSize, coded, size, &got);
     const std::string lines = std::to_string(size) + " bytes its lines hold";
     if (result == LIBDEFLATE_INSUFFICIENT_SPACE) throw std::runtime_error("a ZIP chunk decompresses to more than the " + lines);
     if (result != LIBDEFLATE_SUCCESS) throw std::runtime_error("a ZIP chunk is not a valid zlib stream");
