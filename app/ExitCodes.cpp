@@ -19,6 +19,7 @@ const char* KindName(Exit kind)
     case Exit::Usage: return "usage error";
     case Exit::File: return "file error";
     case Exit::Render: return "render failure";
+    case Exit::HungUp: return "hung up";
     case Exit::Interrupted: return "interrupted";
     }
     return "unknown";

@@ -11,6 +11,7 @@ enum class Exit : int {
     Usage = 2,          // the command line or a control value is wrong
     File = 3,           // a file could not be read or written, or a flow or plug-in is bad
     Render = 4,         // the tool rendered no image for a frame
+    HungUp = 129,       // SIGHUP: the terminal or session closed
     Interrupted = 130,  // SIGINT or SIGTERM
 };
 

@@ -3,14 +3,11 @@
 #include "app/ExrHeader.h"
 #include "app/ExrZip.h"
 #include "host/WorkerPool.h"
+#include "util/CheckedFile.h"
 
 #include <half.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -256,30 +253,12 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
 
 namespace {
 
-// The output file, written with the system's words for a failed write.
-struct Output {
-    int fd = -1;
-    std::string error;
-    ~Output()
-    {
-        if (fd >= 0) ::close(fd);
-    }
-};
-
-int64_t WriteFile(exr_const_context_t, void* output, const void* buffer, uint64_t size, uint64_t offset,
-                  exr_stream_error_func_ptr_t)
+// Every write goes through a CheckedFile, which keeps the first failure (a full
+// disk, a file-size limit) for the end.
+int64_t WriteChecked(exr_const_context_t, void* file, const void* buffer, uint64_t size, uint64_t offset,
+                     exr_stream_error_func_ptr_t)
 {
-    Output& out = *static_cast<Output*>(output);
-    const char* p = static_cast<const char*>(buffer);
-    for (uint64_t done = 0; done < size;) {
-        const ssize_t n = ::pwrite(out.fd, p + done, size - done, static_cast<off_t>(offset + done));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            out.error = std::strerror(n < 0 ? errno : ENOSPC);
-            return -1;
-        }
-        done += static_cast<uint64_t>(n);
-    }
+    static_cast<CheckedFile*>(file)->WriteAt(buffer, size, offset);
     return static_cast<int64_t>(size);
 }
 
@@ -321,15 +300,13 @@ bool WritesChunks(const Imf::Header& header)
 std::string WriteExrChunks(const std::string& temp, const Imf::Header& header, const Image& image,
                            const RecordOfChannel& recordOf, int zipLevel)
 {
-    Output output;
+    CheckedFile output(temp);
     try {
         std::string bytes;
         const ExrContext described = CoreHeaderOf(header, temp, bytes);
-        output.fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-        if (output.fd < 0) return std::strerror(errno);
         exr_context_initializer_t init = ExrInitializer();
         init.user_data = &output;
-        init.write_fn = WriteFile;
+        init.write_fn = WriteChecked;
         exr_context_t c = nullptr;
         const exr_result_t started = exr_start_write(&c, temp.c_str(), EXR_WRITE_FILE_DIRECTLY, &init);
         ExrContext file(c);
@@ -343,10 +320,9 @@ std::string WriteExrChunks(const std::string& temp, const Imf::Header& header, c
         // The offset table goes in last.
         exr_context_t done = file.release();
         CheckExr(exr_finish(&done));
-        if (::close(output.fd) != 0) return std::strerror(errno);
-        output.fd = -1;
     } catch (const std::runtime_error& e) {
-        return output.error.empty() ? e.what() : output.error;
+        const std::string failed = output.Close();
+        return failed.empty() ? e.what() : failed;
     }
-    return output.error;
+    return output.Close();
 }

@@ -1,14 +1,17 @@
 #include "app/ExrFiles.h"
 
+#include "app/DeclaredPixels.h"
 #include "app/ExitCodes.h"
 #include "app/ExrChunks.h"
 #include "app/ExrZip.h"
 #include "app/ReadMemory.h"
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
+#include <ImfIO.h>
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
@@ -124,6 +127,18 @@ Imf::FrameBuffer SlicesOf(const Image& image, const Imf::ChannelList& channels, 
     return slices;
 }
 
+// OpenEXR's output through a CheckedFile.
+class ExrStream : public Imf::OStream {
+public:
+    ExrStream(CheckedFile& file, const std::string& path) : Imf::OStream(path.c_str()), m_file(file) {}
+    void write(const char c[], int n) override { m_file.Write(c, static_cast<std::size_t>(n)); }
+    uint64_t tellp() override { return m_file.Tell(); }
+    void seekp(uint64_t pos) override { m_file.Seek(pos); }
+
+private:
+    CheckedFile& m_file;
+};
+
 // Writes the image in bands of rows. OpenEXR writes each channel from a buffer
 // of the channel's own type: float channels come straight from the image's
 // records; half channels are rounded (to nearest even, as OpenEXR and
@@ -166,18 +181,19 @@ void WriteBands(Imf::OutputFile& out, const Image& image, const Imf::ChannelList
     }
 }
 
+const std::map<std::string, Imf::Compression> kCompressions = {
+    {"none", Imf::NO_COMPRESSION}, {"rle", Imf::RLE_COMPRESSION},   {"zips", Imf::ZIPS_COMPRESSION},
+    {"zip", Imf::ZIP_COMPRESSION}, {"piz", Imf::PIZ_COMPRESSION},   {"pxr24", Imf::PXR24_COMPRESSION},
+    {"b44", Imf::B44_COMPRESSION}, {"b44a", Imf::B44A_COMPRESSION}, {"dwaa", Imf::DWAA_COMPRESSION},
+    {"dwab", Imf::DWAB_COMPRESSION}};
+
 // Sets the compression `text` names in `header`; a zlib level it names goes to
 // `zipLevel`. False for a name that is not a compression.
 bool Compression(const std::string& text, Imf::Header& header, std::optional<int>& zipLevel)
 {
-    static const std::map<std::string, Imf::Compression> kNames = {
-        {"none", Imf::NO_COMPRESSION}, {"rle", Imf::RLE_COMPRESSION},     {"zips", Imf::ZIPS_COMPRESSION},
-        {"zip", Imf::ZIP_COMPRESSION}, {"piz", Imf::PIZ_COMPRESSION},     {"pxr24", Imf::PXR24_COMPRESSION},
-        {"b44", Imf::B44_COMPRESSION}, {"b44a", Imf::B44A_COMPRESSION},   {"dwaa", Imf::DWAA_COMPRESSION},
-        {"dwab", Imf::DWAB_COMPRESSION}};
     const auto colon = text.find(':');
-    const auto it = kNames.find(text.substr(0, colon));
-    if (it == kNames.end()) return false;
+    const auto it = kCompressions.find(text.substr(0, colon));
+    if (it == kCompressions.end()) return false;
     header.compression() = it->second;
     if (colon != std::string::npos) {
         const double level = std::strtod(text.c_str() + colon + 1, nullptr);
@@ -189,12 +205,46 @@ bool Compression(const std::string& text, Imf::Header& header, std::optional<int
     return true;
 }
 
+// Throws a file ProgramError when the file is too short for the pixels its
+// header declares (DeclaredPixels.h), before they are allocated.
+void CheckExrLength(const std::string& path, const Imf::Header& header, const FileLayout& layout)
+{
+    std::string compression = "unknown";
+    for (const auto& [name, value] : kCompressions)
+        if (value == header.compression()) compression = name;
+    int channels = 0, bytes = 0;
+    for (auto c = header.channels().begin(); c != header.channels().end(); ++c, ++channels)
+        bytes += c.channel().type == Imf::HALF ? 2 : 4;
+    const DeclaredPixels pixels{static_cast<std::uint64_t>(layout.width), static_cast<std::uint64_t>(layout.height),
+                                static_cast<std::uint64_t>(channels), 8.0 * bytes / std::max(channels, 1)};
+    CheckFileHolds(path, LeastExrBytes(pixels, compression, 0, 0), ExrNeeds(pixels, compression));
+}
+
+FileHeader HeaderOf(const Imf::Header& header, const std::string& path)
+{
+    FileHeader file;
+    file.layout = LayoutOf(header, path);
+    for (auto c = header.channels().begin(); c != header.channels().end(); ++c) ++file.channels;
+    if (header.channels().findChannel("Z")) file.extras = {"Z"};
+    file.depth = DepthOf(header.channels());
+    const double aspect = header.pixelAspectRatio();
+    file.pixelAspect = aspect > 0.0 && std::isfinite(aspect) ? aspect : 1.0;
+    CheckExrLength(path, header, file.layout);
+    return file;
+}
+
+// Whether `path` is a file taken here.
+bool Taken(const std::string& path)
+{
+    bool tiled = false, deep = false, multiPart = false;
+    return Imf::isOpenExrFile(path.c_str(), tiled, deep, multiPart) && !tiled && !deep && !multiPart;
+}
+
 }  // namespace
 
 std::optional<ImageFile> ReadExrFile(const std::string& path)
 {
-    bool tiled = false, deep = false, multiPart = false;
-    if (!Imf::isOpenExrFile(path.c_str(), tiled, deep, multiPart) || tiled || deep || multiPart) return std::nullopt;
+    if (!Taken(path)) return std::nullopt;
     try {
         // Uncompressed and ZIP lines come through the core library straight into
         // the records (ExrChunks.h); the other codecs through OpenEXR's own decoders.
@@ -203,19 +253,15 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
         if (!chunks) in = std::make_unique<Imf::InputFile>(path.c_str(), Threads());
         const Imf::Header header = chunks ? chunks->Header() : in->header();
         if (!TakenChannels(header.channels())) return std::nullopt;
+        const FileHeader read = HeaderOf(header, path);
         ImageFile file;
-        file.layout = LayoutOf(header, path);
+        file.layout = read.layout;
         const FileLayout& layout = file.layout;
-        const bool z = header.channels().findChannel("Z") != nullptr;
-        int channels = 0;
-        for (auto c = header.channels().begin(); c != header.channels().end(); ++c) ++channels;
         // The host image alone: the pixels are decoded straight into it.
-        CheckReadMemory(path, layout.width, layout.height, channels, z ? 5.0 : 4.0);
-        file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(header.channels()),
-                                          z ? std::vector<std::string>{"Z"} : std::vector<std::string>{}));
+        CheckReadMemory(path, layout.width, layout.height, read.channels, 4.0 + read.extras.size());
+        file.image = Ref<Image>(new Image(layout.width, layout.height, read.depth, read.extras));
         Image& image = *file.image;
-        image.XScale = header.pixelAspectRatio();
-        if (!(image.XScale > 0.0) || !std::isfinite(image.XScale)) image.XScale = 1.0;
+        image.XScale = read.pixelAspect;
         image.YScale = 1.0;
 
         if (chunks) {
@@ -243,16 +289,17 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
     }
 }
 
-std::optional<std::pair<FileLayout, int>> PeekExrFile(const std::string& path)
+std::optional<FileHeader> ReadExrHeader(const std::string& path)
 {
-    if (!Imf::isOpenExrFile(path.c_str())) return std::nullopt;
+    if (!Taken(path)) return std::nullopt;
     try {
         Imf::InputFile in(path.c_str(), 1);
-        int channels = 0;
-        for (auto c = in.header().channels().begin(); c != in.header().channels().end(); ++c) ++channels;
-        return std::make_pair(LayoutOf(in.header(), path), channels);
-    } catch (const std::exception&) {
-        return std::nullopt;
+        if (!TakenChannels(in.header().channels())) return std::nullopt;
+        return HeaderOf(in.header(), path);
+    } catch (const ProgramError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw FileError("cannot read " + path + ": " + e.what());
     }
 }
 
@@ -303,11 +350,15 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
         return WriteExrChunks(temp, header, image, [&image](const char* name) { return RecordOf(image, name); },
                               zipLevel.value_or(kDefaultZipLevel));
     if (zipLevel) header.zipCompressionLevel() = *zipLevel;
+    CheckedFile file(temp);
     try {
-        Imf::OutputFile out(temp.c_str(), header, Threads());
+        ExrStream stream(file, temp);
+        // The line offsets are written when `out` goes, where OpenEXR drops any
+        // failure: `file` keeps it.
+        Imf::OutputFile out(stream, header, Threads());
         WriteBands(out, image, channels, origin);
     } catch (const std::exception& e) {
         return e.what();
     }
-    return {};
+    return file.Close();
 }

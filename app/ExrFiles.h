@@ -19,9 +19,9 @@
 // naming the file, with OpenEXR's reason, when it is one but cannot be read.
 std::optional<ImageFile> ReadExrFile(const std::string& path);
 
-// The windows and channel count of any OpenEXR file's first part; nullopt for
-// other files.
-std::optional<std::pair<FileLayout, int>> PeekExrFile(const std::string& path);
+// The header of a file taken here; nullopt for other files. Throws as
+// ReadExrFile does, and for a file too short for the pixels it declares.
+std::optional<FileHeader> ReadExrHeader(const std::string& path);
 
 // Whether an OpenEXR output like `like` at `depth` (an ImageDepth) is written here.
 bool WritesExr(const FileLayout& like, int depth);

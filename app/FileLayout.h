@@ -5,6 +5,7 @@
 // carries over.
 #include <memory>
 #include <string>
+#include <vector>
 
 // A reader's own record of a file's header. Each reader (ExrFiles.h, the
 // OpenImageIO module) derives its own; the writers look for theirs.
@@ -20,4 +21,14 @@ struct FileLayout {
     std::string colourSpace;  // what the file says its colour is; empty: it says nothing
     std::string path;         // the file it was read from; empty for a layout made up here
     std::shared_ptr<const FileMetadata> metadata;  // null for a layout made up here
+};
+
+// What a file's header says of the host image reading it would make, before
+// any pixel is read: enough for a host to plan the frame.
+struct FileHeader {
+    FileLayout layout;
+    int channels = 0;                 // in the file
+    std::vector<std::string> extras;  // the host image's extra channels, in order
+    int depth = 0;                    // the host image's ImageDepth
+    double pixelAspect = 1.0;         // the host image's XScale (its YScale is 1)
 };

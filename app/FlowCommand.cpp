@@ -1,5 +1,6 @@
 #include "app/FlowCommand.h"
 
+#include "app/SequencePlan.h"
 #include "app/Settings.h"
 
 #include <CLI/CLI.hpp>
@@ -16,7 +17,7 @@ CLI::App* AddFlowCommand(CLI::App& app, RenderOptions& options)
     save->add_option("INPUT", options.input, "Input image or frame pattern");
     save->add_option("OUTPUT", options.output, "Output image or frame pattern");
     save->add_option("--kernel", options.kernel, "Kernel image (a still or a frame pattern)")->type_name("KERNEL");
-    save->add_option("--frames", options.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9")->type_name("LIST");
+    AddFramesOption(*save, options.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9");
     save->add_option("--depth", options.depth, "Output data depth")->check(CLI::IsMember({"8", "16", "half", "float"}));
     save->add_option("--compression", options.compression, "OpenEXR output compression")->type_name("NAME[:LEVEL]");
     save->add_option("--flow", options.flow, "Start from this flow")->type_name("FILE");

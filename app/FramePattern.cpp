@@ -10,8 +10,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kMaxPadding = 12;
-// Far more than any shot; it keeps a mistyped list from filling the memory.
-constexpr std::size_t kMaxFrames = 1000000;
 
 [[noreturn]] void TwoFields(const std::string& text)
 {
@@ -145,7 +143,7 @@ FrameList FrameList::Parse(const std::string& text)
         if (x != std::string::npos && (dash == std::string::npos || !ParseFrame(step, by) || by < 1))
             throw bad("\"" + item + "\": a step follows a range and is a whole number from 1");
         if (a > b) throw bad("in \"" + item + "\" the first frame is after the last");
-        if ((static_cast<long long>(b) - a) / by + 1 + list.m_frames.size() > kMaxFrames)
+        if ((static_cast<long long>(b) - a) / by + 1 + list.m_frames.size() > static_cast<std::size_t>(kMaxFrames))
             throw bad("more than " + std::to_string(kMaxFrames) + " frames");
         for (long long f = a; f <= b; f += by) list.m_frames.push_back(static_cast<int>(f));
     } while (begin <= text.size());
@@ -161,10 +159,10 @@ FrameList FrameList::Of(std::vector<int> frames)
 
 std::vector<int> FramesOnDisk(const FramePattern& pattern)
 {
-    const fs::path folder = fs::path(pattern.At(0)).parent_path();
-    if (folder != fs::path(pattern.At(1)).parent_path())
+    if (pattern.FieldInFolderName())
         throw std::invalid_argument("\"" + pattern.Text() +
                                     "\" has its frame field in a folder name, so its frames cannot be looked up");
+    const fs::path folder = fs::path(pattern.At(0)).parent_path();
     // The folder as the pattern writes it, so a name read back is one At() makes.
     const std::string leading = pattern.At(0).substr(0, pattern.At(0).size() - fs::path(pattern.At(0)).filename().string().size());
     std::vector<int> frames;

@@ -15,6 +15,9 @@ public:
 
     const std::string& Text() const { return m_text; }
     bool HasFrameField() const { return m_hasField; }
+    // Whether the frame field is in a folder name ("shot.####/plate.exr"): each
+    // frame's file is then in a folder of its own.
+    bool FieldInFolderName() const { return m_hasField && m_suffix.find('/') != std::string::npos; }
     // The file name of `frame` (the text itself, "%%" undone, without a field).
     // Negative frames keep their sign before the padding ("-005" for -5 in
     // "####"), as printf pads them.
@@ -37,6 +40,10 @@ private:
 //   "1,3,7-9"     any of the above, separated by commas
 // Frames may be negative ("-5--1", "-3-2"); the dash after a number is the
 // range's, so "-3-2" runs from -3 to 2.
+// The most frames a list holds: far more than any shot; it keeps a mistyped
+// list from filling the memory.
+constexpr int kMaxFrames = 1000000;
+
 class FrameList {
 public:
     FrameList() = default;

@@ -59,9 +59,9 @@ public:
     // The writer's name for the format `path` names ("openexr", "png"), or
     // empty when no writer takes it.
     virtual std::string FormatOf(const std::string& path) const = 0;
-    // The file's windows and channel count from its header alone; nullopt
-    // when it cannot be opened.
-    virtual std::optional<std::pair<FileLayout, int>> Peek(const std::string& path) const = 0;
+    // The file's header alone. Throws what Read throws for a file it cannot
+    // open or that is too short for the pixels it declares.
+    virtual FileHeader Header(const std::string& path) const = 0;
     // 8-bit RGB rows as a PNG (zlib `level`) or a JPEG (4:4:4 at `quality`).
     virtual std::string Encode(const unsigned char* rgb, int width, int height, bool png, int level,
                                int quality) const = 0;

@@ -5,6 +5,7 @@
 #include "app/Interrupt.h"
 #include "app/PfmFile.h"
 #include "util/AtomicFile.h"
+#include "util/FileIdentity.h"
 
 #include <algorithm>
 #include <cctype>
@@ -29,19 +30,46 @@ std::string LowerExtension(const std::string& path)
 
 }  // namespace
 
-ImageFile ReadImageFile(const std::string& path)
+namespace {
+
+void CheckIsFile(const std::string& path)
 {
     std::error_code ec;
     if (!fs::exists(path, ec)) throw FileError("cannot read " + path + ": no such file");
-    if (fs::is_directory(path, ec)) throw FileError("cannot read " + path + ": it is a folder, not an image file");
+    // Checked before opening: a FIFO or a device would be read for ever.
+    if (const std::string why = NotRegularFile(path); !why.empty()) throw FileError("cannot read " + path + ": " + why);
+}
+
+}  // namespace
+
+ImageFile ReadImageFile(const std::string& path)
+{
+    CheckIsFile(path);
     if (std::optional<ImageFile> file = ReadExrFile(path)) return std::move(*file);
     return Codec().Read(path);
 }
 
+FileHeader ReadImageHeader(const std::string& path)
+{
+    CheckIsFile(path);
+    if (std::optional<FileHeader> header = ReadExrHeader(path)) return std::move(*header);
+    return Codec().Header(path);
+}
+
 std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path)
 {
-    if (auto layout = PeekExrFile(path)) return layout;
-    return Codec().Peek(path);
+    try {
+        const FileHeader header = ReadImageHeader(path);
+        return std::make_pair(header.layout, header.channels);
+    } catch (const ProgramError&) {
+        return std::nullopt;
+    }
+}
+
+void CheckImageHeader(const std::string& path)
+{
+    CheckIsFile(path);
+    if (!PeekImageFile(path)) throw FileError("cannot read " + path + ": not an image file (its header cannot be read)");
 }
 
 bool HoldsFloat(const std::string& path, int depth)
@@ -71,15 +99,7 @@ std::vector<std::string> WriteImageFile(const std::string& path, const Image& im
 
 void CheckOutputFolder(const std::string& path)
 {
-    const fs::path target(path);
-    const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-    std::error_code ec;
-    if (!fs::is_directory(folder, ec))
-        throw FileError("cannot write " + path + ": folder " + folder.string() + " does not exist");
-    if (::access(folder.c_str(), W_OK) != 0)
-        throw FileError("cannot write " + path + ": folder " + folder.string() + " is not writable (" +
-                        std::strerror(errno) + ")");
-    if (const std::string why = AtomicFile::CannotReplace(path); !why.empty())
+    if (const std::string why = AtomicFile::CannotWrite(path); !why.empty())
         throw FileError("cannot write " + path + ": " + why);
 }
 

@@ -31,9 +31,18 @@
 // the reader's own reason.
 ImageFile ReadImageFile(const std::string& path);
 
+// What the file's header says, before any pixel is read. Throws what
+// ReadImageFile throws for a file it cannot open, or one too short for the
+// pixels its header declares (DeclaredPixels.h).
+FileHeader ReadImageHeader(const std::string& path);
+
 // The file's windows and channel count from its header alone; nullopt when it
 // cannot be opened.
 std::optional<std::pair<FileLayout, int>> PeekImageFile(const std::string& path);
+
+// Throws the file ProgramError ReadImageFile would when `path` is not there,
+// is a folder, or has no header that can be read; reads no pixels.
+void CheckImageHeader(const std::string& path);
 
 // Writes `image` laid out like `like` (a default layout: R, G, B, A and the
 // extra channels at the image's depth), with its metadata, to a temporary file

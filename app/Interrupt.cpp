@@ -14,6 +14,8 @@
 namespace {
 
 std::atomic<int> g_signals{0};
+std::atomic<int> g_firstSignal{0};
+std::atomic<int> g_waiting{0};  // InterruptsWait alive
 // The temporary file being written, for the handler. A plain buffer, because
 // the handler may only call async-signal-safe functions.
 char g_pending[PATH_MAX + 1] = {};
@@ -21,15 +23,21 @@ std::atomic<bool> g_hasPending{false};
 
 void Write(const char* text) { [[maybe_unused]] ssize_t n = ::write(STDERR_FILENO, text, std::strlen(text)); }
 
-extern "C" void OnSignal(int)
+Exit KindOfSignal(int signal) { return signal == SIGHUP ? Exit::HungUp : Exit::Interrupted; }
+
+extern "C" void OnSignal(int signal)
 {
-    if (g_signals.fetch_add(1) == 0) {
+    const int saved = errno;
+    int none = 0;
+    g_firstSignal.compare_exchange_strong(none, signal);
+    if (g_signals.fetch_add(1) == 0 && g_waiting.load() > 0) {
         Write("\nlumivane: interrupted; stopping after cleaning up (press Ctrl-C again to stop at once)\n");
+        errno = saved;
         return;
     }
     if (g_hasPending.load()) ::unlink(g_pending);
     Write("\nlumivane: stopped\n");
-    ::_exit(static_cast<int>(Exit::Interrupted));
+    ::_exit(static_cast<int>(KindOfSignal(g_firstSignal.load())));
 }
 
 }  // namespace
@@ -39,19 +47,35 @@ void InstallInterruptHandlers()
     struct sigaction sa {};
     sa.sa_handler = OnSignal;
     sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &sa, nullptr);
     // Past a file-size limit a write then fails with an error that is reported
     // and cleaned up like any other, instead of the signal killing the program
-    // with a temporary file left behind.
+    // with a temporary file left behind; and a reader of the output that went
+    // away leaves the render running.
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 bool InterruptRequested() { return g_signals.load() > 0; }
 
+Exit InterruptKind() { return KindOfSignal(g_firstSignal.load()); }
+
 void RequestInterrupt() { g_signals.fetch_add(1); }
 
-PendingFile::PendingFile(std::string finalPath) : m_file(std::move(finalPath))
+InterruptsWait::InterruptsWait() { g_waiting.fetch_add(1); }
+
+InterruptsWait::~InterruptsWait() { g_waiting.fetch_sub(1); }
+
+AtomicFile PendingFile::Open(const std::string& finalPath)
+{
+    try {
+        return AtomicFile(finalPath);
+    } catch (const AtomicFile::Refused& e) {
+        throw FileError("cannot write " + finalPath + ": " + e.what());
+    }
+}
+
+PendingFile::PendingFile(std::string finalPath) : m_file(Open(finalPath))
 {
     const std::string& temp = m_file.TempPath();
     if (temp.size() <= PATH_MAX) {
@@ -76,7 +100,7 @@ ProgramError PendingFile::Failure(std::string why) const
     const std::string& temp = TempPath();
     for (std::size_t at = why.find(temp); at != std::string::npos; at = why.find(temp, at + FinalPath().size()))
         why.replace(at, temp.size(), FinalPath());
-    const std::string full = m_file.DiskFull();
+    const std::string full = m_file.OutOfRoom();
     if (!full.empty() && why.find(full) == std::string::npos) why += " (" + full + ")";
     return FileError("cannot write " + FinalPath() + ": " + why);
 }

@@ -82,7 +82,11 @@ Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& conso
     Input* source = tool.FindInput(kSourceInput);
     if (!source) throw FileError(std::string("the tool has no \"") + kSourceInput + "\" input");
     source->SetSource(point.get(), frame);
-    Ref<Parameter> result = doc.Render(&tool, frame);
+    Ref<Parameter> result;
+    {
+        const InterruptsWait looked;  // right below
+        result = doc.Render(&tool, frame);
+    }
     source->SetSource(nullptr, frame);
     if (InterruptRequested()) return {};
     const auto* response = dynamic_cast<const Image*>(result.get());
@@ -107,7 +111,7 @@ int RunKernel(const KernelOptions& opt)
     ApplySettings(*tool, opt.settings, opt.frame);
 
     const Ref<Image> drawing = DrawKernels(host.Doc(), *tool, console, opt.width, opt.height, opt.frame);
-    if (!drawing || InterruptRequested()) return ExitStatus(Exit::Interrupted);  // nothing written
+    if (!drawing || InterruptRequested()) return ExitStatus(InterruptKind());  // nothing written
     WriteImageFile(opt.output, *drawing, {}, depth);
     std::printf("wrote %s: %dx%d, the kernels of a %dx%d frame at time %d\n", opt.output.c_str(), drawing->Width,
                 drawing->Height, opt.width, opt.height, opt.frame);

@@ -9,6 +9,7 @@
 #include "app/ReadMemory.h"
 #include "app/WholeRead.h"
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 #include "util/Text.h"
 
 #include <OpenImageIO/color.h>
@@ -23,6 +24,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include <unistd.h>
@@ -202,6 +204,44 @@ void Unpremultiply(std::vector<float>& pixels, const ImageSpec& layout)
 }
 
 
+// A writer's file through a CheckedFile: the writer never sees a write fail
+// (libjpeg would end the process over one), and the file is checked once closed.
+class CheckedOutput : public OIIO::Filesystem::IOProxy {
+public:
+    CheckedOutput(CheckedFile& file, const std::string& path) : IOProxy(path, Write), m_file(file) {}
+    const char* proxytype() const override { return "checked"; }
+    int64_t tell() override { return static_cast<int64_t>(m_file.Tell()); }
+    bool seek(int64_t offset) override
+    {
+        m_file.Seek(static_cast<std::uint64_t>(offset));
+        return offset >= 0;
+    }
+    size_t write(const void* data, size_t size) override
+    {
+        m_file.Write(data, size);
+        return size;
+    }
+    size_t pwrite(const void* data, size_t size, int64_t offset) override
+    {
+        m_file.WriteAt(data, size, static_cast<std::uint64_t>(offset));
+        return size;
+    }
+    size_t read(void* data, size_t size) override
+    {
+        const size_t n = m_file.ReadAt(data, size, m_file.Tell());
+        m_file.Seek(m_file.Tell() + n);
+        return n;
+    }
+    size_t pread(void* data, size_t size, int64_t offset) override
+    {
+        return m_file.ReadAt(data, size, static_cast<std::uint64_t>(offset));
+    }
+    size_t size() const override { return static_cast<size_t>(m_file.Size()); }
+
+private:
+    CheckedFile& m_file;
+};
+
 // The whole description OpenImageIO read, kept for writing like the file.
 struct OiioMetadata : FileMetadata {
     explicit OiioMetadata(ImageSpec s) : layout(std::move(s)) {}
@@ -264,7 +304,16 @@ ImageSpec SpecOf(const FileLayout& like, const Image& image)
     return layout;
 }
 
-ImageFile ReadFile(const std::string& path)
+// A sane pixel aspect from the file's; 1 when it has none.
+double AspectOf(const ImageSpec& layout)
+{
+    const double aspect = layout.get_float_attribute(kAspectAttribute, 1.0f);
+    return aspect > 0.0 && std::isfinite(aspect) ? aspect : 1.0;
+}
+
+// The file opened for reading, once it is known to hold an image this program
+// renders and to be long enough for the pixels it declares.
+std::unique_ptr<OIIO::ImageInput> OpenForReading(const std::string& path)
 {
     // Formats that store colour unassociated from alpha (PNG, some TIFFs) are
     // read as stored and premultiplied here in float: OpenImageIO's own
@@ -273,13 +322,34 @@ ImageFile ReadFile(const std::string& path)
     config.attribute(kUnassociatedAttribute, 1);
     auto in = OIIO::ImageInput::open(path, &config);
     if (!in) throw FileError("cannot read " + path + ": " + OIIO::geterror());
+    const ImageSpec& layout = in->spec();
+    if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
+    if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
+    CheckFileLength(path, *in);
+    return in;
+}
+
+FileHeader ReadHeader(const std::string& path)
+{
+    const auto in = OpenForReading(path);
+    const ImageSpec& layout = in->spec();
+    FileHeader header;
+    header.layout = LayoutOf(layout, path);
+    header.channels = layout.nchannels;
+    header.extras = RolesOf(layout).extras;
+    header.depth = DepthOf(layout.format);
+    header.pixelAspect = AspectOf(layout);
+    return header;
+}
+
+ImageFile ReadFile(const std::string& path)
+{
+    auto in = OpenForReading(path);
     ImageSpec layout = in->spec();
     // Debian 12's PNM reader calls every file Rec709, float maps too, which
     // hold linear light by convention.
     if (std::string(in->format_name()) == "pnm" && layout.format.is_floating_point())
         layout.erase_attribute(kColourSpaceAttribute);
-    if (layout.deep) throw FileError("cannot read " + path + ": it holds deep data, which this program does not render");
-    if (layout.depth > 1) throw FileError("cannot read " + path + ": it is a volume, which this program does not render");
 
     const ChannelRoles roles = RolesOf(layout);
     const int n = layout.nchannels;
@@ -292,8 +362,7 @@ ImageFile ReadFile(const std::string& path)
     ImageFile file;
     file.image = Ref<Image>(new Image(layout.width, layout.height, DepthOf(layout.format), roles.extras));
     Image& img = *file.image;
-    img.XScale = layout.get_float_attribute(kAspectAttribute, 1.0f);
-    if (!(img.XScale > 0.0) || !std::isfinite(img.XScale)) img.XScale = 1.0;
+    img.XScale = AspectOf(layout);
     img.YScale = 1.0;
 
     const bool premultiply = layout.get_int_attribute(kUnassociatedAttribute, 0) != 0;
@@ -379,6 +448,18 @@ ImageCodec::Written WriteFile(const std::string& path, const std::string& temp, 
                                       " data, written as float");
         return result;
     }
+    // Nearly every writer takes its file through a proxy. The others write it
+    // themselves: TIFF, whose writer cannot read its own directories back
+    // through a proxy (it loses them when it adds an EXIF one), but sees a
+    // failed write; and the few that take none. AtomicFile's checks at the
+    // rename are what is left for them.
+    std::optional<CheckedFile> file;
+    std::optional<CheckedOutput> proxy;
+    if (out->supports("ioproxy") && formatName != "tiff") {
+        file.emplace(temp);
+        proxy.emplace(*file, temp);
+        out->set_ioproxy(&*proxy);
+    }
     if (!out->open(temp, layout)) {
         result.failure = out->geterror();
         return result;
@@ -388,6 +469,7 @@ ImageCodec::Written WriteFile(const std::string& path, const std::string& temp, 
         result.warnings.push_back(path + ": " + formatName + " cannot hold --depth " + DepthName(*depth) +
                                   " data, written as " + written.c_str());
     if (!out->write_image(TypeDesc::FLOAT, pixels.data()) || !out->close()) result.failure = out->geterror();
+    else if (file) result.failure = file->Close();
     return result;
 }
 
@@ -442,15 +524,7 @@ public:
         const std::unique_ptr<OIIO::ImageOutput> out = OIIO::ImageOutput::create(path);
         return out ? out->format_name() : "";
     }
-    std::optional<std::pair<FileLayout, int>> Peek(const std::string& path) const override
-    {
-        auto in = OIIO::ImageInput::open(path);
-        if (!in) {
-            OIIO::geterror();
-            return std::nullopt;
-        }
-        return std::make_pair(LayoutOf(in->spec(), path), in->spec().nchannels);
-    }
+    FileHeader Header(const std::string& path) const override { return ReadHeader(path); }
     std::string Encode(const unsigned char* rgb, int width, int height, bool png, int level, int quality) const override
     {
         std::vector<unsigned char> bytes;

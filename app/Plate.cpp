@@ -7,7 +7,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <sstream>
 
@@ -135,21 +137,50 @@ void AddPlateOptions(CLI::App& command, PlateOptions& options)
         ->group(group);
 }
 
+FileLayout UnionWindow(const FileLayout& data)
+{
+    FileLayout over = data;
+    if (over.fullWidth <= 0 || over.fullHeight <= 0) {
+        over.fullX = data.x;
+        over.fullY = data.y;
+        over.fullWidth = data.width;
+        over.fullHeight = data.height;
+    }
+    // In 64 bits: windows far apart make a union wider than an int holds.
+    using Wide = std::int64_t;
+    const Wide x = std::min<Wide>(data.x, over.fullX), y = std::min<Wide>(data.y, over.fullY);
+    const Wide width = std::max(Wide{data.x} + data.width, Wide{over.fullX} + over.fullWidth) - x;
+    const Wide height = std::max(Wide{data.y} + data.height, Wide{over.fullY} + over.fullHeight) - y;
+    if (width > std::numeric_limits<int>::max() || height > std::numeric_limits<int>::max())
+        throw RenderError("cannot render " + data.path + ": the union of its data and display windows, " +
+                          std::to_string(width) + "x" + std::to_string(height) +
+                          " pixels, is larger than an image can be");
+    over.x = static_cast<int>(x);
+    over.y = static_cast<int>(y);
+    over.width = static_cast<int>(width);
+    over.height = static_cast<int>(height);
+    return over;
+}
+
+std::vector<Ref<Image>> PlateShapes(const FileHeader& header, const std::string& path, const PlateOptions& options)
+{
+    const FileLayout over = UnionWindow(header.layout);
+    const auto shape = [&](const std::vector<std::string>& extras) {
+        Ref<Image> image(new Image(over.width, over.height, header.depth, extras, ImagePixels::None));
+        image->XScale = header.pixelAspect;
+        image->FrameWidth = over.fullWidth;
+        return image;
+    };
+    std::vector<Ref<Image>> shapes{shape(header.extras)};
+    const std::size_t layers = ChooseLayers(header.extras, options.layers, path).size();
+    for (std::size_t k = 0; k < layers; ++k) shapes.push_back(shape({}));
+    return shapes;
+}
+
 Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& options, const ColourSpaces& colour)
-    : m_options(options), m_colour(colour), m_like(file.layout)
+    : m_options(options), m_colour(colour), m_like(UnionWindow(file.layout))
 {
     const FileLayout& data = file.layout;
-    if (m_like.fullWidth <= 0 || m_like.fullHeight <= 0) {
-        m_like.fullX = data.x;
-        m_like.fullY = data.y;
-        m_like.fullWidth = data.width;
-        m_like.fullHeight = data.height;
-    }
-    m_like.x = std::min(data.x, m_like.fullX);
-    m_like.y = std::min(data.y, m_like.fullY);
-    m_like.width = std::max(data.x + data.width, m_like.fullX + m_like.fullWidth) - m_like.x;
-    m_like.height = std::max(data.y + data.height, m_like.fullY + m_like.fullHeight) - m_like.y;
-
     Ref<Image> frame = OverUnion(file.image, data, m_like);
     file.image = Ref<Image>();
     frame->FrameWidth = m_like.fullWidth;
@@ -220,14 +251,18 @@ PlateSource::PlateSource(const PlateOptions& options) : m_options(options)
     if (!options.colourOut.empty()) m_colour.Check(options.colourOut, "--colorspace-out");
 }
 
-const Plate& PlateSource::At(const FramePattern& pattern, int frame)
+const Plate& PlateSource::At(const FramePattern& pattern, int frame, const PlanFrame& plan)
 {
     const std::string path = pattern.At(frame);
     if (path != m_path || !m_plate) {
         m_plate.reset();
         m_path.clear();
+        m_shapes = PlateShapes(ReadImageHeader(path), path, m_options);
+        if (plan) plan(m_shapes);
         m_plate = std::make_unique<Plate>(ReadImageFile(path), path, m_options, m_colour);
         m_path = path;
+    } else if (plan) {
+        plan(m_shapes);
     }
     return *m_plate;
 }

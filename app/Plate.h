@@ -24,6 +24,7 @@
 #include "app/FramePattern.h"
 #include "app/ImageFiles.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -69,13 +70,26 @@ private:
     std::vector<Ref<Image>> m_sources;
 };
 
+// `data` laid over the union of its data window and the frame (its display
+// window): the raster the tool renders. Throws a render ProgramError when the
+// union is wider or taller than an image can be.
+FileLayout UnionWindow(const FileLayout& data);
+
+// The images a plate of the file whose header is `header` hands the tool, in
+// Sources() order, as images without pixels of the same sizes, channels and
+// aspect. Throws as Plate's constructor does for a layer the file lacks.
+std::vector<Ref<Image>> PlateShapes(const FileHeader& header, const std::string& path, const PlateOptions& options);
+
 // The plates of one pattern: the last one is kept, so a still used for every
 // frame is read once.
 class PlateSource {
 public:
     // Throws a usage ProgramError for a colour space the configuration does not know.
     explicit PlateSource(const PlateOptions& options);
-    const Plate& At(const FramePattern& pattern, int frame);
+    // Called with the frame's PlateShapes before its file's pixels are read
+    // (the previous plate already let go); it throws to stop the frame.
+    using PlanFrame = std::function<void(const std::vector<Ref<Image>>& shapes)>;
+    const Plate& At(const FramePattern& pattern, int frame, const PlanFrame& plan = {});
     // Each warning once a run.
     bool FirstTime(const std::string& warning) { return m_warned.insert(warning).second; }
 
@@ -83,6 +97,7 @@ private:
     const PlateOptions& m_options;
     ColourSpaces m_colour;
     std::string m_path;
+    std::vector<Ref<Image>> m_shapes;  // the kept plate's
     std::unique_ptr<Plate> m_plate;
     std::set<std::string> m_warned;
 };

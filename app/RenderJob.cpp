@@ -29,6 +29,8 @@ constexpr const char* kFlowOutput = "output";
 constexpr const char* kFlowFrames = "frames";
 constexpr const char* kFlowDepth = "depth";
 constexpr const char* kFlowCompression = "compression";
+// A dry run names this many frames that would fail, then counts the rest.
+constexpr std::size_t kFailuresShown = 10;
 
 // The images of one pattern: the last file read is kept, so a still used for
 // every frame is read once.
@@ -108,6 +110,26 @@ Job PlanJob(const RenderOptions& opt, const Input& source, const Input& kernel, 
     return job;
 }
 
+// Refuses, before anything is read or written, an OUTPUT or --save-flow that
+// would write over a file the render reads. --save-flow may replace the flow
+// it started from.
+void RefuseWritingInputs(const RenderOptions& opt, const Job& job)
+{
+    const auto named = [&](const char* what, const std::string& given, const std::string& used) {
+        return NamedFiles{given.empty() && !opt.flow.empty() ? std::string(what) + " (from the flow " + opt.flow + ")"
+                                                            : std::string(what),
+                          PatternOf(what, used)};
+    };
+    std::vector<NamedFiles> read;
+    if (!job.input.empty()) read.push_back(named("INPUT", opt.input, job.input));
+    if (!job.kernel.empty()) read.push_back(named("--kernel", opt.kernel, job.kernel));
+    const std::vector<int>& frames = job.frameList.Frames();
+    if (!opt.saveFlow.empty())
+        RefuseWritingWhatIsRead({{"--save-flow", PatternOf("--save-flow", opt.saveFlow)}}, read, frames);
+    if (!opt.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.flow)});
+    if (!job.output.empty()) RefuseWritingWhatIsRead({named("OUTPUT", opt.output, job.output)}, read, frames);
+}
+
 // The frames whose output file is not there yet. Frames are written under a
 // temporary name and renamed when complete, so an output file that exists is
 // a whole frame.
@@ -119,23 +141,39 @@ std::vector<int> FramesMissing(const Job& job)
     return missing;
 }
 
+// What --dry-run checks of a frame without reading pixels: its input and
+// kernel files and their headers, and, unless --mkdir would make it, the
+// output folder. Throws the file ProgramError the render would meet.
+void CheckFrameFiles(const Job& job, int frame, bool mkdir)
+{
+    CheckImageHeader(job.inPattern->At(frame));
+    if (job.kernelPattern) CheckImageHeader(job.kernelPattern->At(frame));
+    if (!mkdir) CheckOutputFolder(job.outPattern->At(frame));
+}
+
 }  // namespace
 
-Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, json* program)
 {
-    const std::string toolClass = host.ToolClass();
-    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
     try {
-        program = LoadFlow(host.Doc(), flow);
+        json loaded = LoadFlow(doc, flow);
+        if (program) *program = std::move(loaded);
     } catch (const ValueRefused& e) {
         // The same value given with --set would be a usage error.
         throw UsageError(e.what());
     } catch (const std::runtime_error& e) {
         throw FileError(e.what());
     }
-    for (const auto& t : host.Doc().Tools())
+    for (const auto& t : doc.Tools())
         if (t->Reg()) return t.get();
     throw FileError(flow + ": the flow holds no tool");
+}
+
+Operator* MakeTool(PluginHost& host, const std::string& flow, json& program)
+{
+    const std::string toolClass = host.ToolClass();
+    if (flow.empty()) return host.Doc().AddTool(FuID(toolClass));
+    return ToolFromFlow(host.Doc(), flow, &program);
 }
 
 void SaveRenderFlow(const FusionDoc& doc, const FlowNames& job, Input& source, Input& kernel,
@@ -171,35 +209,51 @@ std::uint64_t ImageBytes(const Image& i)
            static_cast<std::uint64_t>(i.PixelStride()) * sizeof(float);
 }
 
-// Tells the tool what the program holds while layer `layer` of `plate` renders,
-// beside that layer (which the tool counts): the program itself (its code,
-// libraries, plug-in and what reading files left behind, measured once, at the
-// first frame, with the plate taken out), the other layers, the results of the
-// layers before, and for writing the file an interleaved float copy, the
-// writer's conversion and its encoding buffers, counted as five more copies of
-// the plate.
-void CountHostMemory(const Plate& plate, std::size_t layer)
+// Tells the tool what the program holds while layer `layer` of a plate
+// (`sources`, with their pixels or as the shapes of a plate not read yet)
+// renders, beside that layer (which the tool counts): the program itself (its
+// code, libraries, plug-in and what reading files left behind, measured once,
+// at the first frame, without the plate's pixels), the other layers, the
+// results of the layers before, and for writing the file an interleaved float
+// copy, the writer's conversion and its encoding buffers, counted as five more
+// copies of the plate.
+void CountHostMemory(const std::vector<Ref<Image>>& sources, std::size_t layer)
 {
-    const std::vector<Ref<Image>>& sources = plate.Sources();
-    std::uint64_t plateBytes = 0, before = 0;
+    std::uint64_t plateBytes = 0, held = 0, before = 0;
     for (std::size_t k = 0; k < sources.size(); ++k) {
         plateBytes += ImageBytes(*sources[k]);
+        if (sources[k]->HasPixels()) held += ImageBytes(*sources[k]);
         if (k < layer) before += ImageBytes(*sources[k]);
     }
-    static const std::uint64_t program = std::max(ResidentBytes(), plateBytes) - plateBytes;
+    static const std::uint64_t program = std::max(ResidentBytes(), held) - held;
     SetHostFrameMemory(program + plateBytes - ImageBytes(*sources[layer]) + before + 5 * plateBytes);
 }
 
 }  // namespace
+
+void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& shapes, TimeStamp time,
+               const FrameConsole& console)
+{
+    for (std::size_t k = 0; k < shapes.size(); ++k) {
+        CountHostMemory(shapes, k);
+        source.SetSource(shapes[k].get(), time);
+        doc.PreCalc(tool, time);
+        source.SetSource(nullptr, time);
+        if (console.HasFailure()) throw RenderError(console.Why());
+    }
+}
 
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console)
 {
     PlateResults r;
     for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
-        CountHostMemory(plate, k);
+        CountHostMemory(plate.Sources(), k);
         source.SetSource(plate.Sources()[k].get(), time);
-        r.results.push_back(doc.Render(tool, time));
+        {
+            const InterruptsWait looked;  // right below
+            r.results.push_back(doc.Render(tool, time));
+        }
         if (InterruptRequested()) return {};  // the frame is dropped, not written
         if (!r.results.back()) throw RenderError(console.Why());
         r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
@@ -227,6 +281,7 @@ int RunRender(const RenderOptions& opt)
     if (!sourceInput || !kernelInput)
         throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
     const Job job = PlanJob(opt, *sourceInput, *kernelInput, program);
+    RefuseWritingInputs(opt, job);
 
     // After the flow's values, in command-line order, at the first frame's time.
     ApplySettings(*tool, opt.settings, job.frameList.First());
@@ -242,11 +297,34 @@ int RunRender(const RenderOptions& opt)
     int rendered = 0;
     std::vector<std::string> failures;
     std::optional<Exit> firstFailure;
-    const std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
+    const auto failed = [&](int frame, const std::exception& e) {
+        const Exit kind = KindOf(e);
+        if (!firstFailure) firstFailure = kind;
+        failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
+        // The tool's own failure line is already on the screen.
+        const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
+        if (failures.size() <= kFailuresShown || !opt.dryRun)
+            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
+    };
+    std::vector<int> frames = opt.skipExisting && !opt.dryRun ? FramesMissing(job) : job.frameList.Frames();
     if (frames.size() < job.frameList.Frames().size())
         progress.Info("skipping " + std::to_string(job.frameList.Count() - frames.size()) + " of " +
                       std::to_string(job.frameList.Count()) + " frames: their output files exist");
     progress.Begin(static_cast<int>(frames.size()), job.sequence);
+    if (opt.dryRun) {
+        // Every frame's files; the figures then come from the first frame that has them.
+        std::vector<int> checked;
+        for (const int frame : frames) {
+            if (InterruptRequested()) break;
+            try {
+                CheckFrameFiles(job, frame, opt.mkdir);
+                checked.push_back(frame);
+            } catch (const std::exception& e) {
+                failed(frame, e);
+            }
+        }
+        frames.swap(checked);
+    }
     for (const int frame : frames) {
         if (InterruptRequested()) break;
         progress.FrameStarted(frame);
@@ -256,16 +334,13 @@ int RunRender(const RenderOptions& opt)
             const std::string out = job.outPattern->At(frame);
             if (opt.mkdir && !opt.dryRun) MakeOutputFolder(out);
             if (!opt.dryRun) CheckOutputFolder(out);
-            const Plate& plate = sources.At(*job.inPattern, frame);
             if (job.kernelPattern) kernelInput->SetSource(kernels.At(*job.kernelPattern, frame).image.get(), time);
-
-            if (opt.dryRun || opt.verbose) {  // the frame's figures, from the tool, without its pixels
-                sourceInput->SetSource(plate.Sources().front().get(), time);
-                CountHostMemory(plate, 0);
-                doc.PreCalc(tool, time);
-                if (frameConsole.HasFailure()) throw RenderError(frameConsole.Why());
-                if (opt.dryRun) break;  // the first frame's, and nothing written
-            }
+            // The tool plans the frame from the file's header (its figures with
+            // --verbose) and refuses one past the memory limit before a pixel is read.
+            const Plate& plate = sources.At(*job.inPattern, frame, [&](const std::vector<Ref<Image>>& shapes) {
+                PlanPlate(doc, tool, *sourceInput, shapes, time, frameConsole);
+            });
+            if (opt.dryRun) break;  // the first frame's figures, and nothing written
             const PlateResults frameResults = RenderPlate(doc, tool, *sourceInput, plate, time, frameConsole);
             if (InterruptRequested()) break;
             for (const std::string& warning : plate.Write(out, frameResults.images, job.outDepth, job.outCompression))
@@ -273,13 +348,8 @@ int RunRender(const RenderOptions& opt)
             ++rendered;
             progress.FrameDone(frame, out);
         } catch (const std::exception& e) {
-            const Exit kind = KindOf(e);
-            if (!firstFailure) firstFailure = kind;
-            failures.push_back("frame " + std::to_string(frame) + ": " + MessageOf(e) + " [" + KindName(kind) + "]");
-            // The tool's own failure line is already on the screen.
-            const bool toolSaidWhy = kind == Exit::Render && frameConsole.HasFailure();
-            progress.FrameFailed(frame, toolSaidWhy ? "not rendered: the tool set no output" : MessageOf(e));
-            if (!opt.keepGoing) break;
+            failed(frame, e);
+            if (!opt.keepGoing || opt.dryRun) break;
         }
     }
     sourceInput->SetSource(nullptr, 0.0);
@@ -287,6 +357,12 @@ int RunRender(const RenderOptions& opt)
 
     const bool interrupted = InterruptRequested();
     if (!opt.dryRun) progress.Finish(rendered, failures, interrupted);
-    if (interrupted) return ExitStatus(Exit::Interrupted);
+    else if (!failures.empty() && job.frameList.Count() > 1)
+        progress.Error("dry run: " + std::to_string(failures.size()) + " of the " +
+                       std::to_string(job.frameList.Count()) + " frames would fail" +
+                       (failures.size() > kFailuresShown ? " (the first " + std::to_string(kFailuresShown) + " shown)"
+                                                         : std::string()) +
+                       "; nothing written");
+    if (interrupted) return ExitStatus(InterruptKind());
     return ExitStatus(firstFailure.value_or(Exit::Success));
 }

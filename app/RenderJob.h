@@ -36,7 +36,14 @@ struct RenderOptions {
 // plug-ins) are thrown as ProgramErrors.
 int RunRender(const RenderOptions& options);
 
+class FusionDoc;
 class PluginHost;
+
+// The tool the flow at `flow` holds, loaded into `doc` (`program`, when given,
+// gets the flow's "program" object). Throws a usage ProgramError for a value a
+// control does not take, as the same value with --set would, and a file
+// ProgramError for anything else wrong with the flow.
+Operator* ToolFromFlow(FusionDoc& doc, const std::string& flow, nlohmann::ordered_json* program = nullptr);
 
 // The tool from the flow (`program` gets the flow's "program" object), or a new
 // one of the loaded tool class with its defaults when `flow` is empty.
@@ -50,6 +57,13 @@ struct FlowNames {
 // when it cannot be written.
 void SaveRenderFlow(const FusionDoc& doc, const FlowNames& names, Input& source, Input& kernel,
                     const std::string& path);
+
+// Has the tool plan the frame for each of a plate's images (PlateShapes,
+// without pixels) with what the program holds beside it, as RenderPlate will
+// render them: its figures go to the console, and a frame it refuses (past the
+// memory limit, say) is a render ProgramError with the tool's reason.
+void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& shapes, TimeStamp time,
+               const FrameConsole& console);
 
 // The tool's results for one plate at `time`: the frame, then each chosen
 // layer, through the same tool. Empty when an interrupt came in between; a

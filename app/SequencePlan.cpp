@@ -1,8 +1,13 @@
 #include "app/SequencePlan.h"
 
 #include "app/ExitCodes.h"
+#include "util/FileIdentity.h"
+
+#include <CLI/CLI.hpp>
 
 #include <filesystem>
+#include <map>
+#include <numeric>
 #include <stdexcept>
 #include <system_error>
 
@@ -36,7 +41,60 @@ std::optional<FrameList> FramesToRender(const std::string& frames, const FramePa
     if (found.empty())
         throw FileError("no file matches INPUT " + input.Text() + " (looked for " + input.At(1) +
                         " and the like); say which frames with --frames");
-    return FrameList::Of(std::move(found));
+    int step = 0;
+    for (std::size_t i = 1; i < found.size(); ++i) step = std::gcd(step, found[i] - found[i - 1]);
+    if (step == 0) return FrameList::Of(std::move(found));
+    const std::string run = std::to_string(found.front()) + "-" + std::to_string(found.back()) + "x" + std::to_string(step);
+    try {
+        return FrameList::Parse(run);
+    } catch (const std::invalid_argument& e) {
+        throw UsageError("INPUT " + input.Text() + ": its frames on disk run " + run + ", " + e.what() +
+                         "; say which with --frames");
+    }
+}
+
+CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help)
+{
+    const CLI::Validator notEmpty(
+        [](const std::string& text) {
+            return text.empty() ? std::string("an empty frame list; name frames such as 1-24, 1-24x2 or 1,3,7-9")
+                                : std::string();
+        },
+        "LIST");
+    return command.add_option("--frames", frames, help)->type_name("LIST")->check(notEmpty);
+}
+
+namespace {
+
+// The names `files` gives over `frames`, each file once.
+std::vector<std::string> NamesOf(const NamedFiles& files, const std::vector<int>& frames)
+{
+    if (!files.pattern.HasFrameField()) return {files.pattern.Text()};
+    std::vector<std::string> names;
+    for (const int frame : frames) names.push_back(files.pattern.At(frame));
+    return names;
+}
+
+}  // namespace
+
+std::string WritesWhatIsRead(const std::vector<NamedFiles>& written, const std::vector<NamedFiles>& read,
+                             const std::vector<int>& frames)
+{
+    std::map<std::string, std::string> readAt;  // identity -> "WHAT NAME"
+    for (const NamedFiles& files : read)
+        for (const std::string& name : NamesOf(files, frames)) readAt.emplace(FileIdentity(name), files.what + " " + name);
+    for (const NamedFiles& files : written)
+        for (const std::string& name : NamesOf(files, frames))
+            if (const auto it = readAt.find(FileIdentity(name)); it != readAt.end())
+                return files.what + " " + name + " is the same file as " + it->second +
+                       ": writing it would destroy what is read; choose another name";
+    return {};
+}
+
+void RefuseWritingWhatIsRead(const std::vector<NamedFiles>& written, const std::vector<NamedFiles>& read,
+                             const std::vector<int>& frames)
+{
+    if (const std::string why = WritesWhatIsRead(written, read, frames); !why.empty()) throw UsageError(why);
 }
 
 void MakeOutputFolder(const std::string& output)

@@ -6,7 +6,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <map>
 #include <sstream>
 
@@ -46,14 +45,6 @@ constexpr FriendlyOption kFriendly[] = {
     {"--angle", "DEGREES", nullptr, "Polygon rotation in degrees (KernelAngle)", {{"KernelAngle", nullptr}, {}}},
 };
 
-std::string Normalised(const std::string& s)
-{
-    std::string out;
-    for (char c : s)
-        if (!std::isspace(static_cast<unsigned char>(c))) out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return out;
-}
-
 std::string ControlList(const Operator& tool)
 {
     std::vector<std::string> ids;
@@ -64,9 +55,10 @@ std::string ControlList(const Operator& tool)
 
 [[noreturn]] void UnknownControl(const Operator& tool, const Setting& s)
 {
-    std::string hint;
-    for (const auto& in : tool.Inputs())
-        if (Normalised(in->ID().str()) == Normalised(s.id)) hint = " (did you mean \"" + in->ID().str() + "\"?)";
+    std::vector<std::string> ids;
+    for (const auto& in : tool.Inputs()) ids.push_back(in->ID().str());
+    const std::string near = NearestName(s.id, ids);
+    const std::string hint = near.empty() ? std::string() : " (did you mean \"" + near + "\"?)";
     throw UsageError(s.origin + ": the tool has no control \"" + s.id + "\"" + hint +
                      "; its controls are: " + ControlList(tool));
 }

@@ -2,6 +2,7 @@
 
 #include "app/ExitCodes.h"
 #include "app/FramePattern.h"
+#include "app/Interrupt.h"
 #include "app/Plugins.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
@@ -11,18 +12,22 @@
 #include "app/SubmitWait.h"
 
 #include "host/EngineSettings.h"
+#include "util/CheckedFile.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <thread>
+
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -192,19 +197,44 @@ Trial RunTrial(std::vector<std::string> argv, int frame, const std::string& scra
 
 void WriteTextFile(const std::string& path, const std::string& text)
 {
-    std::ofstream file(path, std::ios::binary);
-    file << text;
-    file.close();
-    if (!file) throw FileError("cannot write " + path);
+    PendingFile pending(path);
+    CheckedFile file(pending.TempPath());
+    file.Write(text.data(), text.size());
+    if (const std::string why = file.Close(); !why.empty()) throw pending.Failure(why);
+    pending.Commit();
     fs::permissions(path, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec,
                     fs::perm_options::add);
 }
 
+// The plug-in folders as the tasks get them, in LUMIVANE_PLUGIN_PATH: a list
+// separated by ':', which a folder's own name may not hold.
 std::string PluginPath(const std::string& option)
 {
     std::string path;
-    for (const std::string& folder : PluginFolders(option)) path += (path.empty() ? "" : ":") + Absolute(folder);
+    for (const std::string& folder : PluginFolders(option)) {
+        const std::string absolute = Absolute(folder);
+        if (absolute.find(':') != std::string::npos)
+            throw UsageError("plug-in folder " + absolute + ": its name holds a ':', so it cannot be passed to the "
+                             "tasks in LUMIVANE_PLUGIN_PATH, whose folders ':' separates; link to it from a name "
+                             "without one and use --plugins with that");
+        path += (path.empty() ? "" : ":") + absolute;
+    }
     return path;
+}
+
+// OUTPUT's frames go into one folder, which the job folder goes into too.
+void CheckOutputPattern(const std::string& output, const FramePattern& pattern, bool mkdir)
+{
+    if (!pattern.HasFrameField())
+        throw UsageError("OUTPUT " + output + " has no frame field (#### or %04d): every frame needs a file");
+    if (pattern.FieldInFolderName())
+        throw UsageError("OUTPUT " + output + " has its frame field in a folder name; put it in the file name");
+    const fs::path folder = fs::path(pattern.At(0)).parent_path();
+    std::error_code ec;
+    if (!mkdir && !fs::is_directory(folder, ec))
+        throw FileError("OUTPUT folder " + folder.string() + " does not exist (--mkdir makes it)");
+    if (!mkdir && ::access(folder.c_str(), W_OK) != 0)
+        throw FileError("OUTPUT folder " + folder.string() + " is not writable (" + std::strerror(errno) + ")");
 }
 
 }  // namespace
@@ -215,17 +245,15 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
         "submit", "Render a sequence on a Slurm cluster: the look frozen into a flow in .lumivane-jobs/ beside "
                   "OUTPUT, one job array whose tasks render their frames with `render --skip-existing`. "
                   "Exit status: 0 submitted (with --wait: every frame written), 2 usage, 3 file or refused "
-                  "by the scheduler, 4 frames not written, 130 interrupted.");
+                  "by the scheduler, 4 frames not written, 129 hung up, 130 interrupted.");
     submit->add_option("INPUT", options.input, "Input frame pattern, e.g. plate.####.exr")->required();
     submit->add_option("OUTPUT", options.output, "Output frame pattern; the extension picks the format")->required();
     submit->add_option("SBATCH-ARGS", options.schedulerArgs, "After --: arguments for sbatch, as they are");
-    submit->add_option("--frames", options.frames, "Frames to render, e.g. 1001-1100, 1-24x2, 1,3,7-9")
-        ->type_name("LIST")
-        ->required();
+    AddFramesOption(*submit, options.frames, "Frames to render, e.g. 1001-1100, 1-24x2, 1,3,7-9")->required();
     submit->add_option("--per-task", options.perTask, "Frames per task (default: about a minute of work, "
                                                       "at most 1000 tasks)")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, kMaxFrames));
     submit->add_option("--kernel", options.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
     submit->add_option("--flow", options.flow, "Start from a saved flow")->type_name("FILE");
@@ -237,6 +265,7 @@ CLI::App* AddSubmitCommand(CLI::App& app, SubmitOptions& options)
     submit->add_option("--partition", options.partition, "Slurm partition (default: the cluster's)")
         ->type_name("P");
     submit->add_flag("--dry-run", options.dryRun, "Print the job script and the sbatch command; submit nothing");
+    submit->add_flag("--mkdir", options.mkdir, "Make the output folder when it is missing");
     submit->add_flag("--wait", options.wait, "Wait for the job, then report the frames written and those not, "
                                              "with the end of their task logs");
     AddPlateOptions(*submit, options.plate);
@@ -252,10 +281,14 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     // Tasks run on other machines, from other folders: every name is absolute.
     const std::string input = Absolute(opt.input), output = Absolute(opt.output), kernel = Absolute(opt.kernel);
     const FramePattern outPattern = PatternOf("OUTPUT", output), inPattern = PatternOf("INPUT", input);
-    if (!outPattern.HasFrameField())
-        throw UsageError("OUTPUT " + opt.output + " has no frame field (#### or %04d): every frame needs a file");
+    CheckOutputPattern(opt.output, outPattern, opt.mkdir);
+    const std::string pluginPath = PluginPath(opt.plugins);
     const FrameList frames = *FramesToRender(opt.frames, inPattern);  // --frames is required
     CheckInputFrames(input, inPattern, frames.Frames());
+    std::vector<NamedFiles> read = {{"INPUT", inPattern}};
+    if (!kernel.empty()) read.push_back({"--kernel", PatternOf("--kernel", kernel)});
+    if (!opt.flow.empty()) read.push_back({"--flow", PatternOf("--flow", opt.flow)});
+    RefuseWritingWhatIsRead({{"OUTPUT", outPattern}}, read, frames.Frames());
 
     const fs::path jobs = fs::path(output).parent_path() / kJobsFolder;
     // A dry run freezes the look in a temporary folder, and shows the job
@@ -293,7 +326,13 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     const std::string scratch = (fs::path(work.Path()) / ("trial" + fs::path(output).extension().string())).string();
     trialCommand.insert(trialCommand.end(), {"--flow", freeze.saveFlow, input, scratch});
     trialCommand.insert(trialCommand.end(), plate.begin(), plate.end());
-    const Trial trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    Trial trial;
+    {
+        // A Ctrl-C reaches the trial run too; the job folder goes once it has stopped.
+        const InterruptsWait looked;
+        trial = RunTrial(trialCommand, frames.First(), scratch, opt.perTask == 0);
+    }
+    if (InterruptRequested()) return ExitStatus(InterruptKind());
 
     const int perTask = opt.perTask > 0 ? opt.perTask : DefaultFramesPerTask(frames.Count(), trial.seconds);
     const std::vector<std::vector<int>> tasks = SplitFrames(frames.Frames(), perTask);
@@ -312,7 +351,7 @@ int RunSubmit(const SubmitOptions& opt, const Scheduler& scheduler)
     job.extra = opt.schedulerArgs;
     render.insert(render.end(), {"--flow", flow, "--skip-existing", "--keep-going"});
     render.insert(render.end(), plate.begin(), plate.end());
-    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(PluginPath(opt.plugins)) + "\n" + TaskBody(tasks, render);
+    job.body = "export LUMIVANE_PLUGIN_PATH=" + ShellQuote(pluginPath) + "\n" + TaskBody(tasks, render);
     const std::string script = (fs::path(jobFolder) / kScriptFile).string();
     const std::string text = scheduler.Script(job);
 

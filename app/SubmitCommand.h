@@ -26,6 +26,7 @@ struct SubmitOptions {
     std::vector<std::string> schedulerArgs;  // after `--`, for the submitting program as they are
     bool dryRun = false;
     bool wait = false;
+    bool mkdir = false;  // make a missing output folder
     // The program's own options, passed on to every task.
     std::string plugins, threads, maxMemory;
 };

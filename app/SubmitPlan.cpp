@@ -70,8 +70,12 @@ std::uint64_t ReportedFrameMemory(const std::string& renderOutput)
     char* unit = nullptr;
     const double value = std::strtod(number, &unit);
     if (unit == number) return 0;
-    // GiB figures are rounded to a tenth: count the tenth in full.
-    const double mib = std::strncmp(unit, " GiB", 4) == 0 ? (value + 0.1) * 1024.0 : value;
+    // GiB figures are rounded to a tenth: count the tenth in full. Small
+    // figures come in KiB or bytes.
+    const double mib = std::strncmp(unit, " GiB", 4) == 0   ? (value + 0.1) * 1024.0
+                       : std::strncmp(unit, " KiB", 4) == 0 ? value / 1024.0
+                       : std::strncmp(unit, " byte", 5) == 0 ? value / 1048576.0
+                                                             : value;
     return static_cast<std::uint64_t>(std::ceil(mib)) * kMiB;
 }
 

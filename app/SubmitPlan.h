@@ -19,7 +19,7 @@ std::vector<std::vector<int>> SplitFrames(const std::vector<int>& frames, int pe
 // and no more than kMaxTasks tasks cover `frames` frames.
 int DefaultFramesPerTask(int frames, double secondsPerFrame);
 
-// The frame memory the tool reported ("... memory about 37 MiB", "2.5 GiB")
+// The frame memory the tool reported ("... memory about 37 MiB", "2.5 GiB", "600 KiB")
 // in `renderOutput`, in bytes; 0 when it reported none (a copy).
 std::uint64_t ReportedFrameMemory(const std::string& renderOutput);
 

@@ -44,13 +44,14 @@ std::vector<std::string> LastLines(const std::string& path, std::size_t count)
 int WaitForJob(const Scheduler& scheduler, const std::string& jobId, const std::string& folder,
                const FramePattern& output, const std::vector<std::vector<int>>& tasks)
 {
+    const InterruptsWait looked;  // between polls
     std::printf("waiting for job %s\n", jobId.c_str());
     std::fflush(stdout);
     while (scheduler.Active(jobId)) {
         if (!Pause()) {
             std::fprintf(stderr, "lumivane: stopped waiting; job %s goes on (%s cancels it)\n", jobId.c_str(),
                          scheduler.CancelCommand(jobId).c_str());
-            return ExitStatus(Exit::Interrupted);
+            return ExitStatus(InterruptKind());
         }
     }
     int written = 0, total = 0;

@@ -1,6 +1,7 @@
 #include "app/ViewServer.h"
 
 #include "app/ExitCodes.h"
+#include "app/ViewHttpServer.h"
 #include "app/Interrupt.h"
 #include "host/EngineSettings.h"
 #include "util/Text.h"
@@ -98,13 +99,11 @@ std::string SettingText(const json& value)
 }  // namespace
 
 ViewServer::ViewServer(const ViewOptions& options)
-    : m_session(options), m_server(std::make_unique<httplib::Server>()), m_token(NewToken())
+    : m_session(options), m_server(std::make_unique<ViewHttpServer>()), m_token(NewToken())
 {
     m_server->set_payload_max_length(kMaxBody);
     Routes();
-    m_port = options.port == 0 ? m_server->bind_to_any_port(kLoopback) : m_server->bind_to_port(kLoopback, options.port)
-                                                                              ? options.port
-                                                                              : -1;
+    m_port = m_server->Bind(kLoopback, options.port);
     if (m_port <= 0)
         throw UsageError("--port " + std::to_string(options.port) + ": cannot listen on " + kLoopback +
                          " at that port (in use, or not allowed)");
@@ -119,6 +118,7 @@ std::string ViewServer::Address() const
 
 void ViewServer::Serve()
 {
+    const InterruptsWait looked;  // by the watch
     std::atomic<bool> done{false};
     std::thread watch([&] {
         while (!done) {

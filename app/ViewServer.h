@@ -13,9 +13,7 @@
 #include <mutex>
 #include <string>
 
-namespace httplib {
-class Server;
-}
+class ViewHttpServer;
 
 class ViewServer {
 public:
@@ -35,7 +33,7 @@ private:
     void Routes();
 
     ViewSession m_session;
-    std::unique_ptr<httplib::Server> m_server;
+    std::unique_ptr<ViewHttpServer> m_server;
     std::mutex m_mutex;
     std::string m_token;
     int m_port = 0;

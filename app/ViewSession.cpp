@@ -120,10 +120,17 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     ApplySettings(*m_tool, options.settings, m_frame);
 
     m_flowPath = !options.saveFlow.empty() ? options.saveFlow : FlowBesideInput(m_names.input);
-    // `render --flow` alone then renders the look beside the flow.
+    std::vector<NamedFiles> read = {{"INPUT", *m_inPattern}};
+    if (m_kernelPattern) read.push_back({"--kernel", *m_kernelPattern});
+    RefuseWritingWhatIsRead({{"--save-flow", Pattern("--save-flow", m_flowPath)}}, read, m_frames.Frames());
+    // `render --flow` alone then renders the look beside the flow, under a
+    // name of its own: NAME.exr, or NAME.lumivane.exr when NAME.exr is read.
     const std::filesystem::path flowPath(m_flowPath), inputPath(m_names.input);
-    m_names.output = (flowPath.parent_path() / flowPath.stem()).string() + (m_sequence ? ".####" : "") +
-                     inputPath.extension().string();
+    const std::string name = (flowPath.parent_path() / flowPath.stem()).string();
+    const std::string tail = (m_sequence ? ".####" : "") + inputPath.extension().string();
+    m_names.output = name + tail;
+    if (!WritesWhatIsRead({{"OUTPUT", Pattern("OUTPUT", m_names.output)}}, read, m_frames.Frames()).empty())
+        m_names.output = name + ".lumivane" + tail;
     m_plates = std::make_unique<PlateSource>(m_options.plate);  // the session's own copy: the caller's may go
     CurrentPlate();  // a missing or unreadable input fails now, not in the page
 

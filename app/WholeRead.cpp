@@ -1,10 +1,10 @@
 #include "app/WholeRead.h"
 
+#include "app/DeclaredPixels.h"
 #include "app/ExitCodes.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 
 namespace {
@@ -24,32 +24,49 @@ std::uint64_t DpxImageOffset(const std::string& path)
     return offset;
 }
 
-// The fewest bytes a file of `in`'s format needs for its pixels when they are
-// stored uncompressed, or 0 when they are not (or the format is not known here).
-std::uint64_t UncompressedBytes(const std::string& path, const OIIO::ImageInput& in)
+// The fewest bytes the file opened as `in` holds its declared pixels in, and
+// what needs them, for the message; 0 when its format or coding has no bound.
+std::pair<std::uint64_t, std::string> LeastBytes(const std::string& path, const OIIO::ImageInput& in)
 {
     const OIIO::ImageSpec& layout = in.spec();
     const std::string format = in.format_name();
-    std::uint64_t start = 0;
-    if (format == "dpx")
-        start = DpxImageOffset(path);
-    else if (format != "tiff" || layout.get_string_attribute("compression", "none") != "none")
-        return 0;
-    const int bits = layout.get_int_attribute("oiio:BitsPerSample", static_cast<int>(layout.format.size() * 8));
-    const double bytes = static_cast<double>(layout.width) * layout.height * layout.nchannels * bits / 8.0;
-    return start + static_cast<std::uint64_t>(std::min(bytes, 1.8e19));
+    const std::string compression = layout.get_string_attribute("compression", "none");
+    DeclaredPixels pixels{static_cast<std::uint64_t>(std::max(layout.width, 0)),
+                          static_cast<std::uint64_t>(std::max(layout.height, 0)),
+                          static_cast<std::uint64_t>(std::max(layout.nchannels, 0)),
+                          static_cast<double>(layout.get_int_attribute(
+                              "oiio:BitsPerSample", static_cast<int>(layout.format.size() * 8)))};
+    const std::string declared =
+        "its " + std::to_string(layout.width) + "x" + std::to_string(layout.height) + " pixels";
+    const std::string raw = "its uncompressed pixels (and header)";
+    if (format == "dpx") return {DpxImageOffset(path) + pixels.Bytes(), raw};
+    if (format == "pnm") return {pixels.Bytes(), raw};
+    if (format == "png") return {LeastPngBytes(path), declared + ", deflated (at most 1032:1),"};
+    if (format == "jpeg") return {LeastJpegBytes(path), declared + ", at one bit per 8x8 block,"};
+    if (format == "openexr") {
+        pixels.bitsPerSample = 8.0 * static_cast<double>(layout.pixel_bytes(true)) / std::max(layout.nchannels, 1);
+        return {LeastExrBytes(pixels, compression, layout.tile_width, layout.tile_height),
+                ExrNeeds(pixels, compression)};
+    }
+    if (format == "tiff") {
+        // A palette image stores one index per pixel, whatever colours it gives.
+        if (layout.get_int_attribute("tiff:PhotometricInterpretation", -1) == 3) pixels.channels = 1;
+        return {LeastTiffBytes(pixels, compression),
+                compression == "none" ? raw : declared + ", " + compression + "-compressed,"};
+    }
+    return {0, {}};
 }
 
 }  // namespace
 
+void CheckFileLength(const std::string& path, const OIIO::ImageInput& in)
+{
+    const auto [least, what] = LeastBytes(path, in);
+    CheckFileHolds(path, least, what);
+}
+
 void CheckWholeRead(const std::string& path, OIIO::ImageInput& in, bool read)
 {
-    std::error_code ec;
-    const std::uint64_t size = std::filesystem::file_size(path, ec);
-    const std::uint64_t needed = UncompressedBytes(path, in);
-    if (!ec && size < needed)
-        throw FileError("cannot read " + path + ": the file is cut short: it has " + std::to_string(size) +
-                        " bytes, but its uncompressed pixels (and header) need at least " + std::to_string(needed));
     if (read && !in.has_error()) return;
     std::string why = in.geterror();
     if (why.empty()) why = "the reader stopped without saying why; the file may be cut short or damaged";

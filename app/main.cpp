@@ -1,4 +1,5 @@
 // lumivane: renders images and sequences through the Lumivane 2 tool plug-in.
+#include "app/CommandLineHints.h"
 #include "app/Describe.h"
 #include "app/ExitCodes.h"
 #include "app/FlowCommand.h"
@@ -6,11 +7,14 @@
 #include "app/KernelCommand.h"
 #include "app/RenderJob.h"
 #include "app/Scheduler.h"
+#include "app/SequencePlan.h"
 #include "app/Settings.h"
 #include "app/SubmitCommand.h"
 #include "app/ViewServer.h"
 
 #include "host/EngineSettings.h"
+#include "util/AtomicFile.h"
+#include "util/FftwWisdom.h"
 
 #include <CLI/CLI.hpp>
 
@@ -24,7 +28,7 @@ constexpr const char* kVersion = "2.0";
 constexpr const char* kRenderHelp =
     "Render INPUT through the tool into OUTPUT. Either may be a frame pattern (plate.####.exr, plate.%04d.exr) "
     "rendered over --frames. Controls are applied in the order given, after those of --flow. "
-    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 130 interrupted.";
+    "Exit status: 0 every frame written, 2 usage, 3 file, 4 render failure, 129 hung up (SIGHUP), 130 interrupted.";
 
 struct GlobalOptions {
     std::string plugins;
@@ -54,8 +58,9 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& g)
         ->type_name("FILE")
         ->group(group);
     app.add_option("--max-memory", g.maxMemory,
-                   "Refuse frames that would need more memory than this, e.g. 4G or 512M "
-                   "(default: LUMIVANE_MAX_MEMORY, else the memory available)")
+                   "Refuse frames that would need more memory than this, e.g. 4G or 512M; a number without "
+                   "K, M, G or T counts bytes (default: LUMIVANE_MAX_MEMORY, else the memory available, at most "
+                   "75% of the machine's)")
         ->type_name("SIZE")
         ->group(group);
     app.add_flag("--fast-sizes", g.fastSizes,
@@ -89,6 +94,11 @@ void ApplyEngineSettings(const GlobalOptions& g)
     if (!g.wisdom.empty()) SetEngineFftWisdom(g.wisdom);
     if (!g.maxMemory.empty()) SetMemoryLimit(FlagValue("--max-memory", g.maxMemory, ParseMemorySize));
     if (g.fastSizes) SetEngineTransformSizes(TransformSizes::Smooth);
+    // Refused before anything starts: a render would only find out once its plans are measured.
+    if (const std::string wisdom = EngineFftWisdom(); !wisdom.empty())
+        if (const std::string why = AtomicFile::CannotWrite(wisdom, NotFftwWisdom); !why.empty())
+            throw FileError("cannot use " + wisdom + " as the FFT wisdom file (--fft-wisdom, LUMIVANE_FFT_WISDOM): " +
+                            why);
 }
 
 }  // namespace
@@ -108,9 +118,8 @@ int main(int argc, char** argv)
     renderCmd->add_option("OUTPUT", render.output, "Output image or frame pattern; the extension picks the format");
     renderCmd->add_option("--kernel", render.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
-    renderCmd->add_option("--frames", render.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: "
-                                                     "INPUT's frames on disk); the frame number is the time")
-        ->type_name("LIST");
+    AddFramesOption(*renderCmd, render.frames, "Frames to render, e.g. 1-24, 1-24x2, 1,3,7-9 (default: INPUT's "
+                                               "frames on disk, first to last); the frame number is the time");
     renderCmd->add_option("--depth", render.depth, "Output data depth (default: the input's)")
         ->check(CLI::IsMember({"8", "16", "half", "float"}));
     renderCmd->add_option("--compression", render.compression,
@@ -125,7 +134,9 @@ int main(int argc, char** argv)
     renderCmd->add_flag("-v,--verbose", render.verbose,
                         "Show the plug-in module, and per frame the blur sizes in pixels, transform sizes, "
                         "memory estimate and the tool's progress lines");
-    renderCmd->add_flag("--dry-run", render.dryRun, "Show what -v shows for the first frame; render and write nothing");
+    renderCmd->add_flag("--dry-run", render.dryRun,
+                        "Check every frame's input and kernel files (their headers) and output folder, and show "
+                        "what -v shows for the first frame; render and write nothing");
     renderCmd->add_flag("--mkdir", render.mkdir, "Make the output folder when it is missing");
     renderCmd->add_flag("--skip-existing", render.skipExisting,
                         "Leave the frames whose output file exists (a frame is written whole or not at all)");
@@ -155,7 +166,7 @@ int main(int argc, char** argv)
     viewCmd->add_option("INPUT", view.input, "Input image or frame pattern (may come from --flow)");
     viewCmd->add_option("--kernel", view.kernel, "Kernel image (a still or a frame pattern) instead of a shape")
         ->type_name("KERNEL");
-    viewCmd->add_option("--frames", view.frames, "Frames the page offers, as for render")->type_name("LIST");
+    AddFramesOption(*viewCmd, view.frames, "Frames the page offers, as for render");
     viewCmd->add_option("--flow", view.flow, "Start from a saved flow")->type_name("FILE");
     viewCmd->add_option("--save-flow", view.saveFlow, "Where the page's \"Save flow\" writes (default: NAME.flow "
                                                      "beside INPUT)")
@@ -180,6 +191,12 @@ int main(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
+        const std::string hint = e.get_exit_code() == 0 ? std::string() : NearMissHint(app);
+        if (!hint.empty())
+            app.failure_message([hint](const CLI::App* a, const CLI::Error& error) {
+                std::string text = CLI::FailureMessage::simple(a, error);
+                return text.insert(text.find('\n'), " (" + hint + ")");
+            });
         const int printed = app.exit(e);
         return printed == 0 ? ExitStatus(Exit::Success) : ExitStatus(Exit::Usage);
     }

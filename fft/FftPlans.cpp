@@ -2,15 +2,22 @@
 
 #include "fft/FftBuffers.h"
 #include "util/AtomicFile.h"
+#include "util/CheckedFile.h"
+#include "util/FftwWisdom.h"
+#include "util/FileIdentity.h"
 
 #include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <string>
 #include <tuple>
 
 namespace {
@@ -60,13 +67,36 @@ PlanningSettings& Settings()  // call with PlannerMutex held
     return settings;
 }
 
+// Why the wisdom could not be put in the file, or "".
+std::string WriteWisdomLocked(const std::string& path)
+{
+    char* text = fftw_export_wisdom_to_string();
+    if (!text) return "FFTW could not export its wisdom";
+    const std::unique_ptr<char, decltype(&fftw_free)> hold(text, &fftw_free);
+    try {
+        // Another render of the sequence may be reading it.
+        AtomicFile file(path, NotFftwWisdom);
+        CheckedFile out(file.TempPath());
+        out.Write(text, std::strlen(text));
+        if (std::string why = out.Close(); !why.empty()) return why;
+        return file.Commit();
+    } catch (const AtomicFile::Refused& e) {
+        return e.what();
+    }
+}
+
 bool ExportWisdomLocked(const PlanningSettings& settings)
 {
     if (settings.wisdomFile.empty()) return false;
-    // Another render of the sequence may be reading it.
-    AtomicFile file(settings.wisdomFile);
-    if (!fftw_export_wisdom_to_filename(file.TempPath().c_str())) return false;
-    return file.Commit().empty();
+    const std::string why = WriteWisdomLocked(settings.wisdomFile);
+    if (why.empty()) return true;
+    // Said once a file: the renders go on, only the measured plans are not kept.
+    static std::set<std::string> warned;
+    if (warned.insert(settings.wisdomFile).second)
+        std::fprintf(stderr, "lumivane: warning: cannot write the FFT wisdom file %s: %s; the plans measured are "
+                             "not kept for the next run\n",
+                     settings.wisdomFile.c_str(), why.c_str());
+    return false;
 }
 
 void DestroyPlansLocked(FftPlanPair& plans)
@@ -99,8 +129,9 @@ FftStatus MakePlansLocked(std::int32_t width, std::int32_t height, bool unaligne
 
     PlanningSettings& settings = Settings();
     if (!settings.wisdomImported && !settings.wisdomFile.empty()) {
-        // A missing file is the normal first run of a sequence, not an error.
-        fftw_import_wisdom_from_filename(settings.wisdomFile.c_str());
+        // A missing file is the normal first run of a sequence, not an error;
+        // a FIFO or a device would never end.
+        if (NotRegularFile(settings.wisdomFile).empty()) fftw_import_wisdom_from_filename(settings.wisdomFile.c_str());
         settings.wisdomImported = true;
     }
 

@@ -73,18 +73,35 @@ FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride, std::uin
     return m;
 }
 
+FrameMemory EstimateCopyMemory(std::int32_t width, std::int32_t height, int pixelStride, std::uint64_t host)
+{
+    FrameMemory m;
+    m.output = static_cast<std::uint64_t>(width) * static_cast<std::uint64_t>(height) *
+               static_cast<std::uint64_t>(pixelStride) * sizeof(float);
+    m.images = m.output;
+    m.host = host;
+    return m;
+}
+
+void CheckMemory(const FrameMemory& m, std::uint64_t limit, const std::string& limitSource)
+{
+    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
+    if (m.Total() <= limit) return;
+    // A copied frame has no planes or transform arrays to name.
+    std::string filtering;
+    if (m.arrayCount > 0)
+        filtering = ", " + std::to_string(kChunks) + " planes " + mib(m.planes) + ", " + std::to_string(m.arrayCount) +
+                    " transform arrays " + mib(m.arrays);
+    throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (the input images " + mib(m.images) +
+                             filtering + ", the output image " + mib(m.output) +
+                             (m.host ? ", the host's buffers " + mib(m.host) : std::string()) + ") but " +
+                             limitSource + " is " + mib(limit));
+}
+
 void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host, std::uint64_t limit,
                       const std::string& limitSource)
 {
-    const auto mib = [](std::uint64_t b) { return FormatMemorySize(b); };
-    const FrameMemory m = EstimateFrameMemory(plan, pixelStride, host);
-    if (m.Total() > limit)
-        throw std::runtime_error("the frame needs about " + mib(m.Total()) + " (the input images " + mib(m.images) +
-                                 ", " + std::to_string(kChunks) + " planes " + mib(m.planes) + ", " +
-                                 std::to_string(m.arrayCount) + " transform arrays " + mib(m.arrays) +
-                                 ", the output image " + mib(m.output) +
-                                 (m.host ? ", the host's buffers " + mib(m.host) : std::string()) + ") but " +
-                                 limitSource + " is " + mib(limit));
+    CheckMemory(EstimateFrameMemory(plan, pixelStride, host), limit, limitSource);
 }
 
 void ShareKernels(KernelSpectra& spectra, const double blurSizeX[3], const double blurSizeY[3], const Image* kernelImage)

@@ -48,6 +48,14 @@ struct FrameMemory {
 };
 FrameMemory EstimateFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host);
 
+// What a frame that is copied rather than filtered needs: its input and
+// output images of `width` x `height` records of `pixelStride` floats, and `host`.
+FrameMemory EstimateCopyMemory(std::int32_t width, std::int32_t height, int pixelStride, std::uint64_t host);
+
+// Throws, naming the parts of `memory`, when it is more than `limit` (whose
+// origin `limitSource` names).
+void CheckMemory(const FrameMemory& memory, std::uint64_t limit, const std::string& limitSource);
+
 // Throws, naming the sizes, when the frame would need more memory than `limit`
 // (whose origin `limitSource` names), before anything large is allocated.
 void CheckFrameMemory(const ChunkPlan& plan, int pixelStride, std::uint64_t host, std::uint64_t limit,

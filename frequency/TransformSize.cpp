@@ -1,6 +1,7 @@
 #include "frequency/TransformSize.h"
 
 #include "kernel/KernelSize.h"
+#include "util/Text.h"
 
 #include <stdexcept>
 #include <string>
@@ -38,13 +39,13 @@ TransformSize TransformSizeFor(std::int32_t imageWidth, std::int32_t imageHeight
                                std::int32_t colour, TransformSizes rule)
 {
     if (!(sx > 0.0 && sy > 0.0))
-        throw std::runtime_error(std::string("the ") + kColourNames[colour] + " blur size " + std::to_string(sx) +
-                                 " x " + std::to_string(sy) +
+        throw std::runtime_error(std::string("the ") + kColourNames[colour] + " blur size " + FormatNumber(sx) +
+                                 " x " + FormatNumber(sy) +
                                  " is not above 0 pixels, so there is no kernel to filter with");
     for (double s : {sx, sy})
         if (s >= kLargestTransformSide)
             throw std::runtime_error(std::string("the ") + kColourNames[colour] + " blur size of " +
-                                     std::to_string(s) + " pixels passes the largest kernel of " +
+                                     FormatNumber(s) + " pixels passes the largest kernel of " +
                                      std::to_string(kLargestTransformSide) + " pixels");
     TransformSize t;
     t.kernelWidth = OddKernelSize(sx);

@@ -67,6 +67,18 @@ auto FromVariable(const char* name, Parse parse) -> std::optional<decltype(parse
     }
 }
 
+// The most of the machine's memory a frame may take by default, so that the
+// machine stays usable (its desktop, other programs) while it renders.
+constexpr std::uint64_t kShareOfPhysicalPercent = 75;
+
+std::uint64_t PhysicalMemory()
+{
+    const long pages = sysconf(_SC_PHYS_PAGES), size = sysconf(_SC_PAGE_SIZE);
+    return pages > 0 && size > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(size) : 0;
+}
+
+std::uint64_t ShareOfPhysicalMemory() { return PhysicalMemory() / 100 * kShareOfPhysicalPercent; }
+
 std::uint64_t AvailableMemory()
 {
     // MemAvailable counts what can be had without swapping, caches included.
@@ -157,14 +169,16 @@ std::uint64_t MemoryLimit()
 {
     if (const auto set = WasSet(&Settings::memory)) return *set;
     if (const auto env = FromVariable(kMemoryVariable, ParseMemorySize)) return *env;
-    return AvailableMemory();
+    return std::min(AvailableMemory(), ShareOfPhysicalMemory());
 }
 
 std::string MemoryLimitSource()
 {
     if (WasSet(&Settings::memory)) return "the memory limit";
     if (Variable(kMemoryVariable)) return kMemoryVariable;
-    return "the memory available";
+    return AvailableMemory() <= ShareOfPhysicalMemory()
+               ? "the memory available"
+               : std::to_string(kShareOfPhysicalPercent) + "% of the machine's memory";
 }
 
 void SetEngineThreads(unsigned threads)

@@ -9,7 +9,8 @@
 //   LUMIVANE_FFT_PLANNING     estimate | measure             estimate
 //   LUMIVANE_FFT_WISDOM       a file, read and updated       none
 //   LUMIVANE_TRANSFORM_SIZES  power-of-two | smooth          power-of-two
-//   LUMIVANE_MAX_MEMORY       512M, 8G, 1.5G, bytes          the memory available
+//   LUMIVANE_MAX_MEMORY       512M, 8G, 1.5G, bytes          the memory available, at
+//                                                            most 75% of the machine's
 // A malformed value is never ignored: the Parse functions, and the readers for a
 // malformed variable, throw std::invalid_argument naming the value and what is
 // accepted (the readers also name the variable).

@@ -2,6 +2,8 @@
 
 #include "host/FusionDoc.h"
 #include "util/AtomicFile.h"
+#include "util/CheckedFile.h"
+#include "util/FileIdentity.h"
 #include "util/Text.h"
 
 #include <cstdio>
@@ -198,19 +200,25 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program
     }
     if (!program.is_null()) flow["program"] = program;
 
-    AtomicFile file(path);
-    {
-        std::ofstream out(file.TempPath(), std::ios::trunc);
-        out << flow.dump(2) << "\n";
-        out.flush();
-        if (!out) throw std::runtime_error("cannot write flow " + path + ": the file could not be written");
+    std::string why;
+    try {
+        AtomicFile file(path);
+        CheckedFile out(file.TempPath());
+        const std::string text = flow.dump(2) + "\n";
+        out.Write(text.data(), text.size());
+        why = out.Close();
+        if (why.empty()) why = file.Commit();
+    } catch (const AtomicFile::Refused& e) {
+        why = e.what();
     }
-    const std::string why = file.Commit();
     if (!why.empty()) throw std::runtime_error("cannot write flow " + path + ": " + why);
 }
 
 json LoadFlow(FusionDoc& doc, const std::string& path)
 {
+    // Checked before opening: a FIFO or a device would be read for ever.
+    if (const std::string why = NotRegularFile(path); !why.empty())
+        throw std::runtime_error("cannot read flow " + path + ": " + why);
     std::ifstream in(path);
     if (!in) throw std::runtime_error("cannot read flow " + path + ": no such file or not readable");
     json flow;

@@ -57,12 +57,14 @@ void CheckSize(int w, int h)
 
 }  // namespace
 
-Image::Image(int width, int height, int depth, std::vector<std::string> extraChannels)
+Image::Image(int width, int height, int depth, std::vector<std::string> extraChannels, ImagePixels pixels)
     : Width((CheckSize(width, height), width)), Height(height), Depth(depth), FrameWidth(width),
       m_extra(std::move(extraChannels))
 {
-    const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * PixelStride();
-    m_data = std::unique_ptr<float[], PixelBufferRelease>(TakePixelBuffer(n), PixelBufferRelease{n});
+    if (pixels == ImagePixels::Allocated) {
+        const std::size_t n = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * PixelStride();
+        m_data = std::unique_ptr<float[], PixelBufferRelease>(TakePixelBuffer(n), PixelBufferRelease{n});
+    }
     g_liveImages.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -72,11 +74,12 @@ long Image::LiveCount() { return g_liveImages.load(std::memory_order_relaxed); }
 
 Image* Image::CopyOfImage(bool /*copyMetadataOnly*/) const
 {
-    auto* copy = new Image(Width, Height, Depth, m_extra);
+    auto* copy = new Image(Width, Height, Depth, m_extra, HasPixels() ? ImagePixels::Allocated : ImagePixels::None);
     copy->XScale = XScale;
     copy->YScale = YScale;
     copy->FrameWidth = FrameWidth;
-    std::memcpy(copy->m_data.get(), m_data.get(),
+    if (HasPixels())
+        std::memcpy(copy->m_data.get(), m_data.get(),
                 sizeof(float) * static_cast<std::size_t>(Width) * Height * PixelStride());
     return copy;
 }

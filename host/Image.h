@@ -32,9 +32,15 @@ enum ImageDepth : int {
 // result is exact when the size does not change.
 constexpr int RSZ_FILTER_AREA = 7;
 
+// Whether an image holds pixels. A host plans a frame (the tool's
+// PreCalcProcess) with images that say only what the frame will be, their
+// size, channels and aspect, before any pixel of it exists.
+enum class ImagePixels { Allocated, None };
+
 class Image : public Parameter {
 public:
-    Image(int width, int height, int depth = IMDP_Float32, std::vector<std::string> extraChannels = {});
+    Image(int width, int height, int depth = IMDP_Float32, std::vector<std::string> extraChannels = {},
+          ImagePixels pixels = ImagePixels::Allocated);
     ~Image() override;
 
     // Images alive in the process: lets tests and long runs see that none leak.
@@ -55,10 +61,12 @@ public:
 
     const std::vector<std::string>& ExtraChannels() const { return m_extra; }
     int PixelStride() const { return 4 + static_cast<int>(m_extra.size()); }  // floats per pixel
+    bool HasPixels() const { return m_data != nullptr; }
     float* Pixel(int x, int y) { return m_data.get() + (static_cast<std::size_t>(y) * Width + x) * PixelStride(); }
     const float* Pixel(int x, int y) const { return const_cast<Image*>(this)->Pixel(x, y); }
 
-    // New images holding one reference each, owned by the caller.
+    // New images holding one reference each, owned by the caller; a copy of an
+    // image without pixels has none either.
     Image* CopyOfImage(bool copyMetadataOnly = false) const;
     Image* ResizeOfImage(const TagList& tags) const;  // RSZ_Width, RSZ_Height, RSZ_Filter
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <map>
 #include <sstream>
 
@@ -41,6 +42,10 @@ std::string InputDeclaration::CheckNumber(double v) const
 {
     if (!IsNumber()) return "it is not a number control";
     if (!std::isfinite(v)) return FormatNumber(v) + " is not a finite number";
+    // Pixels and kernels are 32-bit floats: a value past their range could only
+    // turn into infinity on its way into one.
+    constexpr double kLargest = std::numeric_limits<float>::max();
+    if (std::abs(v) > kLargest) return FormatNumber(v) + " is past the largest value a control holds, " + FormatNumber(kLargest);
     if (Control == MultiButtonControlID) {
         if (v != std::floor(v) || v < 0 || v >= static_cast<double>(Entries.size())) {
             std::string accepted;

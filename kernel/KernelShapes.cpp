@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <string>
 
@@ -63,6 +64,18 @@ Image* FillKernel(const KernelParams& params, double size, std::int32_t minimumS
 
 double Distance(double dx, double dy) { return std::sqrt(dx * dx + dy * dy); }
 
+// A Disk or Polygon rim is up to 1 + 4 x Bad Bokeh times as bright as the
+// centre; past the float range its pixels would be infinite, and the kernel
+// blamed for it would be one the user never gave.
+void CheckRimBrightness(double badBokeh)
+{
+    const double rim = 1.0 + 4.0 * badBokeh;
+    if (!std::isfinite(static_cast<float>(rim)))
+        throw std::runtime_error("Bad Bokeh " + FormatNumber(badBokeh) + " makes the kernel's rim " + FormatNumber(rim) +
+                                 " times as bright as its centre, more than a kernel pixel holds (" +
+                                 FormatNumber(std::numeric_limits<float>::max()) + ")");
+}
+
 }  // namespace
 
 double GaussianValue(double a, double sigma)
@@ -86,6 +99,7 @@ Image* MakeDiskKernel(const KernelParams& params, double size, std::int32_t mini
     double radius = (size - 1.0) * 0.5;
     if (radius < kMinimumRadius) radius = kMinimumRadius;
     if (params.shrinkDisk) radius = radius * kShrunkDiskScale;
+    CheckRimBrightness(params.badBokeh);
     const double badBokeh = params.badBokeh;
     return FillKernel(params, size, minimumSize,
                       [=](double dx, double dy) { return RimShading(Distance(dx, dy), radius, badBokeh); });
@@ -115,6 +129,7 @@ Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t m
     // millions. Angles of up to kFewTurns turns keep their exact values.
     double angle = params.angle;
     if (std::abs(angle) > kFewTurns * 2.0 * kPi) angle = std::fmod(angle, 2.0 * kPi);
+    CheckRimBrightness(params.badBokeh);
     const double badBokeh = params.badBokeh;
     return FillKernel(params, size, minimumSize, [=](double dx, double dy) {
         double theta = std::atan2(dy, dx) + angle;

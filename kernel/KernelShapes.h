@@ -26,8 +26,10 @@ double RimShading(double d, double e, double badBokeh);
 // pixel can show, while the work still grows with the count.
 constexpr std::int32_t kMaximumPolygonSides = 1000;
 
+// Disk and Polygon throw std::runtime_error when params.badBokeh makes the rim
+// brighter than a float pixel holds; Polygon too when params.sideCount is below
+// 3 or above kMaximumPolygonSides.
 Image* MakeDiskKernel(const KernelParams& params, double size, std::int32_t minimumSize);
-// Throws std::runtime_error when params.sideCount is below 3 or above kMaximumPolygonSides.
 Image* MakePolygonKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 Image* MakeGaussianKernel(const KernelParams& params, double size, std::int32_t minimumSize);
 Image* MakeAiryKernel(const KernelParams& params, double size, std::int32_t minimumSize);

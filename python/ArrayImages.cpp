@@ -123,12 +123,25 @@ int ChannelsOf(const py::array& a, const char* what)
     return a.ndim() == 2 ? 1 : static_cast<int>(a.shape(2));
 }
 
-Ref<Image> ImageFromArray(const py::array& a, const char* what, double xScale, double yScale)
+Ref<Image> ShapeOfArray(const py::array& a, const char* what, double xScale, double yScale, ImagePixels pixels)
 {
     const int channels = ChannelsOf(a, what);
     if (!Accepted(a.dtype()))
         throw py::type_error(std::string(what) + ": arrays of " + py::str(a.dtype()).cast<std::string>() +
                              " are not accepted; give float32, float64, float16, uint8 or uint16");
+    std::vector<std::string> extras;
+    for (int c = kColourChannels; c < channels; ++c) extras.push_back("channel" + std::to_string(c));
+    Ref<Image> image(new Image(static_cast<int>(a.shape(1)), static_cast<int>(a.shape(0)), DepthOf(a.dtype()), extras,
+                               pixels));
+    image->XScale = xScale;
+    image->YScale = yScale;
+    return image;
+}
+
+Ref<Image> ImageFromArray(const py::array& a, const char* what, double xScale, double yScale)
+{
+    Ref<Image> image = ShapeOfArray(a, what, xScale, yScale, ImagePixels::Allocated);
+    const int channels = ChannelsOf(a, what);
     py::array source = a;
     Sample sample = SampleOf(a.dtype());
     if (sample == Sample::Other) {
@@ -136,17 +149,11 @@ Ref<Image> ImageFromArray(const py::array& a, const char* what, double xScale, d
         source = py::array_t<float, py::array::forcecast>::ensure(a);
         sample = Sample::Float32;
     }
-    const int height = static_cast<int>(a.shape(0)), width = static_cast<int>(a.shape(1));
-    std::vector<std::string> extras;
-    for (int c = kColourChannels; c < channels; ++c) extras.push_back("channel" + std::to_string(c));
-    Ref<Image> image(new Image(width, height, DepthOf(a.dtype()), extras));
-    image->XScale = xScale;
-    image->YScale = yScale;
     const Samples s{static_cast<const char*>(source.data()), source.strides(0), source.strides(1),
                     source.ndim() == 3 ? source.strides(2) : 0};
     Image& img = *image;
     py::gil_scoped_release unlocked;
-    InBands(height, [&](int first, int last) {
+    InBands(img.Height, [&](int first, int last) {
         switch (sample) {
         case Sample::Float64: return FillRows<double>(s, channels, img, first, last, ToFloat<double>{});
         case Sample::UInt8: return FillRows<std::uint8_t>(s, channels, img, first, last, Scaled<std::uint8_t>{});

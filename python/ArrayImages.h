@@ -10,6 +10,9 @@
 // Channels of an H x W (x C) array; a ValueError naming the shape, `what` and
 // what is accepted otherwise.
 int ChannelsOf(const pybind11::array& a, const char* what);
+// A new image of the array's size, channels, data depth and aspect, with or
+// without pixels (all 0); the errors of ImageFromArray.
+Ref<Image> ShapeOfArray(const pybind11::array& a, const char* what, double xScale, double yScale, ImagePixels pixels);
 // A new image of the array's values: integer data scaled to 0..1 as OpenImageIO
 // converts it (multiplied by the float 1/255 or 1/65535), half and double rounded
 // to float; any strides. TypeError for any other data type.

@@ -122,7 +122,8 @@ else in the build tree. LUMIVANE_MAX_MEMORY, LUMIVANE_THREADS and the other engi
 settings are read from the environment as by the program.)";
 
     py::register_exception<FrameMemoryError>(m, "FrameMemoryError", PyExc_MemoryError)
-        .doc() = "The frame would need more memory than LUMIVANE_MAX_MEMORY (or the memory available) allows.";
+        .doc() = "The frame would need more memory than LUMIVANE_MAX_MEMORY (or the memory available, at most 75% of "
+                 "the machine's) allows; refused before the array is copied.";
     py::register_exception_translator([](std::exception_ptr p) {
         try {
             if (p) std::rethrow_exception(p);
@@ -140,7 +141,8 @@ while rendering).)")
         .def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
         .def_static("from_flow", [](const std::string& path) { return MakeSession(path); }, py::arg("path"),
                     "The tool a flow file holds, with its values and keys (as `lumivane render --flow`).\n"
-                    "Raises OSError naming the file when it cannot be read or is not a flow.")
+                    "Raises OSError naming the file when it cannot be read or is not a flow, and\n"
+                    "ValueError naming the place in it for a value its control does not take (as --set).")
         .def(
             "set",
             [](ToolSession& s, py::args args, py::kwargs kwargs) {
@@ -175,13 +177,19 @@ before it stay applied.)")
                                           py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
                                           " is not a pixel aspect; give two positive finite numbers");
                 const int channels = ChannelsOf(image, "image");
-                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
+                Ref<Image> shape = ShapeOfArray(image, "image", aspect.first, aspect.second, ImagePixels::None);
                 Ref<Image> kernelImage;
                 if (!kernel.is_none()) {
                     if (!py::isinstance<py::array>(kernel))
                         throw py::type_error("kernel: give a numpy array or None");
                     kernelImage = ImageFromArray(kernel.cast<py::array>(), "kernel", 1.0, 1.0);
                 }
+                {
+                    // The frame is planned from the array's shape before the array is copied.
+                    py::gil_scoped_release unlocked;
+                    s.Plan(*shape, kernelImage.get(), frame);
+                }
+                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
                 Ref<Image> result;
                 {
                     py::gil_scoped_release unlocked;

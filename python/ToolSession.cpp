@@ -4,6 +4,7 @@
 #include "app/ExitCodes.h"
 #include "app/KernelCommand.h"
 #include "app/Plugins.h"
+#include "app/RenderJob.h"
 #include "host/Flow.h"
 
 #include <cstdio>
@@ -58,25 +59,13 @@ private:
     std::string m_path;
 };
 
-Operator* LoadTool(FusionDoc& doc, const std::string& flow)
-{
-    try {
-        LoadFlow(doc, flow);
-    } catch (const std::runtime_error& e) {
-        throw FileError(e.what());
-    }
-    for (const auto& t : doc.Tools())
-        if (t->Reg()) return t.get();
-    throw FileError(flow + ": the flow holds no tool");
-}
-
 }  // namespace
 
 ToolSession::ToolSession(const std::string& pluginFolder, const std::string& flow)
     : m_plugins(SharedPlugins(pluginFolder, m_warnings)), m_doc(std::make_unique<FusionDoc>())
 {
     m_doc->SetConsoleListener([this](const ConsoleLine& line) { m_console.Add(line); });
-    m_tool = flow.empty() ? m_doc->AddTool(FuID(m_plugins->ToolClass())) : LoadTool(*m_doc, flow);
+    m_tool = flow.empty() ? m_doc->AddTool(FuID(m_plugins->ToolClass())) : ToolFromFlow(*m_doc, flow);
 }
 
 ToolSession::~ToolSession() { m_doc.reset(); }
@@ -85,6 +74,21 @@ void ToolSession::Set(const std::vector<Setting>& settings, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     ApplySettings(*m_tool, settings, time);
+}
+
+void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    Input& sourceInput = ImageInput(*m_tool, kSourceInput);
+    Input& kernelInput = ImageInput(*m_tool, kKernelInput);
+    m_console.Clear();
+    sourceInput.SetSource(&shape, time);
+    kernelInput.SetSource(kernel, time);
+    m_doc->PreCalc(m_tool, time);
+    sourceInput.SetSource(nullptr, time);
+    kernelInput.SetSource(nullptr, time);
+    const std::string why = m_console.Why();
+    if (m_console.HasFailure() && why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
 }
 
 Ref<Image> ToolSession::Render(Image& source, Image* kernel, TimeStamp time)
@@ -121,7 +125,7 @@ Ref<Image> ToolSession::KernelDrawing(int width, int height, TimeStamp time)
     FusionDoc doc;
     FrameConsole console;
     doc.SetConsoleListener([&](const ConsoleLine& line) { console.Add(line); });
-    Operator* tool = LoadTool(doc, copy.Path());
+    Operator* tool = ToolFromFlow(doc, copy.Path());
     Ref<Image> drawing = DrawKernels(doc, *tool, console, width, height, time);
     if (!drawing) throw RenderError("drawing the kernels was interrupted");
     return drawing;

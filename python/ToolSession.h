@@ -47,6 +47,11 @@ public:
 
     // Applies the settings in order (ApplySettings); throws its usage ProgramError.
     void Set(const std::vector<Setting>& settings, TimeStamp time);
+    // Has the tool plan a render of `shape` (an image without pixels, PlateShapes'
+    // kind) with `kernel` at `time`, so a frame past the memory limit is refused
+    // before its image is made: throws FrameMemoryError then. Other refusals
+    // are left to Render, which gives them.
+    void Plan(Image& shape, Image* kernel, TimeStamp time);
     // Renders `source` (and `kernel`, or none) at `time`. Throws
     // FrameMemoryError when the tool refused the frame for its memory, and a
     // render ProgramError with the tool's console line for any other failure.

@@ -72,6 +72,13 @@ void Lumivane2::CheckFrameMemory() const
     ::CheckFrameMemory(chunkPlan, sourceImage->PixelStride(), HostHeldMemory(), HostMemoryLimit(), HostMemoryLimitSource());
 }
 
+void Lumivane2::CheckCopyMemory() const
+{
+    const FrameMemory copy =
+        EstimateCopyMemory(sourceImage->Width, sourceImage->Height, sourceImage->PixelStride(), HostHeldMemory());
+    ::CheckMemory(copy, HostMemoryLimit(), HostMemoryLimitSource());
+}
+
 void Lumivane2::ProcessChunk(Request* /*req*/, std::int32_t chunk)
 {
     try {

@@ -94,6 +94,9 @@ private:
     // Throws, naming the sizes, when the frame would need more memory than the
     // host allows, before anything large is allocated.
     void CheckFrameMemory() const;
+    // The same for a frame that is copied (one-pixel kernels): its input and
+    // output images beside what the host holds.
+    void CheckCopyMemory() const;
     // Finds the colours whose kernels are identical, before the chunks run.
     void ShareKernels();
     void ReportChunkError(const std::string& message);

@@ -48,6 +48,7 @@ void Lumivane2::Process(Request* req)
 
         if (OnePixelKernels()) {
             // Nothing to filter, kernel image or not.
+            CheckCopyMemory();
             outputImage = sourceImage->CopyOfImage(false);
         } else {
             if (kernelImage) CheckKernelImage(kernelImage);
@@ -124,6 +125,7 @@ void Lumivane2::PreCalcProcess(Request* req)
         ReadRenderState(req);
         if (OnePixelKernels()) {
             if (doc) doc->PrintF(CONSOLE_Info, "%s", kCopyLine);
+            CheckCopyMemory();
         } else {
             PlanFrame();
             PrintFrameFigures();

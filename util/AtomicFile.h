@@ -9,15 +9,32 @@
 // A process killed outright leaves its temporary file behind; the next
 // AtomicFile for the same final name removes those whose process is gone.
 //
-// A final name that is a symbolic link is written through: the file the link
-// leads to is replaced and the link stays. An existing file keeps its
-// permission bits (a 0660 plate does not become world-readable), and one the
-// user may not write to is not replaced, even when its folder is writable.
+// Nothing but a regular file is ever replaced: a final name that is (or leads
+// to) a folder, a device, a FIFO or a socket is refused. A symbolic link is
+// written through (the file it leads to is replaced and the link stays), but
+// only where the kernel's protected_symlinks rule would let this user open
+// it: not a link in a sticky world-writable folder (/tmp) owned by someone
+// other than the folder's owner or this user, so another user's link cannot
+// aim this program at a file of its choosing. A replaced file keeps its
+// permission bits, and its owner and group where this user may set them (the
+// superuser always may); one the user may not write to is not replaced, even
+// when its folder is writable.
+#include <stdexcept>
 #include <string>
 
 class AtomicFile {
 public:
-    explicit AtomicFile(std::string finalPath);
+    // Why the existing regular file `path` may not be replaced by this kind
+    // of file ("it holds something else"), or "".
+    using ReplaceRule = std::string (*)(const std::string& path);
+    // The reason a final name may not be written (what() names no file).
+    struct Refused : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
+
+    // Makes the temporary file, empty. Throws Refused with CannotWrite's
+    // reason, or when the temporary file cannot be made.
+    explicit AtomicFile(std::string finalPath, ReplaceRule rule = nullptr);
     // Removes the temporary file unless it was committed.
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;
@@ -27,19 +44,25 @@ public:
     const std::string& FinalPath() const { return m_final; }
     // Renames the temporary file over the final one. Returns "" on success, else
     // why not (the temporary file is then removed): the existing file may not be
-    // written, the file system is full (a writer that missed a failed write may
-    // have left the file cut short), or the system's reason for the rename.
+    // replaced, the file system is full or the file reached the file-size limit
+    // (a writer that missed a failed write may have left the file cut short), or
+    // the system's reason for the rename.
     std::string Commit();
     bool Committed() const { return m_committed; }
-    // Why an existing file at `finalPath` may not be replaced by this user, or "".
-    static std::string CannotReplace(const std::string& finalPath);
+    // Why `finalPath` may not be written, or "": its folder is missing or not
+    // writable, a link on the way may not be followed or goes round in a loop,
+    // or what is there is not a regular file this user may replace (and that
+    // `rule` accepts).
+    static std::string CannotWrite(const std::string& finalPath, ReplaceRule rule = nullptr);
     // The system's words for a full disk when the file system the temporary
-    // file is on has no block left for this user, else "".
-    std::string DiskFull() const;
+    // file is on has no block left for this user, or for a file too large when
+    // the temporary file reached the process's file-size limit; else "".
+    std::string OutOfRoom() const;
 
 private:
     std::string m_final;
     std::string m_target;  // m_final with symbolic links followed
     std::string m_temp;
+    ReplaceRule m_rule = nullptr;
     bool m_committed = false;
 };

@@ -3,9 +3,15 @@
 #include "ProgramRunner.h"
 #include "app/ExitCodes.h"
 
+#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <sys/stat.h>
 
 #include <chrono>
+#include <cstdint>
+#include <sstream>
 #include <csignal>
 #include <functional>
 #include <new>
@@ -28,17 +34,92 @@ void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
 
 class CommandFailure : public ::testing::TestWithParam<FailureCase> {};
 
+std::string Bytes(const std::string& path)
+{
+    std::stringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+void Save(const std::string& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+// Writes `bytes` bytes of `value` at `at`, most significant first when `big`.
+void Put(std::string& b, std::size_t at, std::uint64_t value, int bytes, bool big)
+{
+    for (int i = 0; i < bytes; ++i) b[at + (big ? bytes - 1 - i : i)] = static_cast<char>(value >> (8 * i) & 0xFF);
+}
+
+// Real small files whose headers are made to declare a huge frame, with the
+// little data they had: under the default memory limit they must be refused
+// from their length, before any pixel is allocated.
+void MakeHeaderBombs(const ScratchFolder& dir)
+{
+    constexpr std::uint32_t kSide = 200000;
+    const OIIO::ImageBuf small = TestPicture(16, 16, {"R", "G", "B"}, false);
+    WriteFile(small, dir / "bomb.png", OIIO::TypeDesc::UINT8);
+    std::string b = Bytes(dir / "bomb.png");
+    Put(b, 16, kSide, 4, true);  // IHDR width, height, then its CRC
+    Put(b, 20, kSide, 4, true);
+    Put(b, 29, crc32(0, reinterpret_cast<const Bytef*>(&b[12]), 17), 4, true);
+    Save(dir / "bomb.png", b);
+
+    WriteFile(small, dir / "bomb.jpg", OIIO::TypeDesc::UINT8);
+    b = Bytes(dir / "bomb.jpg");
+    const std::size_t frame = b.find("\xFF\xC0");
+    Put(b, frame + 5, 65000, 2, true);  // height, width, below the decoder's own limit
+    Put(b, frame + 7, 65000, 2, true);
+    Save(dir / "bomb.jpg", b);
+
+    OIIO::ImageBuf zip = small;
+    zip.specmod().attribute("compression", "zip");
+    WriteFile(zip, dir / "bomb.exr", OIIO::TypeDesc::HALF);
+    b = Bytes(dir / "bomb.exr");
+    for (const std::string window : {"dataWindow", "displayWindow"}) {
+        const std::size_t box = b.find(window + std::string("\0box2i\0", 7)) + window.size() + 11;
+        Put(b, box + 8, kSide - 1, 4, false);
+        Put(b, box + 12, kSide - 1, 4, false);
+    }
+    // A whole offset table, every entry pointing at the one chunk there is:
+    // the one entry written points just past itself.
+    const auto entry = [&b](std::size_t at) {
+        std::uint64_t v = 0;
+        for (int i = 7; i >= 0; --i) v = v << 8 | static_cast<unsigned char>(b.at(at + i));
+        return v;
+    };
+    std::size_t table = 0;
+    while (entry(table) != table + 8) ++table;
+    const std::size_t chunks = (kSide + 15) / 16;
+    std::string entries(chunks * 8, '\0');
+    for (std::size_t k = 0; k < chunks; ++k) Put(entries, k * 8, table + chunks * 8, 8, false);
+    Save(dir / "bomb.exr", b.substr(0, table) + entries + b.substr(table + 8));
+
+    // One pixel of data far from its one-pixel frame: the frame is the union of the two.
+    OIIO::ImageSpec far(1, 1, 4, OIIO::TypeDesc::HALF);
+    far.x = far.y = 1000000;
+    far.full_width = far.full_height = 1;
+    const auto out = OIIO::ImageOutput::create(dir / "far.exr");
+    const float pixel[4] = {1, 1, 1, 1};
+    if (!out || !out->open(dir / "far.exr", far) || !out->write_image(OIIO::TypeDesc::FLOAT, pixel) || !out->close())
+        throw std::runtime_error("cannot write far.exr");
+}
+
 TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
 {
     const FailureCase& c = GetParam();
     ScratchFolder dir;
     const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
     WriteFile(picture, dir / "in.exr", OIIO::TypeDesc::HALF);
-    for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr"}) WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
+    // A sequence on twos with frame 5 missing, and one whose second frame is not an image.
+    for (const char* f : {"seq.0001.exr", "seq.0003.exr", "k.0001.exr", "twos.0001.exr", "twos.0003.exr",
+                          "twos.0007.exr", "bad.0001.exr"})
+        WriteFile(picture, dir / f, OIIO::TypeDesc::HALF);
     std::ofstream(dir / "garbage.exr") << "not an image";
+    std::ofstream(dir / "bad.0002.exr") << "not an image";
     std::ofstream(dir / "broken.json") << "{\"format\": \"lumivane-flow\", ";
-    // A header that claims 60000 x 60000 pixels, with almost nothing after it.
-    std::ofstream(dir / "huge.ppm") << "P6\n60000 60000\n255\n" << std::string(16, '\0');
+    // A header that claims 60000 x 60000 pixels, with almost nothing after it,
+    // in a format whose run-length coding gives no bound on its length.
+    std::ofstream(dir / "huge.hdr") << "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 60000 +X 60000\n"
+                                    << std::string(16, '\0');
     std::ofstream(dir / "negative.json")
         << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]})";
     // The same picture as JPEG, uncompressed TIFF, DPX and OpenEXR, each cut to half its length.
@@ -53,9 +134,18 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
     std::fstream(dir / "damaged.exr", std::ios::in | std::ios::out | std::ios::binary)
         .seekp(static_cast<std::streamoff>(std::filesystem::file_size(dir / "damaged.exr") / 2))
         .write("\x55\xaa\x55\xaa\x55\xaa\x55\xaa", 8);
+    MakeHeaderBombs(dir);
     std::filesystem::create_directory(dir / "out");
+    // Files that name what the render reads, and things that are not files.
+    std::filesystem::create_symlink("in.exr", dir / "link.exr");
+    std::filesystem::create_hard_link(dir / "in.exr", dir / "hard.exr");
+    std::ofstream(dir / "self.flow") << R"({"format": "lumivane-flow", "version": 1, "tools": [{"class": )"
+                                     << R"("tevrinworks.Lumivane2", "inputs": {}, "connections": {"input": "in.exr"}}],)"
+                                     << R"( "program": {"output": "in.exr"}})";
+    for (const char* f : {"pipe.exr", "pipe.flow"}) ::mkfifo((dir / f).c_str(), 0666);
 
-    const RunResult r = RunLumivane(dir, c.args);
+    // A FIFO read would never end: `timeout` turns that into a failure.
+    const RunResult r = RunLumivane(dir, c.args, {}, "timeout 60");
     EXPECT_EQ(r.status, c.status) << r.err;
     EXPECT_NE(r.err.find(c.message), std::string::npos) << "stderr:\n" << r.err;
     EXPECT_EQ(dir.Files("out"), c.outputs);
@@ -94,11 +184,36 @@ INSTANTIATE_TEST_SUITE_P(
                     3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr"}},
         FailureCase{"MissingMiddleFrameKeepGoing",
                     {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--keep-going"}, 3, "frame 2: cannot read seq.0002.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+        FailureCase{"GapInSequenceOnDisk", {"render", "twos.####.exr", "out/o.####.exr"}, 3,
+                    "frame 5: cannot read twos.0005.exr: no such file", {"o.0001.exr", "o.0003.exr"}},
+        FailureCase{"EmptyFrameList", {"render", "seq.####.exr", "out/o.####.exr", "--frames", ""}, 2,
+                    "--frames: an empty frame list"},
+        // The missing flow stops a view that took the list, instead of serving on.
+        FailureCase{"ViewEmptyFrameList", {"view", "seq.####.exr", "--frames", "", "--flow", "missing.flow"}, 2,
+                    "--frames: an empty frame list"},
+        FailureCase{"DryRunMissingFrame", {"render", "seq.####.exr", "out/o.####.exr", "--frames", "1-3", "--dry-run"}, 3,
+                    "frame 2: cannot read seq.0002.exr: no such file"},
+        FailureCase{"DryRunUnreadableFrame", {"render", "bad.####.exr", "out/o.####.exr", "--dry-run"}, 3,
+                    "frame 2: cannot read bad.0002.exr: not an image file"},
+        FailureCase{"DryRunMissingKernelFrame",
+                    {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--dry-run"}, 3,
+                    "frame 2: cannot read k.0002.exr: no such file"},
+        FailureCase{"DryRunMissingOutputFolder", {"render", "in.exr", "out/none/o.exr", "--dry-run"}, 3,
+                    "cannot write out/none/o.exr: folder out/none does not exist"},
         FailureCase{"MissingKernelFrame",
                     {"render", "in.exr", "out/o.####.exr", "--frames", "1-2", "--kernel", "k.####.exr", "--size", "20"},
                     3, "frame 2: cannot read k.0002.exr: no such file", {"o.0001.exr"}},
         FailureCase{"SubmitWithoutFrameField", {"submit", "seq.####.exr", "out/o.exr", "--frames", "1", "--dry-run"}, 2,
                     "OUTPUT out/o.exr has no frame field"},
+        FailureCase{"SubmitFrameFieldInFolderName", {"submit", "seq.####.exr", "out/o.####/f.exr", "--frames", "1", "--dry-run"},
+                    2, "OUTPUT out/o.####/f.exr has its frame field in a folder name"},
+        FailureCase{"SubmitMissingOutputFolder", {"submit", "seq.####.exr", "out/none/o.####.exr", "--frames", "1", "--dry-run"},
+                    3, "/out/none does not exist (--mkdir makes it)"},
+        FailureCase{"SubmitPluginFolderWithColon",
+                    {"--plugins", "plug:ins", "submit", "seq.####.exr", "out/o.####.exr", "--frames", "1", "--dry-run"}, 2,
+                    "/plug:ins: its name holds a ':'"},
+        FailureCase{"SubmitEmptyFrameList", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "", "--dry-run"}, 2,
+                    "--frames: an empty frame list"},
         FailureCase{"SubmitFramesNotOnDisk", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "1-4", "--dry-run"},
                     3, "does not have: 2,4 (on disk: 1,3)"},
         FailureCase{"SubmitFirstFrameFails",
@@ -108,22 +223,37 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"ToolSetsNoOutput", {"render", "in.exr", "out/o.exr", "--unit", "absolute", "--size", "1e9"}, 4,
                     "Lumivane 2: the frame needs about"},
         FailureCase{"OverMemoryLimit", {"--max-memory", "20K", "render", "in.exr", "out/o.exr", "--size", "50"}, 4,
-                    "but the memory limit is 1 MiB"},
+                    "but the memory limit is 20 KiB"},
+        FailureCase{"RimTooBright", {"render", "in.exr", "out/o.exr", "--size", "20", "--bad-bokeh", "1e38"}, 4,
+                    "Lumivane 2: Bad Bokeh 1e+38 makes the kernel's rim 4e+38 times as bright as its centre"},
+        FailureCase{"MistypedCommand", {"rendr", "in.exr", "out/o.exr"}, 2, "(did you mean render?)"},
+        FailureCase{"MistypedOption", {"render", "in.exr", "out/o.exr", "--szie", "2"}, 2, "--szie (did you mean --size?)"},
+        FailureCase{"NoFramesPerTask", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "1", "--per-task", "0"},
+                    2, "--per-task: Value 0 not in range 1 to 1000000\n"},
         FailureCase{"BadMemoryLimit", {"--max-memory", "lots", "render", "in.exr", "out/o.exr"}, 2,
                     "--max-memory: \"lots\" is not a size such as 512M"},
         FailureCase{"BrokenFlow", {"render", "--flow", "broken.json", "in.exr", "out/o.exr"}, 3,
                     "broken.json: not a valid flow file"},
-        FailureCase{"HugeHeader", {"--max-memory", "1G", "render", "huge.ppm", "out/o.exr"}, 4,
-                    "cannot read huge.ppm: its 60000x60000 pixels of 3 channels need about 93.9 GiB to read, but the "
+        FailureCase{"HugeHeader", {"--max-memory", "1G", "render", "huge.hdr", "out/o.exr"}, 4,
+                    "Lumivane 2: the frame needs about"},
+        FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.hdr"},
+                    4, "cannot read huge.hdr: its 60000x60000 pixels of 3 channels need about 93.9 GiB to read, but the "
                     "memory limit is 1.0 GiB"},
-        FailureCase{"HugeKernelHeader", {"--max-memory", "1G", "render", "in.exr", "out/o.exr", "--kernel", "huge.ppm"},
-                    4, "cannot read huge.ppm: its 60000x60000"},
+        FailureCase{"FarDataWindow", {"--max-memory", "1G", "render", "far.exr", "out/o.exr"}, 4,
+                    "Lumivane 2: the frame needs about"},
+        FailureCase{"PngHeaderBomb", {"render", "bomb.png", "out/o.exr"}, 3,
+                    "cannot read bomb.png: the file is cut short: it has"},
+        FailureCase{"JpegHeaderBomb", {"render", "in.exr", "out/o.exr", "--kernel", "bomb.jpg"}, 3,
+                    "cannot read bomb.jpg: the file is cut short: it has"},
+        FailureCase{"ExrHeaderBomb", {"render", "bomb.exr", "out/o.exr"}, 3,
+                    "cannot read bomb.exr: the file is cut short: it has"},
         FailureCase{"TruncatedJpeg", {"render", "cut.jpg", "out/o.exr"}, 3,
                     "cannot read cut.jpg: JPEG error: Premature end of JPEG file"},
         FailureCase{"TruncatedTiff", {"render", "cut.tif", "out/o.exr"}, 3,
                     "cannot read cut.tif: the file is cut short: it has 9"},
         FailureCase{"TruncatedExr", {"render", "cut.exr", "out/o.exr"}, 3,
-                    "cannot read cut.exr: Error reading pixel data from image file \"cut.exr\""},
+                    "cannot read cut.exr: the file is cut short: it has 9775 bytes, but its 64x48 pixels, "
+                    "uncompressed, need at least 19200"},
         FailureCase{"DamagedZipExr", {"render", "damaged.exr", "out/o.exr"}, 3,
                     "cannot read damaged.exr: Error reading pixel data from image file \"damaged.exr\". a ZIP chunk"},
         FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
@@ -132,7 +262,35 @@ INSTANTIATE_TEST_SUITE_P(
                     4, "cannot draw the kernels of a 8000x8000 frame: its point image and response need about 1.9 GiB, "
                     "but the memory limit is 64 MiB"},
         FailureCase{"FlowValueRefusedAsWithSet", {"render", "--flow", "negative.json", "in.exr", "out/o.exr"}, 2,
-                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"}),
+                    "negative.json: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0"},
+        // Nothing read is written over, by whatever name.
+        FailureCase{"OutputIsInput", {"render", "in.exr", "in.exr"}, 2,
+                    "OUTPUT in.exr is the same file as INPUT in.exr: writing it would destroy what is read"},
+        FailureCase{"OutputLinksToInput", {"render", "in.exr", "link.exr"}, 2, "OUTPUT link.exr is the same file as INPUT in.exr"},
+        FailureCase{"OutputIsHardLinkOfKernel", {"render", "seq.0001.exr", "hard.exr", "--kernel", "in.exr"}, 2,
+                    "OUTPUT hard.exr is the same file as --kernel in.exr"},
+        FailureCase{"OutputFramesAreInputFrames", {"render", "seq.####.exr", "./seq.####.exr", "--frames", "1-3"}, 2,
+                    "OUTPUT ./seq.0001.exr is the same file as INPUT seq.0001.exr"},
+        FailureCase{"FlowWritesItsInput", {"render", "--flow", "self.flow"}, 2,
+                    "OUTPUT (from the flow self.flow) in.exr is the same file as INPUT (from the flow self.flow) in.exr"},
+        FailureCase{"SaveFlowOverInput", {"render", "in.exr", "out/o.exr", "--save-flow", "in.exr"}, 2,
+                    "--save-flow in.exr is the same file as INPUT in.exr"},
+        FailureCase{"SubmitOverInput", {"submit", "seq.####.exr", "seq.####.exr", "--frames", "1", "--dry-run"}, 2,
+                    "seq.0001.exr is the same file as INPUT"},
+        // Only regular files are read or written.
+        FailureCase{"FifoInput", {"render", "pipe.exr", "out/o.exr"}, 3,
+                    "cannot read pipe.exr: it is a FIFO, not a regular file"},
+        FailureCase{"FifoKernel", {"render", "in.exr", "out/o.exr", "--kernel", "pipe.exr"}, 3,
+                    "cannot read pipe.exr: it is a FIFO"},
+        FailureCase{"FifoFlow", {"render", "--flow", "pipe.flow", "in.exr", "out/o.exr"}, 3,
+                    "cannot read flow pipe.flow: it is a FIFO"},
+        FailureCase{"FifoOutput", {"render", "in.exr", "pipe.exr"}, 3,
+                    "cannot write pipe.exr: it is a FIFO, not a regular file"},
+        FailureCase{"WisdomOverAnImage", {"--fft-wisdom", "in.exr", "render", "in.exr", "out/o.exr"}, 3,
+                    "cannot use in.exr as the FFT wisdom file (--fft-wisdom, LUMIVANE_FFT_WISDOM): the file exists "
+                    "and does not hold FFTW wisdom"},
+        FailureCase{"WisdomInAMissingFolder", {"--fft-wisdom", "none/w", "render", "in.exr", "out/o.exr"}, 3,
+                    "folder none does not exist"}),
     PrintName);
 
 // Memory can run out past every check; that is a memory failure, not a fault of the program.
@@ -186,14 +344,19 @@ TEST(CommandFailure, TerminationStopsCleanly)
         }
         return pid;
     };
-    const auto stop = [](pid_t pid, const std::function<bool()>& ready) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    // One signal once `ready`: the exit status, or minus the signal that ended
+    // the program; one still running 20 s later is killed.
+    const auto stop = [](pid_t pid, const std::function<bool()>& ready, int signal = SIGTERM) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (!ready() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        ::kill(pid, SIGTERM);
+        ::kill(pid, signal);
+        deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         int raw = 0;
-        ::waitpid(pid, &raw, 0);
-        return WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+        while (::waitpid(pid, &raw, WNOHANG) == 0)
+            if (std::chrono::steady_clock::now() > deadline) ::kill(pid, SIGKILL);
+            else std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return WIFEXITED(raw) ? WEXITSTATUS(raw) : -WTERMSIG(raw);
     };
 
     const pid_t render = start({"render", "in.exr", "out/o.####.exr", "--frames", "1-100000", "--size", "5"});
@@ -203,6 +366,20 @@ TEST(CommandFailure, TerminationStopsCleanly)
     EXPECT_GE(left.size(), 3u);
     EXPECT_LT(left.size(), 100000u);
     for (const std::string& f : left) EXPECT_EQ(f.rfind("o.", 0), 0u) << "left behind: " << f;
+
+    // A closed terminal or ssh session stops it the same way, with its own status.
+    const pid_t hungUp = start({"render", "in.exr", "out/h.####.exr", "--frames", "1-100000", "--size", "5"});
+    EXPECT_EQ(stop(hungUp, [&] { return std::filesystem::exists(dir / "out/h.0003.exr"); }, SIGHUP), 129);
+    for (const std::string& f : dir.Files("out")) EXPECT_NE(f.front(), '.') << "left behind: " << f;
+
+    // A plug-in whose loading never ends (a FIFO) stops at the first signal.
+    std::filesystem::create_directory(dir / "hang");
+    ::mkfifo((dir / "hang/Hang.plugin").c_str(), 0644);
+    const pid_t hanging = start({"--plugins", "hang", "render", "in.exr", "out/x.exr"});
+    EXPECT_EQ(stop(hanging, [] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        return true;
+    }), 130);
 
     // The kernel command, stopped while it loads or draws: nothing written.
     const pid_t kernel = start({"kernel", "k.exr", "--width", "2000", "--height", "1500"});

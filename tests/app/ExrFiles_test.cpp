@@ -162,4 +162,24 @@ TEST(ExrFiles, OutputPixelsAreTheImagesWhateverTheCodec)
     }
 }
 
+// Values exactly halfway between two halves go to the one with an even last
+// bit, worked out here by hand: normal, subnormal, negative, and the tie past
+// the largest half, which overflows to infinity.
+TEST(ExrFiles, HalfOutputRoundsTiesToEven)
+{
+    const float ulp11 = std::ldexp(1.0f, -11), tiny = std::ldexp(1.0f, -25);
+    const struct { float value, half; } ties[] = {
+        {1 + ulp11, 1},              {1 + 3 * ulp11, 1 + 4 * ulp11}, {-(1 + ulp11), -1},
+        {0.5f + ulp11 / 2, 0.5f},    {2049, 2048},                   {2051, 2052},
+        {tiny, 0},                   {3 * tiny, 4 * tiny},           {65520, INFINITY}};
+    const int n = static_cast<int>(std::size(ties));
+    Image image(n, 1, IMDP_Float32);
+    for (int x = 0; x < n; ++x)
+        for (int c = 0; c < 4; ++c) image.Pixel(x, 0)[c] = ties[x].value;
+    ScratchFolder dir;
+    WriteImageFile(dir / "ties.exr", image, {}, IMDP_Float16, "none");
+    const ImageBuf back = ReadFile(dir / "ties.exr");
+    for (int x = 0; x < n; ++x) EXPECT_EQ(back.getchannel(x, 0, 0, 0), ties[x].half) << "from " << ties[x].value;
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 // Running the lumivane program in a scratch folder, and the image files the
 // end-to-end tests feed it.
 #include <OpenImageIO/imagebuf.h>
+#include <OpenImageIO/imagecache.h>
 
 #include <algorithm>
 #include <cmath>
@@ -113,8 +114,11 @@ inline void WriteFile(const OIIO::ImageBuf& image, const std::string& path, OIIO
     if (!image.write(path, format)) throw std::runtime_error("cannot write test file " + path + ": " + image.geterror());
 }
 
+// The file as it is now: the shared image cache would give back what an earlier
+// read of the same name found.
 inline OIIO::ImageBuf ReadFile(const std::string& path)
 {
+    OIIO::ImageCache::create()->invalidate(OIIO::ustring(path));
     OIIO::ImageBuf buf(path);
     if (!buf.read(0, 0, true, OIIO::TypeDesc::FLOAT)) throw std::runtime_error("cannot read " + path + ": " + buf.geterror());
     return buf;

@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <tuple>
+
 namespace {
 
 using OIIO::TypeDesc;
@@ -186,7 +188,8 @@ TEST(RenderCommand, WritesTheCompressionAsked)
 }
 
 // A shot folder used from outside it: its flows name its files relative to
-// themselves, frames come from a list with a step or from the plates on disk,
+// themselves, frames come from a list with a step or from the plates on disk
+// (first to last: the frames missing between fail, -k renders the others),
 // --mkdir makes the output folder, and `flow save` renders nothing.
 TEST(RenderCommand, ShotFolderRendersFromElsewhereAfterAMove)
 {
@@ -202,23 +205,23 @@ TEST(RenderCommand, ShotFolderRendersFromElsewhereAfterAMove)
     EXPECT_EQ(dir.Files("shot"), (std::vector<std::string>{"a.flow", "b.flow", "plates"}));
     std::filesystem::rename(dir / "shot", dir / "moved");
 
-    const RunResult dry = RunLumivane(dir, {"render", "--flow", "moved/b.flow", "--dry-run"});
+    const RunResult dry = RunLumivane(dir, {"render", "--flow", "moved/b.flow", "--dry-run", "--mkdir"});
     ASSERT_EQ(dry.status, 0) << dry.err;
     // A 9-pixel kernel on a 9-pixel image: the transform side is the power of two above 18.
     EXPECT_NE(dry.out.find("blur size in pixels R 9 x 9, G 9 x 9, B 9 x 9; transform size R 32 x 32"), std::string::npos)
         << dry.out;
     EXPECT_NE(dry.out.find("Lumivane2.plugin"), std::string::npos) << dry.out;
     // 20 = 2 x 2 x 5 is the smallest even side above 18 with no prime factor above 7.
-    const RunResult fast = RunLumivane(dir, {"render", "--fast-sizes", "--flow", "moved/b.flow", "--dry-run"});
+    const RunResult fast = RunLumivane(dir, {"render", "--fast-sizes", "--flow", "moved/b.flow", "--dry-run", "--mkdir"});
     ASSERT_EQ(fast.status, 0) << fast.err;
     EXPECT_NE(fast.out.find("transform size R 20 x 20"), std::string::npos) << fast.out;
     EXPECT_EQ(dir.Files("moved").size(), 3u);
 
-    const std::pair<const char*, std::vector<std::string>> renders[] = {
-        {"moved/b.flow", {"o.0001.exr", "o.0004.exr", "o.0007.exr"}},
-        {"moved/a.flow", {"o.0001.exr", "o.0003.exr", "o.0004.exr", "o.0007.exr"}}};  // and 3, found on disk
-    for (const auto& [flow, written] : renders) {
-        ASSERT_EQ(RunLumivane(dir, {"render", "--flow", flow, "--mkdir"}).status, 0) << flow;
+    const std::tuple<const char*, std::vector<std::string>, int> renders[] = {
+        {"moved/b.flow", {"o.0001.exr", "o.0004.exr", "o.0007.exr"}, 0},
+        {"moved/a.flow", {"o.0001.exr", "o.0003.exr", "o.0004.exr", "o.0007.exr"}, 3}};  // and 3; 2, 5, 6 missing
+    for (const auto& [flow, written, status] : renders) {
+        EXPECT_EQ(RunLumivane(dir, {"render", "--flow", flow, "--mkdir", "-k"}).status, status) << flow;
         EXPECT_EQ(dir.Files("moved/out"), written) << flow;
     }
     EXPECT_LT(Red(ReadFile(dir / "moved/out/o.0003.exr"), 4, 4), 50.0f);  // blurred
@@ -300,30 +303,28 @@ TEST(Reliability, NonFinitePixelsSpreadThroughTheirChannelOnly)
     EXPECT_FALSE(std::isfinite(out.getchannel(12, 12, 0, 2)));
 }
 
-TEST(Reliability, OutputMayReplaceTheInput)
+TEST(Reliability, AnOutputIsReplacedThroughItsLinkKeepingItsBits)
 {
     ScratchFolder dir;
     const OIIO::ImageBuf picture = TestPicture(20, 12, {"R", "G", "B", "A"}, true);
+    WriteFile(picture, dir / "in.exr", OIIO::TypeDesc::HALF);
     WriteFile(picture, dir / "shot.exr", OIIO::TypeDesc::HALF);
-    const RunResult r = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
-    EXPECT_EQ(dir.Files(), std::vector<std::string>{"shot.exr"});
 
     // Replacing keeps the file's permission bits; a link is written through.
     namespace fs = std::filesystem;
     fs::permissions(dir / "shot.exr", fs::perms(0640));
     fs::create_symlink("shot.exr", dir / "link.exr");
-    const RunResult again = RunLumivane(dir, {"render", "shot.exr", "link.exr", "--size", "10"});
+    const RunResult again = RunLumivane(dir, {"render", "in.exr", "link.exr", "--size", "10"});
     ASSERT_EQ(again.status, 0) << again.err;
     EXPECT_TRUE(fs::is_symlink(dir / "link.exr"));
+    EXPECT_GT(Compare(picture, ReadFile(dir / "shot.exr")).worst, 0.1);
     EXPECT_EQ(fs::status(dir / "shot.exr").permissions(), fs::perms(0640));
 
     // A file the user may not write is not replaced, though its folder is writable.
     // The superuser may write anything, so then the program runs as nobody.
     fs::permissions(dir / "shot.exr", fs::perms(0444));
     fs::permissions(dir.Path(), fs::perms::all);
-    const RunResult refused = RunLumivane(dir, {"render", "shot.exr", "shot.exr", "--size", "10"}, {},
+    const RunResult refused = RunLumivane(dir, {"render", "in.exr", "shot.exr", "--size", "10"}, {},
                                           ::geteuid() == 0 ? "setpriv --reuid=65534 --regid=65534 --clear-groups" : "");
     EXPECT_EQ(refused.status, 3) << refused.err;
     EXPECT_NE(refused.err.find("cannot write shot.exr: the file exists and may not be written by this user"),
@@ -358,6 +359,50 @@ TEST(Reliability, AFailedWriteNamesTheFileAndKeepsEarlierFrames)
         EXPECT_NE(full.err.find("No space left on device"), std::string::npos) << full.err;
         EXPECT_EQ(full.err.find(".tmp"), std::string::npos) << full.err;
     }
+}
+
+// Past a file-size limit every writer's file is found cut short: libjpeg would
+// end the process, libpng and FFTW would not notice, libtiff and OpenEXR might.
+class SizeLimit : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(SizeLimit, FailsTheWriteWithNoFileLeft)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(400, 300, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::FLOAT);
+    std::filesystem::create_directory(dir / "out");
+    const std::string out = std::string("out/o.") + GetParam();
+    const RunResult r = RunLumivane(dir, {"render", "in.exr", out, "--size", "2"}, "ulimit -f 16");
+    EXPECT_EQ(r.status, 3) << r.err;
+    EXPECT_NE(r.err.find("cannot write " + out + ": "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("File too large"), std::string::npos) << r.err;
+    EXPECT_EQ(dir.Files("out"), std::vector<std::string>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Reliability, SizeLimit, ::testing::Values("exr", "jpg", "png", "tif"));
+
+// `render -v | head -1`: the reader of standard output goes away early.
+TEST(Reliability, AReaderThatGoesAwayLeavesTheRenderRunning)
+{
+    ScratchFolder dir;
+    WriteFile(TestPicture(64, 48, {"R", "G", "B", "A"}, true), dir / "in.exr", OIIO::TypeDesc::HALF);
+    ASSERT_EQ(RunLumivane(dir, {"render", "in.exr", "quiet.exr", "--size", "5"}).status, 0);
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);  // every write to the pipe fails
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        if (::chdir(dir.Path().c_str()) != 0 || ::dup2(ends[1], STDOUT_FILENO) < 0 || ::dup2(ends[1], STDERR_FILENO) < 0)
+            ::_exit(99);
+        ::unsetenv("LUMIVANE_PLUGIN_PATH");
+        ::execl(LUMIVANE_EXE, "lumivane", "render", "in.exr", "piped.exr", "--size", "5", "-v",
+                static_cast<char*>(nullptr));
+        ::_exit(98);
+    }
+    ::close(ends[1]);
+    int raw = 0;
+    ASSERT_EQ(::waitpid(pid, &raw, 0), pid);
+    EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << "status " << raw;
+    EXPECT_EQ(Compare(ReadFile(dir / "quiet.exr"), ReadFile(dir / "piped.exr")).worst, 0.0);
 }
 
 #if !defined(LUMIVANE_SANITIZED)  // the sanitizers' own memory would swamp the figures

@@ -99,6 +99,7 @@ TEST(ResolveNumber, TakesNumbersNamesAndSwitchesAndSaysWhatIsAccepted)
         {"Operation", "d", 1},       {"PerChannel", "off", 0},      {"LockXY", "yes", 1},
         {"BlurSizeX", "2.5", 2.5},   {"BlurSizeX", "1e2", 100},     {"PolygonSideCount", "7", 7}};
     for (const auto& c : accepted) EXPECT_EQ(ResolveNumber(t.Decl(c.id), c.text, "test"), c.value) << c.text;
+    EXPECT_EQ(ResolveNumber(t.Decl("BadBokeh"), "3.4e38", "test"), 3.4e38);
     const struct { const char* id; const char* text; const char* message; } refused[] = {
         {"BlurStyle", "hexagon", "0 \"Disk\", 1 \"Polygon\", 2 \"Gaussian\""},
         {"Edges", "3", "3 is not one of 0 \"Duplicate\""}, {"Edges", "1.5", "is not one of"},
@@ -106,7 +107,10 @@ TEST(ResolveNumber, TakesNumbersNamesAndSwitchesAndSaysWhatIsAccepted)
         {"PolygonSideCount", "4.5", "not a whole number"}, {"BlurSizeX", "-1", "less than the lowest value 0"},
         {"BlurSizeX", "nan", "not a number"}, {"BlurSizeX", "inf", "not a number"}, {"BlurSizeX", " 2", "not a number"},
         {"BlurSizeX", "2px", "not a number"}, {"BlurSizeX", "0x10", "\"0x10\" is not a decimal number"},
-        {"BlurSizeX", "1e400", "\"1e400\" is too large"}, {"PolygonSideCount", "1e9", "more than the highest value"}};
+        {"BlurSizeX", "1e400", "\"1e400\" is too large"}, {"PolygonSideCount", "1e9", "more than the highest value"},
+        // Past the float range a value could only become an infinite kernel or size.
+        {"BadBokeh", "1e300", "BadBokeh: 1e+300 is past the largest value a control holds, 3.40282e+38"},
+        {"KernelAngle", "-4e38", "KernelAngle: -4e+38 is past the largest value"}};
     for (const auto& c : refused) {
         const std::string message = UsageMessage([&] { ResolveNumber(t.Decl(c.id), c.text, "--opt"); });
         EXPECT_NE(message.find(c.message), std::string::npos) << message;
@@ -127,8 +131,8 @@ TEST(ApplySettings, NotifiesInTheOrderGivenReplacesKeysAndRefusesWhatIsNotSettab
     ApplySettings(*after.op, {{"KernelAngle", "45", "x"}}, 5.0);
     EXPECT_TRUE(!after.In("KernelAngle")->IsAnimated() && after.Get("KernelAngle") == 45.0);
 
-    const std::string unknown = UsageMessage([&] { ApplySettings(*after.op, {{"blursizex", "1", "--set blursizex=1"}}, 0); });
-    EXPECT_NE(unknown.find("no control \"blursizex\" (did you mean \"BlurSizeX\"?)"), std::string::npos) << unknown;
+    const std::string unknown = UsageMessage([&] { ApplySettings(*after.op, {{"blursizx", "1", "--set blursizx=1"}}, 0); });
+    EXPECT_NE(unknown.find("no control \"blursizx\" (did you mean \"BlurSizeX\"?)"), std::string::npos) << unknown;
     EXPECT_NE(unknown.find("Operation, WienerParam, BlurSizeUnit"), std::string::npos) << unknown;
     for (const auto& c : {std::pair{"kernel", "image input"}, {"CompanyName", "read-only"}})  // no captured bindings in clang 14
         EXPECT_NE(UsageMessage([&] { ApplySettings(*after.op, {{c.first, "x", "o"}}, 0); }).find(c.second), std::string::npos)

@@ -1,5 +1,7 @@
 // How a sequence is shared among a scheduler's tasks, checked by running the
-// task text through bash and reading the frames back with the frame-list parser.
+// task text through bash and reading the frames back with the frame-list parser,
+// and the job script `submit --dry-run` prints, run the same way.
+#include "ProgramRunner.h"
 #include "app/FramePattern.h"
 #include "app/Subprocess.h"
 #include "app/SubmitPlan.h"
@@ -51,6 +53,39 @@ TEST(SubmitPlan, TasksRunTheirShareWithArgumentsIntact)
     EXPECT_EQ(rendered, frames);
 }
 
+// The job a dry run prints, each of its array's tasks run with its command shown
+// instead of run: seven frames three to a task are three tasks, the last with
+// frame 7 alone, and every task leaves the frames that exist.
+TEST(SubmitPlan, DryRunJobRendersEveryFrameOnceAndSkipsThoseThatExist)
+{
+    ScratchFolder dir;
+    const OIIO::ImageBuf picture = TestPicture(8, 6, {"R", "G", "B"}, false);
+    for (int f = 1; f <= 7; ++f) WriteFile(picture, dir / ("seq.000" + std::to_string(f) + ".exr"), OIIO::TypeDesc::HALF);
+    const RunResult r = RunLumivane(dir, {"submit", "seq.####.exr", "out.####.exr", "--frames", "1-7", "--per-task", "3",
+                                          "--dry-run", "--size", "2"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string script = r.out.substr(0, r.out.find("\n\n# "));
+    const std::size_t exec = script.find("\nexec ") + 6;
+    script.replace(exec, script.find(' ', exec) - exec, "printf '[%s]'");
+    const std::string array = "#SBATCH --array=1-";
+    const int tasks = std::stoi(script.substr(script.find(array) + array.size()));
+    EXPECT_EQ(tasks, 3);
+    std::vector<int> rendered;
+    for (int t = 1; t <= tasks; ++t) {
+        const ProgramRun run = RunProgram({"env", "SLURM_ARRAY_TASK_ID=" + std::to_string(t), "bash", "-c", script});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_NE(run.out.find("[render]"), std::string::npos) << run.out;
+        EXPECT_NE(run.out.find("[--skip-existing]"), std::string::npos) << run.out;
+        const std::size_t list = run.out.rfind("[--frames][") + 11;
+        const std::vector<int> share = FrameList::Parse(run.out.substr(list, run.out.size() - list - 1)).Frames();
+        rendered.insert(rendered.end(), share.begin(), share.end());
+        if (t == tasks) {
+            EXPECT_EQ(share, std::vector<int>{7});
+        }
+    }
+    EXPECT_EQ(rendered, (std::vector<int>{1, 2, 3, 4, 5, 6, 7}));
+}
+
 TEST(SubmitPlan, FramesPerTaskMakeAboutAMinuteAndAtMostAThousandTasks)
 {
     const struct { int frames; double seconds; int perTask; } cases[] = {
@@ -65,6 +100,7 @@ TEST(SubmitPlan, ReadsTheToolsMemoryFigureRoundedUp)
     EXPECT_EQ(ReportedFrameMemory("frame 1: Lumivane 2: blur ...; memory about 37 MiB\n"), 37 * MiB);
     EXPECT_GE(ReportedFrameMemory("transform size R 8192 x 8192; memory about 2.5 GiB"), 2560 * MiB);
     EXPECT_LE(ReportedFrameMemory("transform size R 8192 x 8192; memory about 2.5 GiB"), 2700 * MiB);
+    EXPECT_EQ(ReportedFrameMemory("memory about 600 KiB"), MiB);
     EXPECT_EQ(ReportedFrameMemory("frame 1: the kernels are one pixel: a copy"), 0u);
 }
 

@@ -8,6 +8,11 @@
 #include <httplib.h>
 #include <nlohmann/json.hpp>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cmath>
 #include <thread>
 
@@ -23,7 +28,7 @@ protected:
         Start("in.exr");
     }
     // Serves `input` in the scratch folder, in place of what was served.
-    void Start(const std::string& input)
+    void Start(const std::string& input, const std::string& saveFlow = "look.flow")
     {
         if (m_server) {  // one tool host at a time: the plug-in registers once a process
             TearDown();
@@ -31,7 +36,7 @@ protected:
         }
         ViewOptions options;
         options.input = m_dir / input;
-        options.saveFlow = m_dir / "look.flow";
+        options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
@@ -129,6 +134,20 @@ TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
     EXPECT_EQ(Compare(viewed, ReadFile(m_dir / "look.exr")).worst, 0.0);
 }
 
+// Without --save-flow the flow goes beside the input, as in.flow; the output
+// it names must then not be in.exr, the input itself.
+TEST_F(View, TheSavedFlowNeverNamesItsInputAsItsOutput)
+{
+    Start("in.exr", "");
+    ASSERT_EQ(Post("/api/set", R"({"id": "BlurSizeX", "value": 6})")->status, 200);
+    const auto saved = Post("/api/flow", "{}");
+    ASSERT_EQ(saved->status, 200) << saved->body;
+    EXPECT_EQ(json::parse(saved->body)["saved"], m_dir / "in.flow");
+    const RunResult r = RunLumivane(m_dir, {"render", "--flow", "in.flow"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_GT(Compare(ReadFile(m_dir / "in.lumivane.exr"), ReadFile(m_dir / "in.exr")).worst, 0.01);
+}
+
 TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
 {
     const std::string port = std::to_string(m_server->Port());
@@ -170,6 +189,47 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
 }
 
+// Clients that send their request a byte a second, more of them than the
+// server has workers, while the page asks for pictures.
+TEST_F(View, ClientsTricklingRequestsNeitherHoldUpThePageNorStayConnected)
+{
+    using Clock = std::chrono::steady_clock;
+    const std::string request = "GET /api/tool HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    std::vector<int> slow(24);
+    for (int& fd : slow) {
+        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(static_cast<std::uint16_t>(m_server->Port()));
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    }
+    // Closed by the server: an end of file, or an answer and then the end.
+    const auto closed = [](int fd) {
+        char byte;
+        const ssize_t n = ::recv(fd, &byte, 1, MSG_DONTWAIT);
+        return n >= 0 || (errno != EAGAIN && errno != EWOULDBLOCK);
+    };
+    const auto begin = Clock::now();
+    for (std::size_t second = 0; second < 9; ++second) {
+        for (const int fd : slow) ::send(fd, &request[second], 1, MSG_NOSIGNAL);
+        if (second >= 2 && second <= 4) {
+            const auto asked = Clock::now();
+            const auto r = m_client->Get("/api/image?which=output&format=png");
+            const double ms = std::chrono::duration<double, std::milli>(Clock::now() - asked).count();
+            ASSERT_TRUE(r);
+            EXPECT_EQ(r->status, 200);
+            EXPECT_LT(ms - std::stod(r->get_header_value("X-Lumivane-Render-Ms")), 1000.0) << "at second " << second;
+        }
+        if (std::all_of(slow.begin(), slow.end(), closed)) break;
+        std::this_thread::sleep_until(begin + std::chrono::seconds(second + 1));
+    }
+    for (const int fd : slow) {
+        EXPECT_TRUE(closed(fd)) << "still connected after 9 s without a whole request";
+        ::close(fd);
+    }
+}
+
 TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
 {
     // Bright points on a ramp: the bokeh's size shows in every point.
@@ -182,21 +242,29 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
     struct Case {
         const char* unit;
         double size;  // 16 pixels in the full frame either way
+        bool keyed;
+        int factor;
     };
-    for (const Case& c : {Case{"Absolute", 16.0}, Case{"Relative", 25.0}}) {
-        SCOPED_TRACE(c.unit);
+    for (const Case& c : {Case{"Absolute", 16.0, false, 2}, Case{"Relative", 25.0, false, 2},
+                          Case{"Absolute", 16.0, true, 4}}) {
+        SCOPED_TRACE(std::string(c.unit) + (c.keyed ? ", keyed, proxy " : ", proxy ") + std::to_string(c.factor));
         for (const std::string& set : {std::string(R"({"id": "BlurSizeUnit", "value": ")") + c.unit + "\"}",
                                       R"({"id": "BlurSizeX", "value": )" + std::to_string(c.size) + "}"})
             ASSERT_EQ(Post("/api/set", set)->status, 200) << set;
-        const auto proxy = m_client->Get("/api/image?which=output&format=png&proxy=2");
+        if (c.keyed) {
+            ASSERT_EQ(Post("/api/key", R"({"id": "BlurSizeX", "frame": 0})")->status, 200);
+        }
+        const std::string factor = std::to_string(c.factor);
+        const auto proxy = m_client->Get(("/api/image?which=output&format=png&proxy=" + factor).c_str());
         ASSERT_EQ(proxy->status, 200) << proxy->body;
-        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), "2");
+        EXPECT_EQ(proxy->get_header_value("X-Lumivane-Proxy"), factor);
         std::ofstream(m_dir / "proxy.png", std::ios::binary) << proxy->body;
         const OIIO::ImageBuf shown = ReadFile(m_dir / "proxy.png");
-        ASSERT_EQ(shown.spec().width, 32);
-        ASSERT_EQ(shown.spec().height, 24);
+        const int w = 64 / c.factor, h = 48 / c.factor;
+        ASSERT_EQ(shown.spec().width, w);
+        ASSERT_EQ(shown.spec().height, h);
         const json console = json::parse(m_client->Get("/api/console")->body);
-        EXPECT_EQ(console["proxy"], 2);
+        EXPECT_EQ(console["proxy"], c.factor);
         EXPECT_EQ(console["version"], Tool()["version"]) << "the console speaks of an older render";
 
         // The full resolution, unchanged by the proxy render before it.
@@ -207,16 +275,18 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
         ASSERT_EQ(rendered.status, 0) << rendered.err;
         EXPECT_EQ(Compare(full, ReadFile(m_dir / "rendered.exr")).worst, 0.0);
 
-        // Against the full render averaged over 2x2 blocks, on the display's scale.
+        // Against the full render averaged over factor x factor blocks, on the display's scale.
+        const int n = c.factor * c.factor;
         double sum = 0.0;
-        for (int y = 0; y < 24; ++y)
-            for (int x = 0; x < 32; ++x)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
                 for (int ch = 0; ch < 3; ++ch) {
                     double mean = 0.0;
-                    for (int k = 0; k < 4; ++k) mean += full.getchannel(2 * x + k % 2, 2 * y + k / 2, 0, ch) / 4;
+                    for (int k = 0; k < n; ++k)
+                        mean += full.getchannel(c.factor * x + k % c.factor, c.factor * y + k / c.factor, 0, ch) / n;
                     sum += std::fabs(srgb(mean) - shown.getchannel(x, y, 0, ch));
                 }
-        EXPECT_LT(sum / (32 * 24 * 3), 0.025) << "mean difference on the display scale";
+        EXPECT_LT(sum / (w * h * 3), 0.025) << "mean difference on the display scale";
     }
 }
 

@@ -152,7 +152,7 @@ def main(work):
     check(local.returncode == 0, "local render: " + local.stderr)
 
     # The job as it would go: array range, memory per task, the frozen flow; nothing submitted.
-    dry = run(["submit", inp, work + "/dry/o.####.exr", "--frames", "1-12", "--per-task", "3", "--dry-run"] + look)
+    dry = run(["submit", inp, work + "/dry/o.####.exr", "--mkdir", "--frames", "1-12", "--per-task", "3", "--dry-run"] + look)
     check(dry.returncode == 0, "dry run: " + dry.stderr)
     check("#SBATCH --array=1-4\n" in dry.stdout, "dry run array range: " + dry.stdout)
     check(re.search(r"--flow %s/dry/\.lumivane-jobs/o-[0-9-]+/look\.flow " % re.escape(work), dry.stdout) is not None,
@@ -164,7 +164,7 @@ def main(work):
     asked, estimated = [], []
     for size in ("3", "900"):
         sized = ["--unit", "absolute", "--size", size]
-        d = run(["submit", inp, work + "/dry/o.####.exr", "--frames", "1-12", "--per-task", "3", "--dry-run"] + sized)
+        d = run(["submit", inp, work + "/dry/o.####.exr", "--mkdir", "--frames", "1-12", "--per-task", "3", "--dry-run"] + sized)
         asked.append(int(re.search(r"#SBATCH --mem=(\d+)M", d.stdout).group(1)))
         r = run(["render", inp, work + "/x.exr", "--frames", "1", "--dry-run"] + sized)
         estimated.append(int(re.search(r"memory about (\d+) MiB", r.stdout).group(1)))
@@ -172,13 +172,13 @@ def main(work):
           asked[0] > estimated[0], "memory asked %s for estimates %s" % (asked, estimated))
 
     # 12 frames in 4 tasks, bit-exact with the local render.
-    whole = run(["submit", inp, work + "/whole/o.####.exr", "--frames", "1-12", "--per-task", "3", "--wait"] + look)
+    whole = run(["submit", inp, work + "/whole/o.####.exr", "--mkdir", "--frames", "1-12", "--per-task", "3", "--wait"] + look)
     check(whole.returncode == 0 and "12 of 12 frames written" in whole.stdout, "whole job: " + whole.stdout +
           whole.stderr)
     check(whole.returncode != 0 or not same_pixels(work + "/whole", work + "/local", frames), "whole job pixels")
 
     # Cancelled after its first task: the same command again renders only the missing frames.
-    cmd = ["submit", inp, work + "/again/o.####.exr", "--frames", "1-12", "--per-task", "3"] + look
+    cmd = ["submit", inp, work + "/again/o.####.exr", "--mkdir", "--frames", "1-12", "--per-task", "3"] + look
     held = run(cmd + ["--", "--hold"])
     jid = job_id(held.stdout)
     check(jid is not None, "held job: " + held.stdout + held.stderr)
@@ -202,7 +202,7 @@ def main(work):
         shutil.copy("%s/in.%04d.exr" % (work, f), "%s/bad/in.%04d.exr" % (work, f))
     with open(work + "/bad/in.0006.exr", "w") as f:
         f.write("not an image")
-    bad = run(["submit", work + "/bad/in.####.exr", work + "/bad/out/o.####.exr", "--frames", "1-12", "--per-task",
+    bad = run(["submit", work + "/bad/in.####.exr", work + "/bad/out/o.####.exr", "--mkdir", "--frames", "1-12", "--per-task",
                "3", "--wait"] + look)
     check(bad.returncode == 4 and "frame 6 was not written" in bad.stderr and "in.0006.exr" in bad.stderr,
           "failing frame: %d %s" % (bad.returncode, bad.stderr))
@@ -210,7 +210,7 @@ def main(work):
     check(written == [f for f in frames if f != 6], "frames written beside the failing one: %s" % written)
 
     # The cluster refuses the job: sbatch's own message is shown.
-    refused = run(["submit", inp, work + "/refused/o.####.exr", "--frames", "1-12", "--partition", "nowhere"])
+    refused = run(["submit", inp, work + "/refused/o.####.exr", "--mkdir", "--frames", "1-12", "--partition", "nowhere"])
     check(refused.returncode == 3 and "invalid partition" in refused.stderr.lower(), "refused: " + refused.stderr)
 
 

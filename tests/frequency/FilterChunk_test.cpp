@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <tuple>
 
 namespace {
@@ -168,6 +169,58 @@ TEST(FilterChunk, DeconvolvingAGaussianBlurGivesTheImageBack)
     EXPECT_GT(blurWorst, 20 * worst);
 }
 
+// A naive two-dimensional DFT of an n x m array (row-major), e^(sign 2 pi i ...), unscaled.
+std::vector<std::complex<double>> Dft(const std::vector<std::complex<double>>& a, int n, int m, double sign)
+{
+    const double pi = std::acos(-1.0);
+    std::vector<std::complex<double>> out(a.size());
+    for (int v = 0; v < m; ++v)
+        for (int u = 0; u < n; ++u)
+            for (int y = 0; y < m; ++y)
+                for (int x = 0; x < n; ++x)
+                    out[v * n + u] += a[y * n + x] * std::polar(1.0, sign * 2 * pi * (double(u * x) / n + double(v * y) / m));
+    return out;
+}
+
+// Deconvolution of a whole frame against the Wiener filter computed here: with
+// black edges the image sits in the top-left corner of a zero array of the
+// powers of two above image plus kernel, the kernel's centre on (0, 0) and its
+// weights summing to 1, and every frequency becomes Y conj(K) / (|K|^2 + w).
+TEST(FilterChunk, DeconvolutionIsTheWienerFilterOverTheWholeFrame)
+{
+    using Complex = std::complex<double>;
+    const int w = 9, h = 7, kw = 5, kh = 3;
+    const double wiener = 0.3;
+    Ref<Image> src(TestPlate(w, h));
+    Ref<Image> kernel(MakeImage(kw, kh, [](int x, int y, int) { return 1.0f + x + 3.0f * y + (x == 4 && y == 0 ? 5.0f : 0.0f); }));
+    const int n = PowerOfTwoAbove(w + kw), m = PowerOfTwoAbove(h + kh);
+    std::vector<Complex> k(static_cast<std::size_t>(n) * m);
+    double total = 0;
+    for (int y = 0; y < kh; ++y)
+        for (int x = 0; x < kw; ++x) total += Sample(*kernel, x, y, 0);
+    for (int y = 0; y < kh; ++y)
+        for (int x = 0; x < kw; ++x) k[(y - kh / 2 + m) % m * n + (x - kw / 2 + n) % n] = Sample(*kernel, x, y, 0) / total;
+    const std::vector<Complex> K = Dft(k, n, m, -1);
+    std::vector<double> ref[4];
+    for (int c = 0; c < 4; ++c) {
+        std::vector<Complex> plane(k.size());
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) plane[y * n + x] = Sample(*src, x, y, c);
+        std::vector<Complex> Y = Dft(plane, n, m, -1);
+        for (std::size_t j = 0; j < Y.size(); ++j) Y[j] *= std::conj(K[j]) / (std::norm(K[j]) + wiener);
+        const std::vector<Complex> back = Dft(Y, n, m, 1);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) ref[c].push_back(back[y * n + x].real() / (n * m));
+    }
+    FrameSettings s;
+    s.kernelImage = kernel.get();
+    s.Size(kw, kh);
+    s.edge = 2;
+    s.convolve = false;
+    s.wiener = wiener;
+    ExpectCloseTo(*FilterFrame(*src, s), [&](int x, int y, int c) { return ref[c][static_cast<std::size_t>(y) * w + x]; });
+}
+
 // Transform sizes: powers of two by default, and the smooth rule's smaller sides
 // with no prime factor above 7, which give the same image; sizes out of range
 // are refused.
@@ -218,8 +271,9 @@ INSTANTIATE_TEST_SUITE_P(Renders, SmoothSizes,
 TEST(TransformSize, SizesNotAboveZeroOrPastTheLargestSideAreRefused)
 {
     const std::pair<double, const char*> cases[] = {
-        {0.0, "the green blur size 0.000000 x 0.000000 is not above 0 pixels, so there is no kernel to filter with"},
-        {3e9, "the green blur size of 3000000000.000000 pixels passes the largest kernel of 1073741824 pixels"},
+        {0.0, "the green blur size 0 x 0 is not above 0 pixels, so there is no kernel to filter with"},
+        {3e9, "the green blur size of 3e+09 pixels passes the largest kernel of 1073741824 pixels"},
+        {1e300, "the green blur size of 1e+300 pixels passes the largest kernel of 1073741824 pixels"},
         {1073741800, "the transform width for image plus kernel of 1073741865 pixels would pass the largest side "
                      "of 1073741824"},
     };

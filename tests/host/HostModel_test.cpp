@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -70,6 +72,9 @@ TEST(Input, NotifiesOnlyWhenAskedAndInterpolatesKeyframes)
     EXPECT_EQ(std::vector<double>({at(20), at(25)}), std::vector<double>({6, 9}));  // at and past the middle key
     Request req(15);
     EXPECT_EQ(static_cast<Number&>(*in->GetValue(&req)).Value(), 4.0);
+    // Between frames too: 1.5 is a quarter of the way from the key at 1 to the one at 3.
+    in->SetKeys({{1, 2.0}, {3, 6.0}});
+    EXPECT_EQ(std::vector<double>({at(1.5), at(2.75)}), std::vector<double>({3, 5.5}));
 }
 
 TEST(ThreadedOperator, RunsEveryChunkOnTheWorkersAndReportsFailures)
@@ -151,7 +156,16 @@ TEST(EngineSettings, ValuesParseAsAFarmWouldWriteThemAndTheProgramsValueWinsOver
         EXPECT_TRUE(MemoryLimit() == 1u << 20 && MemoryLimitSource() == "the memory limit");
         ResetEngineSettings();
     }
-    EXPECT_TRUE(EngineTransformSizes() == TransformSizes::PowersOfTwo && MemoryLimitSource() == "the memory available");
+    EXPECT_EQ(EngineTransformSizes(), TransformSizes::PowersOfTwo);
+    // By default a frame may take what the machine has available, but never
+    // more than three quarters of its memory, and the message says which.
+    std::ifstream info("/proc/meminfo");
+    std::uint64_t total = 0, available = 0, kib = 0;
+    for (std::string key, unit; info >> key >> kib >> unit;)
+        (key == "MemTotal:" ? total : key == "MemAvailable:" ? available : kib) = kib << 10;
+    EXPECT_LE(MemoryLimit(), total / 4 * 3);
+    EXPECT_GE(MemoryLimit(), std::min(available, total / 4 * 3) / 10 * 9);
+    EXPECT_EQ(MemoryLimitSource(), available > total / 4 * 3 ? "75% of the machine's memory" : "the memory available");
     for (const auto& [name, value] : {std::pair{"LUMIVANE_MAX_MEMORY", "20KB"}, {"LUMIVANE_THREADS", "0"},
                                       {"LUMIVANE_FFT_PLANNING", "Measure"}, {"LUMIVANE_TRANSFORM_SIZES", "Smooth"}}) {
         Variable v(name, value);

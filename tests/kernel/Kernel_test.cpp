@@ -145,6 +145,13 @@ TEST(KernelErrors, SayWhatWasWrongAndWhatIsAccepted)
         EXPECT_EQ(Refusal<std::runtime_error>([&] { Ref<Image>(MakeChannelKernel(Params(c.style, 0, 0, c.sides), c.sx, c.sy)); }),
                   c.message);
     EXPECT_EQ(At(Make(Params(Polygon, 0.0, 0.0, 3), 5.0), 2, 2), 1.0f);  // a triangle is fine
+    // A rim as bright as a float holds is drawn; past that the control is blamed, not a kernel image.
+    for (const int style : {Disk, Polygon}) {
+        EXPECT_TRUE(std::isfinite(At(Make(Params(style, 8e37), 5.0), 4, 2))) << style;  // 3.2e38 times the centre
+        EXPECT_EQ(Refusal<std::runtime_error>([&] { Make(Params(style, 1e38), 5.0); }),
+                  "Bad Bokeh 1e+38 makes the kernel's rim 4e+38 times as bright as its centre, more than a kernel "
+                  "pixel holds (3.40282e+38)");
+    }
 }
 
 

@@ -2,6 +2,7 @@
 the module renders the same data as arrays, and the pixels must be identical."""
 import json
 import os
+import resource
 import subprocess
 import threading
 
@@ -51,12 +52,13 @@ CASES = {
     "polygon-rgba-aspect": (dict(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4, ScaleBlurAspect=True), 4,
                             np.float32, "float", False, 2.0),
     "gaussian-wrap-grey": (dict(BlurStyle="Gaussian", BlurSizeX=4, Edges="Wrap"), 1, np.float64, "float", False, None),
-    "airy-black-grey-alpha": (dict(BlurStyle="Airy", BlurSizeX=3, Edges="Black"), 2, np.float16, "half", False, None),
+    # Sizes of several pixels: a smaller kernel would be a copy, whatever the array's type.
+    "airy-black-grey-alpha": (dict(BlurStyle="Airy", BlurSizeX=12, Edges="Black"), 2, np.float16, "half", False, None),
     "disk-rgb-uint8": (dict(BlurSizeX=3), 3, np.uint8, "uint8", False, None),
     "kernel-image-z": (dict(BlurSizeX=2), 5, np.float32, "float", True, None),
     # Three different kernels on a grey plate: grey comes back from red, as the program writes it.
     "kernel-image-grey": (dict(BlurSizeX=2), 1, np.float32, "float", True, None),
-    "deconvolve-uint16": (dict(Operation="Deconvolve", WienerParam=0.002, BlurStyle="Gaussian", BlurSizeX=1), 3,
+    "deconvolve-uint16": (dict(Operation="Deconvolve", WienerParam=0.002, BlurStyle="Gaussian", BlurSizeX=6), 3,
                           np.uint16, "uint16", False, None),
 }
 
@@ -91,6 +93,10 @@ def test_pixels_are_the_programs(tmp_path, name):
     assert np.array_equal(strided, before)
     assert got.dtype == np.float32 and got.shape == data.shape
     assert np.array_equal(got, expected), f"worst pixel {np.unravel_index(np.argmax(abs(got - expected)), got.shape)}"
+    # The same values as float32, converted here: a type's own path must filter them too.
+    as_float = data.astype(np.float32) / (np.iinfo(dtype).max if np.issubdtype(dtype, np.integer) else 1)
+    assert not np.allclose(got, as_float, atol=1e-3)
+    assert np.allclose(got, tool.render(as_float, kernel=kernel, pixel_aspect=(aspect or 1.0, 1.0)), rtol=1e-5, atol=1e-5)
 
 
 def test_kernel_preview_flow_and_controls_are_the_programs(tmp_path):
@@ -126,6 +132,7 @@ ERRORS = [
     (lambda t: t.render(np.zeros((4, 4, 3)), pixel_aspect=(0, 1)), ValueError, "is not a pixel aspect"),
     (lambda t: t.set(BlurSizeX=20) or t.render(np.ones((8, 8, 3)), kernel=np.zeros((3, 3, 3))), RuntimeError, "kernel is black"),
     (lambda t: lumivane.Tool.from_flow("/nonexistent/look.flow"), OSError, "/nonexistent/look.flow"),
+    (lambda t: t.set(BlurSizeX=np.float64(1e39)), ValueError, "BlurSizeX: 1e+39 is past the largest value"),
 ]
 
 
@@ -136,12 +143,31 @@ def test_errors_name_the_value(call, kind, message):
     assert message in str(raised.value)
 
 
+def test_a_flows_bad_value_is_refused_as_by_set(tmp_path):
+    flow = tmp_path / "bad.flow"
+    flow.write_text(json.dumps({"format": "lumivane-flow", "version": 1,
+                                "tools": [{"class": "tevrinworks.Lumivane2", "inputs": {"BlurSizeX": -3}}]}))
+    with pytest.raises(ValueError) as raised:
+        lumivane.Tool.from_flow(str(flow))
+    assert "bad.flow: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0" in str(raised.value)
+
+
 def test_memory_limit_refuses_the_frame(monkeypatch):
     monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1M")
     with pytest.raises(MemoryError, match="the frame needs about .* LUMIVANE_MAX_MEMORY"):
         tool = lumivane.Tool()
         tool.set(BlurSizeX=2.5)
         tool.render(np.zeros((256, 256, 4), np.float32))
+
+
+@pytest.mark.parametrize("shape", [(12000, 12000, 4), (200000, 200000, 4)])
+def test_a_frame_past_the_limit_is_refused_before_the_array_is_copied(monkeypatch, shape):
+    monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1G")
+    image = np.broadcast_to(np.float32(0.5), shape)  # no memory of its own
+    peak = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss
+    with pytest.raises(MemoryError, match=r"the frame needs about [\d.]+ GiB .* LUMIVANE_MAX_MEMORY is 1.0 GiB"):
+        lumivane.Tool().render(image)
+    assert resource.getrusage(resource.RUSAGE_SELF).ru_maxrss - peak < 256 * 1024  # KiB
 
 
 def test_two_threads_match_one_after_the_other():
