@@ -45,7 +45,8 @@ Lines LinesOf(exr_const_context_t file, int width, const RecordOfChannel& record
         const exr_attr_chlist_entry_t& e = list->entries[c];
         if ((e.pixel_type != EXR_PIXEL_HALF && e.pixel_type != EXR_PIXEL_FLOAT) || e.x_sampling != 1 ||
             e.y_sampling != 1)
-            throw std::runtime_error(std::string("channel ") + e.name.str + " is not a half or float channel of every pixel");
+            throw std::runtime_error(std::string("channel ") + e.name.str +
+                                     " is not a half or float channel of every pixel");
         const int bytes = e.pixel_type == EXR_PIXEL_HALF ? 2 : 4;
         const int record = recordOf(e.name.str);
         lines.channels.push_back({record, bytes});
@@ -227,7 +228,8 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
             // A chunk that packing did not make smaller is stored raw, so none is larger.
             if (info.packed_size > size || (chunks.compression == EXR_COMPRESSION_NONE && info.packed_size != size))
                 throw std::runtime_error("the chunk of line " + std::to_string(y) + " has " +
-                                         std::to_string(info.packed_size) + " bytes for lines of " + std::to_string(size));
+                                         std::to_string(info.packed_size) + " bytes for lines of " +
+                                         std::to_string(size));
             std::vector<unsigned char>& packed = work.packed;
             packed.resize(info.packed_size);
             CheckExr(exr_read_chunk(file, 0, &info, packed.data()));
@@ -240,8 +242,10 @@ void ExrChunkReader::Decode(Image& image, const RecordOfChannel& recordOf) const
             }
             LinesToRecords(raw, rows, y - chunks.window.min.y, lines, image);
         };
+        // Reading only unpacks: the level is never used.
         Workspaces(kDefaultZipLevel).Run(chunks.Jobs(), [&](int job, Workspace& work) {
-            for (int k = job * chunks.perJob; k < std::min(chunks.count, (job + 1) * chunks.perJob); ++k) decode(k, work);
+            const int end = std::min(chunks.count, (job + 1) * chunks.perJob);
+            for (int k = job * chunks.perJob; k < end; ++k) decode(k, work);
         });
     } catch (const std::runtime_error& e) {
         // OpenEXR's own words for a file whose pixels cannot be read.

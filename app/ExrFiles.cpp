@@ -316,7 +316,8 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
     Imf::Header header = read ? read->header : Imf::Header();
     if (!read) header.compression() = Imf::ZIP_COMPRESSION;
     std::optional<int> zipLevel;
-    if (!compression.empty() && !Compression(compression, header, zipLevel)) return "unknown compression " + compression;
+    if (!compression.empty() && !Compression(compression, header, zipLevel))
+        return "unknown compression " + compression;
 
     // The data window is the image; the display window stays the file's when
     // the image still covers the data window it was read with.

@@ -28,7 +28,10 @@ int64_t ReadBytes(exr_const_context_t, void* bytes, void* buffer, uint64_t size,
     return static_cast<int64_t>(n);
 }
 
-int64_t SizeOfBytes(exr_const_context_t, void* bytes) { return static_cast<int64_t>(static_cast<const std::string*>(bytes)->size()); }
+int64_t SizeOfBytes(exr_const_context_t, void* bytes)
+{
+    return static_cast<int64_t>(static_cast<const std::string*>(bytes)->size());
+}
 
 int64_t WriteBytes(exr_const_context_t, void* bytes, const void* buffer, uint64_t size, uint64_t offset,
                    exr_stream_error_func_ptr_t)

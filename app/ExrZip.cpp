@@ -49,7 +49,8 @@ void ZipCoder::Unpack(const unsigned char* packed, std::size_t packedSize, unsig
     std::size_t got = 0;
     const libdeflate_result result = libdeflate_zlib_decompress(m_decompressor, packed, packedSize, coded, size, &got);
     const std::string lines = std::to_string(size) + " bytes its lines hold";
-    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) throw std::runtime_error("a ZIP chunk decompresses to more than the " + lines);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE)
+        throw std::runtime_error("a ZIP chunk decompresses to more than the " + lines);
     if (result != LIBDEFLATE_SUCCESS) throw std::runtime_error("a ZIP chunk is not a valid zlib stream");
     if (got != size)
         throw std::runtime_error("a ZIP chunk decompresses to " + std::to_string(got) + " bytes, not the " + lines);

@@ -92,7 +92,8 @@ TEST_P(ExrCodec, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         EXPECT_EQ(file.layout.y, -2);
         EXPECT_EQ(file.layout.fullWidth, 20);
         const bool grey = plain.channels[0] == "Y";
-        const int alpha = static_cast<int>(std::find(plain.channels.begin(), plain.channels.end(), "A") - plain.channels.begin());
+        const auto& names = plain.channels;
+        const int alpha = static_cast<int>(std::find(names.begin(), names.end(), "A") - names.begin());
         for (int y = 0; y < kHeight; ++y)
             for (int x = 0; x < 13; ++x) {
                 const float* p = image.Pixel(x, y);
@@ -156,7 +157,8 @@ TEST(ExrFiles, OutputPixelsAreTheImagesWhateverTheCodec)
             WriteImageFile(path, image, {}, format == TypeDesc::HALF ? IMDP_Float16 : IMDP_Float32, codec);
             const ImageBuf ours = ReadFile(path);
             EXPECT_EQ(StoredFormat(path), format);
-            EXPECT_EQ(ours.spec().get_string_attribute("compression"), std::string(codec).substr(0, std::string(codec).find(':')));
+            const std::string name(codec);
+            EXPECT_EQ(ours.spec().get_string_attribute("compression"), name.substr(0, name.find(':')));
             EXPECT_EQ(Compare(ours, theirs).worst, 0.0) << Compare(ours, theirs);
         }
     }
