@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <string>
+#include <type_traits>
 
 struct FinishExr {
     void operator()(exr_context_t c) const { exr_finish(&c); }
@@ -20,7 +21,7 @@ struct FinishExr {
 using ExrContext = std::unique_ptr<std::remove_pointer_t<exr_context_t>, FinishExr>;
 
 // OpenEXR's core library's error words, remembered on the thread of the call
-// that failed; Check throws them as a std::runtime_error.
+// that failed; CheckExr throws them as a std::runtime_error.
 exr_context_initializer_t ExrInitializer();
 void CheckExr(exr_result_t result);
 

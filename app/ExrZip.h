@@ -6,7 +6,6 @@
 // from the byte before plus 128, and the result is a zlib stream. ZIP chunks
 // hold 16 lines, ZIPS chunks one; the coding is the same.
 #include <cstddef>
-#include <memory>
 #include <vector>
 
 struct libdeflate_compressor;
