@@ -4,6 +4,7 @@ from file to file: RGBA float EXR of noise-like data, uncompressed and zip, a di
 of 2.5 % of the width.
 
     bench/whole_process.py --build build [--rounds 3] [--sizes 1920x1080,3840x2160] [--quick]
+    bench/whole_process.py --build build --old OLD_BUILD [--rounds 5]
 
 Per file, in alternating rounds: `lumivane render`, a pass-through render (no blur),
 `oiiotool IN -o OUT`, scipy.signal.fftconvolve in float64 and cv2.filter2D (both
@@ -12,6 +13,11 @@ program writes with `lumivane kernel`). Then start-up (`describe`, a 1x1 render)
 the peak memory of a 10 % kernel, ten frames in one process against ten
 processes, and the write time of each OpenEXR compression (a pass-through with
 --compression). Prints medians of wall time and the largest peak resident memory.
+
+With --old: ZIP in, ZIP out only, this build's program against another build's
+and an `oiiotool IN -o OUT` copy, disks of 2.5 % and 10 %, in alternating
+rounds; each row carries the load average while it ran and the output's size
+against the input's (written by OpenEXR's own ZIP at its default level).
 """
 import argparse
 import os
@@ -118,6 +124,28 @@ def alternate(commands, rounds, env):
     return {name: (statistics.median(times[name]), peaks[name]) for name in commands}
 
 
+def old_against_new(ours, old, oiiotool, work, sizes, rounds, env):
+    print("| size | disk | new | old | oiiotool copy | new / oiiotool | new / old | output / input size | load |")
+    print("|---|---|---|---|---|---|---|---|---|")
+    for size in sizes:
+        w, h = (int(v) for v in size.split("x"))
+        src = os.path.join(work, f"in-{size}-zip.exr")
+        write_plate(src, w, h, "zip")
+        for disk in ["2.5", "10"]:
+            before = os.getloadavg()[0]
+            outs = {name: os.path.join(work, f"{name}.exr") for name in ["new", "old", "oiiotool"]}
+            r = alternate({
+                "new": ours + [src, outs["new"], "--set", f"BlurSizeX={disk}"],
+                "old": old + [src, outs["old"], "--set", f"BlurSizeX={disk}"],
+                "oiiotool": [oiiotool, src, "-o", outs["oiiotool"]],
+            }, rounds, env)
+            load = f"{before:.1f}-{os.getloadavg()[0]:.1f}"
+            cell = {k: f"{v[0]:.2f} s {v[1]:.0f} MiB" for k, v in r.items()}
+            ratio = os.path.getsize(outs["new"]) / os.path.getsize(src)
+            print(f"| {size} | {disk} % | {cell['new']} | {cell['old']} | {cell['oiiotool']} | "
+                  f"{r['new'][0] / r['oiiotool'][0]:.2f} | {r['new'][0] / r['old'][0]:.2f} | {ratio:.3f} | {load} |")
+
+
 def verdict(ok):
     return "met" if ok else "MISSED"
 
@@ -128,6 +156,7 @@ def main():
     parser.add_argument("--rounds", type=int, default=3)
     parser.add_argument("--sizes", default="1920x1080,3840x2160")
     parser.add_argument("--quick", action="store_true", help="1920x1080 only, no sequence or codec tables")
+    parser.add_argument("--old", help="another build folder: only its render against this one's, ZIP in and out")
     parser.add_argument("--peer", nargs=4, metavar=("TOOL", "IN", "OUT", "KERNEL"), help=argparse.SUPPRESS)
     args = parser.parse_args()
     if args.peer:
@@ -148,6 +177,12 @@ def main():
     ours = [lumivane, "--plugins", plugins, "render", "-q"]
     me = [sys.executable, os.path.abspath(__file__)]
     try:
+        if args.old:
+            old = os.path.abspath(args.old)
+            print()
+            old_against_new(ours, [os.path.join(old, "app", "lumivane"), "--plugins", os.path.join(old, "plugins"),
+                                   "render", "-q"], oiiotool, work, args.sizes.split(","), rounds, env)
+            return
         print()
         print("| size | file | render | pass-through | oiiotool | scipy f64 | cv2 | pass / oiiotool (<= 1.05) | "
               "render / oiiotool (<= 1.25) | scipy / render (>= 2) | cv2 / render (>= 1.5) |")

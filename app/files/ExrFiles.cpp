@@ -2,6 +2,8 @@
 
 #include "app/files/DeclaredPixels.h"
 #include "app/files/ExitCodes.h"
+#include "app/files/ExrChunks.h"
+#include "app/files/ExrZip.h"
 #include "app/files/ReadMemory.h"
 #include "host/EngineSettings.h"
 #include "util/CheckedFile.h"
@@ -23,6 +25,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <set>
@@ -184,7 +187,9 @@ const std::map<std::string, Imf::Compression> kCompressions = {
     {"b44", Imf::B44_COMPRESSION}, {"b44a", Imf::B44A_COMPRESSION}, {"dwaa", Imf::DWAA_COMPRESSION},
     {"dwab", Imf::DWAB_COMPRESSION}};
 
-bool Compression(const std::string& text, Imf::Header& header)
+// Sets the compression `text` names in `header`; a zlib level it names goes to
+// `zipLevel`. False for a name that is not a compression.
+bool Compression(const std::string& text, Imf::Header& header, std::optional<int>& zipLevel)
 {
     const auto colon = text.find(':');
     const auto it = kCompressions.find(text.substr(0, colon));
@@ -195,7 +200,7 @@ bool Compression(const std::string& text, Imf::Header& header)
         if (it->second == Imf::DWAA_COMPRESSION || it->second == Imf::DWAB_COMPRESSION)
             header.dwaCompressionLevel() = static_cast<float>(level);
         else
-            header.zipCompressionLevel() = static_cast<int>(level);
+            zipLevel = static_cast<int>(level);
     }
     return true;
 }
@@ -241,24 +246,32 @@ std::optional<ImageFile> ReadExrFile(const std::string& path)
 {
     if (!Taken(path)) return std::nullopt;
     try {
-        Imf::InputFile in(path.c_str(), Threads());
-        const Imf::Header& header = in.header();
+        // Uncompressed and ZIP lines come through the core library straight into
+        // the records (ExrChunks.h); the other codecs through OpenEXR's own decoders.
+        const std::unique_ptr<ExrChunkReader> chunks = ExrChunkReader::Open(path);
+        std::unique_ptr<Imf::InputFile> in;
+        if (!chunks) in = std::make_unique<Imf::InputFile>(path.c_str(), Threads());
+        const Imf::Header header = chunks ? chunks->Header() : in->header();
         if (!TakenChannels(header.channels())) return std::nullopt;
         const FileHeader read = HeaderOf(header, path);
         ImageFile file;
         file.layout = read.layout;
         const FileLayout& layout = file.layout;
-        // The host image alone: OpenEXR decodes straight into it.
+        // The host image alone: the pixels are decoded straight into it.
         CheckReadMemory(path, layout.width, layout.height, read.channels, 4.0 + read.extras.size());
         file.image = Ref<Image>(new Image(layout.width, layout.height, read.depth, read.extras));
         Image& image = *file.image;
         image.XScale = read.pixelAspect;
         image.YScale = 1.0;
 
-        Imf::ChannelList wanted = header.channels();
-        wanted.insert("A", Imf::Channel(Imf::FLOAT));  // alpha is 1 where the file has none
-        in.setFrameBuffer(SlicesOf(image, wanted, {layout.x, layout.y}));
-        in.readPixels(layout.y, layout.y + layout.height - 1);
+        if (chunks) {
+            chunks->Decode(image, [&image](const char* name) { return RecordOf(image, name); });
+        } else {
+            Imf::ChannelList wanted = header.channels();
+            wanted.insert("A", Imf::Channel(Imf::FLOAT));  // alpha is 1 where the file has none
+            in->setFrameBuffer(SlicesOf(image, wanted, {layout.x, layout.y}));
+            in->readPixels(layout.y, layout.y + layout.height - 1);
+        }
         if (header.channels().findChannel("Y"))
             for (int y = 0; y < image.Height; ++y)
                 for (int x = 0; x < image.Width; ++x) {
@@ -302,7 +315,9 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
     const auto* read = dynamic_cast<const ExrMetadata*>(like.metadata.get());
     Imf::Header header = read ? read->header : Imf::Header();
     if (!read) header.compression() = Imf::ZIP_COMPRESSION;
-    if (!compression.empty() && !Compression(compression, header)) return "unknown compression " + compression;
+    std::optional<int> zipLevel;
+    if (!compression.empty() && !Compression(compression, header, zipLevel))
+        return "unknown compression " + compression;
 
     // The data window is the image; the display window stays the file's when
     // the image still covers the data window it was read with.
@@ -330,6 +345,12 @@ std::string WriteExrFile(const std::string& temp, const Image& image, const File
         for (const std::string& name : image.ExtraChannels()) channels.insert(name, Imf::Channel(all));
     }
     header.channels() = channels;
+    // Uncompressed and ZIP lines go out through the core library, compressed
+    // here (ExrChunks.h); the rest through OpenEXR's own writer.
+    if (WritesChunks(header))
+        return WriteExrChunks(temp, header, image, [&image](const char* name) { return RecordOf(image, name); },
+                              zipLevel.value_or(kDefaultZipLevel));
+    if (zipLevel) header.zipCompressionLevel() = *zipLevel;
     CheckedFile file(temp);
     try {
         ExrStream stream(file, temp);

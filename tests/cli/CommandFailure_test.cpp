@@ -129,6 +129,11 @@ TEST_P(CommandFailure, ReportsAndLeavesNoPartialFile)
         WriteFile(plain, dir / f, OIIO::TypeDesc::UINT16);
         std::filesystem::resize_file(dir / f, std::filesystem::file_size(dir / f) / 2);
     }
+    // A ZIP OpenEXR file with bytes in the middle of its lines overwritten.
+    WriteFile(TestPicture(64, 48, {"R", "G", "B"}, false), dir / "damaged.exr", OIIO::TypeDesc::FLOAT);
+    std::fstream(dir / "damaged.exr", std::ios::in | std::ios::out | std::ios::binary)
+        .seekp(static_cast<std::streamoff>(std::filesystem::file_size(dir / "damaged.exr") / 2))
+        .write("\x55\xaa\x55\xaa\x55\xaa\x55\xaa", 8);
     MakeHeaderBombs(dir);
     std::filesystem::create_directory(dir / "out");
     // Files that name what the render reads, and things that are not files.
@@ -249,6 +254,8 @@ INSTANTIATE_TEST_SUITE_P(
         FailureCase{"TruncatedExr", {"render", "cut.exr", "out/o.exr"}, 3,
                     "cannot read cut.exr: the file is cut short: it has 9775 bytes, but its 64x48 pixels, "
                     "uncompressed, need at least 19200"},
+        FailureCase{"DamagedZipExr", {"render", "damaged.exr", "out/o.exr"}, 3,
+                    "cannot read damaged.exr: Error reading pixel data from image file \"damaged.exr\". a ZIP chunk"},
         FailureCase{"TruncatedDpx", {"render", "in.exr", "out/o.exr", "--kernel", "cut.dpx"}, 3,
                     "cannot read cut.dpx: the file is cut short: it has"},
         FailureCase{"KernelOverMemoryLimit", {"--max-memory", "64M", "kernel", "out/k.exr", "--width", "8000", "--height", "8000"},

@@ -1,5 +1,7 @@
-// Plain OpenEXR frames are read and written through OpenEXR itself; OpenImageIO,
-// which reads every other file, is the second opinion on what they hold.
+// Plain OpenEXR frames are read and written through OpenEXR itself (uncompressed
+// and ZIP lines chunk by chunk through its core library, the other codecs
+// through its own decoders); OpenImageIO, which reads every other file, is the
+// second opinion on what they hold.
 #include "support/ProgramRunner.h"
 
 #include "app/files/ImageFiles.h"
@@ -8,6 +10,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <random>
@@ -22,6 +25,7 @@ struct Plain {
     const char* name;
     std::vector<std::string> channels;
     TypeDesc format;
+    bool decreasing;  // line order
 };
 
 // Values no half holds exactly, some large, some tiny, negative ones too.
@@ -45,15 +49,20 @@ bool MapsCodecModule()
 }
 
 // Grey spreads to red, green and blue, alpha is 1 where the file has none,
-// Z is an extra channel; windows, pixel aspect, line order and the header's
-// own attributes come back on writing, and OpenImageIO is never loaded for it.
-TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
+// Z is an extra channel; windows, pixel aspect, line order, compression and the
+// header's own attributes come back on writing, and OpenImageIO is never loaded
+// for it. Each codec the program decodes or encodes itself, and one it leaves
+// to OpenEXR.
+class ExrCodec : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(ExrCodec, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
 {
     constexpr int kHeight = 300;
     ScratchFolder dir;
-    const Plain plains[] = {{"y.exr", {"Y"}, TypeDesc::HALF},
-                            {"rgb.exr", {"R", "G", "B"}, TypeDesc::FLOAT},
-                            {"yaz.exr", {"Y", "A", "Z"}, TypeDesc::FLOAT}};
+    const Plain plains[] = {{"y.exr", {"Y"}, TypeDesc::HALF, true},
+                            {"rgb.exr", {"R", "G", "B"}, TypeDesc::FLOAT, false},
+                            {"rgba.exr", {"R", "G", "B", "A"}, TypeDesc::HALF, false},
+                            {"yaz.exr", {"Y", "A", "Z"}, TypeDesc::FLOAT, false}};
     for (const Plain& plain : plains) {
         SCOPED_TRACE(plain.name);
         const int n = static_cast<int>(plain.channels.size());
@@ -66,8 +75,8 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         layout.full_height = kHeight + 2;
         layout.attribute("PixelAspectRatio", 2.0f);
         layout.attribute("studio:shot", "sq010_0040");
-        layout.attribute("compression", "piz");
-        if (plain.format == TypeDesc::HALF) layout.attribute("openexr:lineOrder", "decreasingY");
+        layout.attribute("compression", GetParam());
+        if (plain.decreasing) layout.attribute("openexr:lineOrder", "decreasingY");
         const std::vector<float> values = Noise(static_cast<std::size_t>(13) * kHeight * n, 7);
         ImageBuf written(layout);
         written.set_pixels(written.roi(), TypeDesc::FLOAT, values.data());
@@ -83,6 +92,8 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         EXPECT_EQ(file.layout.y, -2);
         EXPECT_EQ(file.layout.fullWidth, 20);
         const bool grey = plain.channels[0] == "Y";
+        const auto& names = plain.channels;
+        const int alpha = static_cast<int>(std::find(names.begin(), names.end(), "A") - names.begin());
         for (int y = 0; y < kHeight; ++y)
             for (int x = 0; x < 13; ++x) {
                 const float* p = image.Pixel(x, y);
@@ -90,7 +101,7 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
                 EXPECT_EQ(p[2], at(0));
                 EXPECT_EQ(p[1], at(grey ? 0 : 1));
                 EXPECT_EQ(p[0], at(grey ? 0 : 2));
-                EXPECT_EQ(p[3], n == 3 && grey ? at(1) : 1.0f);
+                EXPECT_EQ(p[3], alpha < n ? at(alpha) : 1.0f);
                 if (n == 3 && grey) {
                     EXPECT_EQ(p[4], at(2));
                 }
@@ -105,7 +116,7 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
         EXPECT_EQ(back.roi_full(), stored.roi_full());
         EXPECT_EQ(back.spec().get_float_attribute("PixelAspectRatio"), 2.0f);
         EXPECT_EQ(back.spec().get_string_attribute("studio:shot"), "sq010_0040");
-        EXPECT_EQ(back.spec().get_string_attribute("compression"), "piz");
+        EXPECT_EQ(back.spec().get_string_attribute("compression"), GetParam());
         EXPECT_EQ(back.spec().get_string_attribute("openexr:lineOrder"),
                   stored.spec().get_string_attribute("openexr:lineOrder"));
         EXPECT_EQ(Compare(back, stored).worst, 0.0);
@@ -113,25 +124,44 @@ TEST(ExrFiles, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
     EXPECT_FALSE(MapsCodecModule());
 }
 
-// Float results written as half round exactly as OpenImageIO rounds them.
-TEST(ExrFiles, HalfOutputRoundsLikeOpenImageIo)
+INSTANTIATE_TEST_SUITE_P(Codecs, ExrCodec, ::testing::Values("none", "zip", "zips", "piz"));
+
+// Float results written as half round exactly as OpenImageIO rounds them, and
+// float results stay as they are, whatever the codec and level. Several ZIP
+// chunks, the last one short; noise that ZIP cannot shrink is stored raw.
+TEST(ExrFiles, OutputPixelsAreTheImagesWhateverTheCodec)
 {
+    constexpr int kWidth = 61, kHeight = 40;
     ScratchFolder dir;
-    Image image(61, 5, IMDP_Float32);
-    const std::vector<float> values = Noise(static_cast<std::size_t>(61) * 5 * 4, 11);
-    ImageBuf reference(ImageSpec(61, 5, 4, TypeDesc::FLOAT));
-    for (int y = 0; y < 5; ++y)
-        for (int x = 0; x < 61; ++x) {
-            const float* v = &values[(static_cast<std::size_t>(y) * 61 + x) * 4];
-            float* p = image.Pixel(x, y);
-            for (int c = 0; c < 4; ++c) p[kRecordPosition[c]] = v[c];
-            reference.setpixel(x, y, v);
+    Image image(kWidth, kHeight, IMDP_Float32);
+    const std::vector<float> values = Noise(static_cast<std::size_t>(kWidth) * kHeight * 4, 11);
+    ImageBuf reference(ImageSpec(kWidth, kHeight, 4, TypeDesc::FLOAT));
+    for (int y = 0; y < kHeight; ++y)
+        for (int x = 0; x < kWidth; ++x) {
+            const float* v = &values[(static_cast<std::size_t>(y) * kWidth + x) * 4];
+            float rgba[4];
+            for (int c = 0; c < 4; ++c) {
+                rgba[c] = y < kHeight / 2 ? v[c] : (x + y % 3 + c) / 64.0f;
+                image.Pixel(x, y)[kRecordPosition[c]] = rgba[c];
+            }
+            reference.setpixel(x, y, rgba);
         }
-    WriteImageFile(dir / "ours.exr", image, {}, IMDP_Float16, "none");
-    WriteFile(reference, dir / "theirs.exr", TypeDesc::HALF);
-    const ImageBuf ours = ReadFile(dir / "ours.exr"), theirs = ReadFile(dir / "theirs.exr");
-    EXPECT_EQ(StoredFormat(dir / "ours.exr"), TypeDesc::HALF);
-    EXPECT_EQ(Compare(ours, theirs).worst, 0.0) << Compare(ours, theirs);
+    for (const TypeDesc format : {TypeDesc::HALF, TypeDesc::FLOAT}) {
+        // OpenImageIO keeps what it read by name: every file has its own.
+        const std::string theirsPath = dir / (std::string("theirs-") + format.c_str() + ".exr");
+        WriteFile(reference, theirsPath, format);
+        const ImageBuf theirs = ReadFile(theirsPath);
+        for (const char* codec : {"none", "zip", "zip:1", "zip:9", "zips", "piz"}) {
+            SCOPED_TRACE(std::string(format.c_str()) + " " + codec);
+            const std::string path = dir / (std::string("ours-") + format.c_str() + "-" + codec + ".exr");
+            WriteImageFile(path, image, {}, format == TypeDesc::HALF ? IMDP_Float16 : IMDP_Float32, codec);
+            const ImageBuf ours = ReadFile(path);
+            EXPECT_EQ(StoredFormat(path), format);
+            const std::string name(codec);
+            EXPECT_EQ(ours.spec().get_string_attribute("compression"), name.substr(0, name.find(':')));
+            EXPECT_EQ(Compare(ours, theirs).worst, 0.0) << Compare(ours, theirs);
+        }
+    }
 }
 
 // Values exactly halfway between two halves go to the one with an even last
