@@ -317,9 +317,14 @@ TEST(CommandFailure, UnwritableOutputFolder)
     EXPECT_FALSE(std::filesystem::exists(target));
 }
 
-// Whether process `pid` has loaded the plug-in module: it has its signal handlers by then.
+// Whether process `pid` is the program and has loaded the plug-in module: it
+// has its signal handlers by then. A child not yet past exec still maps what
+// the test process maps.
 bool PluginLoaded(pid_t pid)
 {
+    std::error_code ec;
+    const std::filesystem::path exe = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", ec);
+    if (ec || exe.filename() != "lumivane") return false;
     std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
     std::stringstream text;
     text << maps.rdbuf();
