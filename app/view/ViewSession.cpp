@@ -4,6 +4,7 @@
 #include "app/files/ExitCodes.h"
 #include "app/files/ImageFiles.h"
 #include "app/session/DrawKernels.h"
+#include "app/session/ToolNames.h"
 #include "app/files/SequencePlan.h"
 #include "app/view/ViewDisplay.h"
 #include "app/view/ViewProxy.h"
@@ -22,9 +23,6 @@
 using json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr const char* kSourceInput = "input";
-constexpr const char* kKernelInput = "kernel";
 
 FramePattern Pattern(const std::string& what, const std::string& text)
 {
@@ -97,10 +95,9 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     });
     json program;
     m_tool = MakeTool(*m_host, options.flow, program);
-    m_source = m_tool->FindInput(kSourceInput);
-    m_kernelInput = m_tool->FindInput(kKernelInput);
-    if (!m_source || !m_kernelInput)
-        throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
+    const ToolInputs inputs = InputsOf(*m_tool);
+    m_source = &inputs.source;
+    m_kernelInput = &inputs.kernel;
 
     m_names.input = !options.input.empty() ? options.input : m_source->Connection();
     m_names.kernel = !options.kernel.empty() ? options.kernel : m_kernelInput->Connection();
