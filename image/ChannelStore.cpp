@@ -41,9 +41,7 @@ void FreeAll(std::map<std::string, T*>& table)
 
 ChannelStore::~ChannelStore()
 {
-    FreeAll(interleaved);
     FreeAll(planes);
-    FreeAll(secondPlanes);
 }
 
 std::size_t ChannelStore::PlaneBytes() const
@@ -56,17 +54,11 @@ void ChannelStore::Allocate(std::int32_t newWidth, std::int32_t newHeight)
     // A sequence renders frame after frame at one size: the buffers it has are the
     // new ones (their contents are undefined after Allocate either way), without
     // handing the memory back and faulting it in again.
-    if (newWidth == width && newHeight == height && newWidth > 0 && newHeight > 0 && AllAllocated(interleaved) &&
-        AllAllocated(planes) && AllAllocated(secondPlanes))
-        return;
+    if (newWidth == width && newHeight == height && newWidth > 0 && newHeight > 0 && AllAllocated(planes)) return;
     height = newHeight;
     width = newWidth;
     pitch = 4 * ((newWidth + 3) / 4);
-    const std::size_t pixels = static_cast<std::size_t>(newWidth < 0 ? 0 : newWidth) *
-                               static_cast<std::size_t>(newHeight < 0 ? 0 : newHeight);
-    Reallocate(interleaved, pixels * 16);
     Reallocate(planes, PlaneBytes());
-    Reallocate(secondPlanes, PlaneBytes());
 }
 
 float* ChannelStore::GetChannel(const std::string& name)

@@ -27,11 +27,7 @@ public:
     std::int32_t width = 0;
     std::int32_t height = 0;
 
-    // Four-float interleaved pixels, and a second set of planes: kept for
-    // stores that need them; this tool only uses `planes`.
-    std::map<std::string, void*> interleaved;
     std::map<std::string, float*> planes;
-    std::map<std::string, float*> secondPlanes;
 
 private:
     std::size_t PlaneBytes() const;

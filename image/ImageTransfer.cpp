@@ -96,13 +96,3 @@ void WritePlane(const FrequencyArray& array, ChannelStore& channelStore, std::in
         for (std::int32_t x = 0; x < channelStore.width; ++x) out[x] = static_cast<float>(scale * in[x]);
     }
 }
-
-void CopyPlane(ChannelStore& channelStore, std::int32_t fromChunk, std::int32_t toChunk)
-{
-    if (static_cast<std::uint32_t>(fromChunk) > 5 || static_cast<std::uint32_t>(toChunk) > 5)
-        throw std::runtime_error("Unable to access storage channel");
-    const float* from = channelStore.GetChannel(kChunkPlanes[fromChunk]);
-    float* to = channelStore.GetChannel(kChunkPlanes[toChunk]);
-    if (channelStore.height < 1) return;
-    std::memcpy(to, from, sizeof(float) * static_cast<std::size_t>(channelStore.pitch) * channelStore.height);
-}

@@ -35,5 +35,3 @@ void ExportImage(Image& source, Image& output, ChannelStore& store, const RowBan
 // transforms. Throw std::runtime_error for a chunk outside 0 .. 5.
 void ReadPlane(FrequencyArray& array, ChannelStore& store, std::int32_t chunk);
 void WritePlane(const FrequencyArray& array, ChannelStore& store, std::int32_t chunk);
-// One chunk's plane copied over another's.
-void CopyPlane(ChannelStore& store, std::int32_t fromChunk, std::int32_t toChunk);

@@ -16,16 +16,14 @@
 
 #include "app/files/ExitCodes.h"
 #include "host/EngineSettings.h"
+#include "util/OwnFile.h"
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
-#include <dlfcn.h>
-
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
 #include <limits>
 #include <optional>
 
@@ -37,7 +35,6 @@
 #endif
 
 namespace py = pybind11;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -50,16 +47,8 @@ constexpr int kKernelFrameHeight = 1080;
 // was moved; one in the build tree uses the build's folder.
 std::string DefaultPluginFolder()
 {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&DefaultPluginFolder), &info) && info.dli_fname) {
-        std::error_code ec;
-        const fs::path module = fs::canonical(info.dli_fname, ec);
-        if (!ec) {
-            const fs::path installed = (module.parent_path() / LUMIVANE_PLUGIN_FOLDER_FROM_MODULE).lexically_normal();
-            if (fs::is_directory(installed, ec)) return installed.string();
-        }
-    }
-    return LUMIVANE_PLUGIN_FOLDER;
+    return BesideOwnFile(reinterpret_cast<const void*>(&DefaultPluginFolder), LUMIVANE_PLUGIN_FOLDER_FROM_MODULE, Beside::Folder,
+                         LUMIVANE_PLUGIN_FOLDER);
 }
 
 // A Python value as --set would have it typed: names and numbers as text,

@@ -5,6 +5,7 @@
 #include "app/session/DrawKernels.h"
 #include "app/session/Plugins.h"
 #include "app/session/RenderPlate.h"
+#include "app/session/ToolNames.h"
 #include "host/Flow.h"
 #include "util/Text.h"
 
@@ -17,8 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kSourceInput = "input";
-constexpr const char* kKernelInput = "kernel";
 // How the tool's refusal of a frame for its memory begins (after the tool's
 // name); the limit is checked before anything is allocated.
 constexpr const char* kMemoryRefusal = "the frame needs about ";
@@ -34,13 +33,6 @@ std::shared_ptr<PluginHost> SharedPlugins(const std::string& folder, std::vector
                                              [&](const std::string& w) { warnings.push_back(w); });
     g_plugins = host;
     return host;
-}
-
-Input& ImageInput(Operator& tool, const char* id)
-{
-    Input* in = tool.FindInput(id);
-    if (!in) throw FileError(std::string("the tool has no \"") + id + "\" input");
-    return *in;
 }
 
 // A flow file that is removed again when the scope ends, however it ends.
@@ -126,8 +118,9 @@ void ToolSession::Key(const std::string& id, KeyVerb verb, double frame)
 void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Input& sourceInput = ImageInput(*m_tool, kSourceInput);
-    Input& kernelInput = ImageInput(*m_tool, kKernelInput);
+    const ToolInputs inputs = InputsOf(*m_tool);
+    Input& sourceInput = inputs.source;
+    Input& kernelInput = inputs.kernel;
     m_console.Clear();
     sourceInput.SetSource(&shape, time);
     kernelInput.SetSource(kernel, time);
@@ -141,8 +134,9 @@ void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
 Ref<Image> ToolSession::Render(Image& source, Image* kernel, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    Input& sourceInput = ImageInput(*m_tool, kSourceInput);
-    Input& kernelInput = ImageInput(*m_tool, kKernelInput);
+    const ToolInputs inputs = InputsOf(*m_tool);
+    Input& sourceInput = inputs.source;
+    Input& kernelInput = inputs.kernel;
     m_console.Clear();
     sourceInput.SetSource(&source, time);
     kernelInput.SetSource(kernel, time);

@@ -1,5 +1,4 @@
 // The tool's chunk work: each member hands its part to the layer that does it.
-#include "fft/EdgeExtension.h"
 #include "tool/HostServices.h"
 #include "tool/Lumivane2.h"
 
@@ -11,23 +10,6 @@ void Lumivane2::ImportSourceImage()
 void Lumivane2::ExportOutputImage()
 {
     ExportImage(*sourceImage, *outputImage, channelStore, HostRowBands(), kernelSpectra.AlphaShared());
-}
-
-void Lumivane2::ReadStorageChannel(FrequencyArray& array, std::int32_t chunk) { ReadPlane(array, channelStore, chunk); }
-
-void Lumivane2::WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk)
-{
-    WritePlane(array, channelStore, chunk);
-}
-
-void Lumivane2::CopyStorageChannel(std::int32_t fromChunk, std::int32_t toChunk)
-{
-    CopyPlane(channelStore, fromChunk, toChunk);
-}
-
-void Lumivane2::ExtendEdges(FrequencyArray& array, std::int32_t kernelWidth, std::int32_t kernelHeight)
-{
-    ::ExtendEdges(array, sourceImage->Width, sourceImage->Height, kernelWidth, kernelHeight, edgeType);
 }
 
 Lumivane2::TransformSize Lumivane2::TransformSizeFor(std::int32_t colour) const

@@ -40,12 +40,6 @@ public:
     // (image/ImageTransfer.h).
     void ImportSourceImage();
     void ExportOutputImage();
-    void ReadStorageChannel(FrequencyArray& array, std::int32_t chunk);
-    void WriteStorageChannel(const FrequencyArray& array, std::int32_t chunk);
-    void CopyStorageChannel(std::int32_t fromChunk, std::int32_t toChunk);
-    // Fills the margins of an image plane in a padded array by the Edges mode,
-    // as wide as half the kernel.
-    void ExtendEdges(FrequencyArray& array, std::int32_t kernelWidth, std::int32_t kernelHeight);
     // The kernel image colour c is filtered with: the "kernel" input resized to
     // the colour's blur size, or the shape BlurStyle names. The caller owns it.
     Image* ObtainKernel(std::int32_t colour) const;

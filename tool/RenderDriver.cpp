@@ -16,6 +16,19 @@ namespace {
 constexpr double kDegreesToRadians = 0.017453292519943295;
 constexpr const char* kCopyLine = "Lumivane 2: blur size in pixels 1 x 1; no transform, the image is copied\n";
 
+// Once the chunks are done (or, before a render, once it is measured), the
+// kernels' spectra go. The output image is made beside the source and the
+// planes after the chunks: the transform buffers kept for them would only add
+// to that peak (134 MiB of them at 3840x2160 with a 10 % kernel), so they go
+// too. The next frame maps them again, on huge pages: about 15 ms at
+// 1920x1080, which a host that re-renders at once (the live page) saves by
+// keeping them.
+void ReleaseBeforeOutput(KernelSpectra& spectra)
+{
+    spectra.Release();
+    if (!HostKeepsBuffers()) ReleaseKeptFftBuffers();
+}
+
 }  // namespace
 
 void Lumivane2::ReadRenderState(Request* req)
@@ -59,13 +72,7 @@ void Lumivane2::Process(Request* req)
             ImportSourceImage();
             print(CONSOLE_Progress, "Lumivane 2: Setup Complete\n");
             DoMultiProcess(req, kChunks);
-            kernelSpectra.Release();
-            // The output image is made next, beside the source and the planes: the
-            // transform buffers kept for the chunks would only add to that peak
-            // (134 MiB of them at 3840x2160 with a 10 % kernel). The next frame maps
-            // them again, on huge pages: about 15 ms at 1920x1080, which a host that
-            // re-renders at once (the live page) saves by keeping them.
-            if (!HostKeepsBuffers()) ReleaseKeptFftBuffers();
+            ReleaseBeforeOutput(kernelSpectra);
             print(CONSOLE_Progress, "Lumivane 2: Threads completed\n");
             if (errorFlag) throw std::runtime_error(errorMessage);
             outputImage = NewImage({{IMG_Like, static_cast<const void*>(sourceImage)}, {TAG_DONE}});
@@ -129,13 +136,7 @@ void Lumivane2::PreCalcProcess(Request* req)
         } else {
             PlanFrame();
             PrintFrameFigures();
-            kernelSpectra.Release();
-            // The output image is made next, beside the source and the planes: the
-            // transform buffers kept for the chunks would only add to that peak
-            // (134 MiB of them at 3840x2160 with a 10 % kernel). The next frame maps
-            // them again, on huge pages: about 15 ms at 1920x1080, which a host that
-            // re-renders at once (the live page) saves by keeping them.
-            if (!HostKeepsBuffers()) ReleaseKeptFftBuffers();
+            ReleaseBeforeOutput(kernelSpectra);
             CheckFrameMemory();
         }
     } catch (const std::exception& e) {

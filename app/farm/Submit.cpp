@@ -13,6 +13,7 @@
 
 #include "host/EngineSettings.h"
 #include "util/CheckedFile.h"
+#include "util/OwnFile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -45,10 +46,9 @@ std::string Absolute(const std::string& path)
 // The program that runs `submit` is the one every task runs.
 std::string ThisProgram()
 {
-    std::error_code ec;
-    const fs::path self = fs::read_symlink("/proc/self/exe", ec);
-    if (ec) throw FileError("cannot find this program's own file (/proc/self/exe): " + ec.message());
-    return self.string();
+    const std::string self = OwnFile();
+    if (self.empty()) throw FileError("cannot find this program's own file (/proc/self/exe)");
+    return self;
 }
 
 // The job's name: the output's name before its frame field, and the time.

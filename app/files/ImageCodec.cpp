@@ -2,8 +2,8 @@
 
 #include "app/files/ExitCodes.h"
 #include "host/EngineSettings.h"
+#include "util/OwnFile.h"
 
-#include <filesystem>
 #include <mutex>
 
 #include <dlfcn.h>
@@ -11,8 +11,6 @@
 #ifndef LUMIVANE_CODEC_MODULE_BUILT
 #error "LUMIVANE_CODEC_MODULE_BUILT must name the module's file in the build tree"
 #endif
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -22,13 +20,7 @@ constexpr const char* kModuleName = "lumivane-oiio.so";
 // was moved; in the build tree it is where the build put it.
 std::string ModulePath()
 {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<void*>(&MemoryLimit), &info) && info.dli_fname) {
-        const fs::path beside = fs::path(info.dli_fname).parent_path() / kModuleName;
-        std::error_code ec;
-        if (fs::exists(beside, ec)) return beside.string();
-    }
-    return LUMIVANE_CODEC_MODULE_BUILT;
+    return BesideOwnFile(reinterpret_cast<const void*>(&MemoryLimit), kModuleName, Beside::File, LUMIVANE_CODEC_MODULE_BUILT);
 }
 
 const ImageCodec* Open()

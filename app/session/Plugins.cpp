@@ -3,10 +3,10 @@
 #include "app/files/ExitCodes.h"
 #include "host/Registry.h"
 #include "host/Tags.h"
+#include "util/OwnFile.h"
 #include "util/Text.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,8 +17,6 @@
 #error "LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM must name the installed plug-in folder relative to the program's"
 #endif
 
-namespace fs = std::filesystem;
-
 namespace {
 
 constexpr const char* kPathVariable = "LUMIVANE_PLUGIN_PATH";
@@ -27,13 +25,7 @@ constexpr const char* kPathVariable = "LUMIVANE_PLUGIN_PATH";
 // was moved; one in the build tree has no such folder and uses the build's.
 std::string DefaultPluginFolder()
 {
-    std::error_code ec;
-    const fs::path program = fs::read_symlink("/proc/self/exe", ec);
-    if (!ec) {
-        const fs::path installed = (program.parent_path() / LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM).lexically_normal();
-        if (fs::is_directory(installed, ec)) return installed.string();
-    }
-    return LUMIVANE_PLUGIN_FOLDER;
+    return BesideOwnFile(nullptr, LUMIVANE_PLUGIN_FOLDER_FROM_PROGRAM, Beside::Folder, LUMIVANE_PLUGIN_FOLDER);
 }
 
 }  // namespace

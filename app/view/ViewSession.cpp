@@ -4,6 +4,7 @@
 #include "app/files/ExitCodes.h"
 #include "app/files/ImageFiles.h"
 #include "app/session/DrawKernels.h"
+#include "app/session/ToolNames.h"
 #include "app/files/SequencePlan.h"
 #include "app/view/ViewDisplay.h"
 #include "app/view/ViewProxy.h"
@@ -22,18 +23,6 @@
 using json = nlohmann::ordered_json;
 
 namespace {
-
-constexpr const char* kSourceInput = "input";
-constexpr const char* kKernelInput = "kernel";
-
-FramePattern Pattern(const std::string& what, const std::string& text)
-{
-    try {
-        return FramePattern(text);
-    } catch (const std::invalid_argument& e) {
-        throw UsageError(what + ": " + e.what());
-    }
-}
 
 // NAME.flow beside the input, the frame field dropped from NAME.
 std::string FlowBesideInput(const std::string& input)
@@ -97,10 +86,9 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     });
     json program;
     m_tool = MakeTool(*m_host, options.flow, program);
-    m_source = m_tool->FindInput(kSourceInput);
-    m_kernelInput = m_tool->FindInput(kKernelInput);
-    if (!m_source || !m_kernelInput)
-        throw FileError(std::string("the tool has no \"") + kSourceInput + "\" and \"" + kKernelInput + "\" inputs");
+    const ToolInputs inputs = InputsOf(*m_tool);
+    m_source = &inputs.source;
+    m_kernelInput = &inputs.kernel;
 
     m_names.input = !options.input.empty() ? options.input : m_source->Connection();
     m_names.kernel = !options.kernel.empty() ? options.kernel : m_kernelInput->Connection();
@@ -108,8 +96,8 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
                      : program.contains("frames") && program["frames"].is_string() ? program["frames"].get<std::string>()
                                                                                     : "";
     if (m_names.input.empty()) throw UsageError("no INPUT image given");
-    m_inPattern = Pattern("INPUT", m_names.input);
-    if (!m_names.kernel.empty()) m_kernelPattern = Pattern("--kernel", m_names.kernel);
+    m_inPattern = PatternOf("INPUT", m_names.input);
+    if (!m_names.kernel.empty()) m_kernelPattern = PatternOf("--kernel", m_names.kernel);
     const std::optional<FrameList> frames = FramesToRender(m_names.frames, *m_inPattern);
     m_sequence = frames.has_value();
     if (m_sequence) m_frames = *frames;
@@ -121,14 +109,14 @@ ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
     m_flowPath = !options.saveFlow.empty() ? options.saveFlow : FlowBesideInput(m_names.input);
     std::vector<NamedFiles> read = {{"INPUT", *m_inPattern}};
     if (m_kernelPattern) read.push_back({"--kernel", *m_kernelPattern});
-    RefuseWritingWhatIsRead({{"--save-flow", Pattern("--save-flow", m_flowPath)}}, read, m_frames.Frames());
+    RefuseWritingWhatIsRead({{"--save-flow", PatternOf("--save-flow", m_flowPath)}}, read, m_frames.Frames());
     // `render --flow` alone then renders the look beside the flow, under a
     // name of its own: NAME.exr, or NAME.lumivane.exr when NAME.exr is read.
     const std::filesystem::path flowPath(m_flowPath), inputPath(m_names.input);
     const std::string name = (flowPath.parent_path() / flowPath.stem()).string();
     const std::string tail = (m_sequence ? ".####" : "") + inputPath.extension().string();
     m_names.output = name + tail;
-    if (!WritesWhatIsRead({{"OUTPUT", Pattern("OUTPUT", m_names.output)}}, read, m_frames.Frames()).empty())
+    if (!WritesWhatIsRead({{"OUTPUT", PatternOf("OUTPUT", m_names.output)}}, read, m_frames.Frames()).empty())
         m_names.output = name + ".lumivane" + tail;
     m_plates = std::make_unique<PlateSource>(m_options.plate);  // the session's own copy: the caller's may go
     CurrentPlate();  // a missing or unreadable input fails now, not in the page

@@ -22,7 +22,7 @@ test -s out.exr
 # Other formats go through the image file module installed beside the host library.
 LD_DEBUG=files "$program" render out.exr out.png --unit absolute --size 3 2>loads >/dev/null
 test -s out.png
-grep -qF "$work/moved/bin/../lib/lumivane/lumivane-oiio.so" loads ||
+grep -qF "$(cd "$work/moved" && pwd -P)/lib/lumivane/lumivane-oiio.so" loads ||
   { grep -F lumivane-oiio loads; echo "the moved install did not load its own image file module"; exit 1; }
 if ldd "$program" "$module" | grep -e "not found" -e "$build"; then
   echo "the moved install needs libraries it does not carry"
