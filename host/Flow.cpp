@@ -36,18 +36,21 @@ json SaveInput(const Input& in)
     return v ? json(static_cast<Text&>(*v).Value()) : json("");
 }
 
+// Reads a flow held in memory. `origin` is the file it came from, whose folder
+// relative file names are taken from; an empty one (a flow that never was a
+// file) keeps file names as they are.
 class FlowReader {
 public:
-    explicit FlowReader(std::string path) : m_path(std::move(path)) {}
+    explicit FlowReader(std::string origin) : m_path(std::move(origin)) {}
 
     [[noreturn]] void Fail(const std::string& where, const std::string& what) const
     {
-        throw std::runtime_error(m_path + ": " + where + ": " + what);
+        throw std::runtime_error(Name() + ": " + where + ": " + what);
     }
 
     [[noreturn]] void Refuse(const std::string& where, const std::string& why) const
     {
-        throw ValueRefused(m_path + ": " + where + ": " + why);
+        throw ValueRefused(Name() + ": " + where + ": " + why);
     }
 
     // A field the format does not have is refused rather than dropped: a
@@ -115,7 +118,7 @@ public:
         return v;
     }
 
-    void ReadTool(FusionDoc& doc, const json& t, const std::string& where) const
+    Operator* ReadTool(FusionDoc& doc, const json& t, const std::string& where) const
     {
         if (!t.is_object()) Fail(where, "expected an object with \"class\", \"name\" and \"inputs\"");
         if (!t.contains("class") || !t["class"].is_string()) Fail(where + ".class", "expected the tool's class ID");
@@ -148,12 +151,16 @@ public:
                 if (!in || !in->Decl().IsImage())
                     Fail(where + ".connections." + id, "the tool has no image input \"" + id + "\"");
                 if (!value.is_string()) Fail(where + ".connections." + id, "expected a text");
-                in->SetConnection(PathFromFlow(m_path, value.get<std::string>()));
+                const std::string name = value.get<std::string>();
+                in->SetConnection(m_path.empty() ? name : PathFromFlow(m_path, name));
             }
         }
+        return tool;
     }
 
 private:
+    std::string Name() const { return m_path.empty() ? std::string("flow") : m_path; }
+
     std::string m_path;
 };
 
@@ -181,25 +188,38 @@ std::string PathForFlow(const std::string& flowPath, const std::string& name)
     return near ? relative.string() : file.string();
 }
 
-void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program)
+namespace {
+
+// One tool as the flow holds it.
+json ToolFlowOf(const Operator& tool, const std::string& flowPath)
+{
+    json inputs = json::object(), connections = json::object();
+    for (const auto& in : tool.Inputs()) {
+        if (in->Decl().IsImage()) {
+            const std::string& name = in->Connection();
+            if (!name.empty()) connections[in->ID().str()] = flowPath.empty() ? name : PathForFlow(flowPath, name);
+        } else {
+            inputs[in->ID().str()] = SaveInput(*in);
+        }
+    }
+    json t{{"name", tool.Name()}, {"class", tool.Reg() ? tool.Reg()->ID().str() : std::string()}, {"inputs", inputs}};
+    if (!connections.empty()) t["connections"] = connections;
+    return t;
+}
+
+}  // namespace
+
+json FlowOf(const FusionDoc& doc, const std::string& flowPath, const json& program)
 {
     json flow{{"format", kFormat}, {"version", kVersion}, {"tools", json::array()}};
-    for (const auto& tool : doc.Tools()) {
-        json inputs = json::object(), connections = json::object();
-        for (const auto& in : tool->Inputs()) {
-            if (in->Decl().IsImage()) {
-                if (!in->Connection().empty()) connections[in->ID().str()] = PathForFlow(path, in->Connection());
-            } else {
-                inputs[in->ID().str()] = SaveInput(*in);
-            }
-        }
-        json t{{"name", tool->Name()}, {"class", tool->Reg() ? tool->Reg()->ID().str() : std::string()},
-               {"inputs", inputs}};
-        if (!connections.empty()) t["connections"] = connections;
-        flow["tools"].push_back(t);
-    }
+    for (const auto& tool : doc.Tools()) flow["tools"].push_back(ToolFlowOf(*tool, flowPath));
     if (!program.is_null()) flow["program"] = program;
+    return flow;
+}
 
+void SaveFlow(const FusionDoc& doc, const std::string& path, const json& program)
+{
+    const json flow = FlowOf(doc, path, program);
     std::string why;
     try {
         AtomicFile file(path);
@@ -228,7 +248,12 @@ json LoadFlow(FusionDoc& doc, const std::string& path)
         // Syntax errors, and numbers too large for a double.
         throw std::runtime_error(path + ": not a valid flow file: " + e.what());
     }
-    FlowReader reader(path);
+    return LoadFlowValue(doc, flow, path);
+}
+
+json LoadFlowValue(FusionDoc& doc, const json& flow, const std::string& origin)
+{
+    FlowReader reader(origin);
     if (!flow.is_object() || !flow.contains("format") || flow["format"] != kFormat)
         reader.Fail("format", std::string("expected \"") + kFormat + "\"");
     if (!flow.contains("version") || !flow["version"].is_number_integer() || flow["version"].get<int>() != kVersion)
@@ -238,4 +263,12 @@ json LoadFlow(FusionDoc& doc, const std::string& path)
     for (std::size_t i = 0; i < flow["tools"].size(); ++i)
         reader.ReadTool(doc, flow["tools"][i], "tools[" + std::to_string(i) + "]");
     return flow.contains("program") ? flow["program"] : json();
+}
+
+Operator* CopyTool(FusionDoc& into, const Operator& tool, const std::string& name)
+{
+    json entry = ToolFlowOf(tool, {});
+    if (name.empty()) entry.erase("name");
+    else entry["name"] = name;
+    return FlowReader({}).ReadTool(into, entry, "copy of " + tool.Name());
 }

@@ -20,6 +20,7 @@
 #include <string>
 
 class FusionDoc;
+class Operator;
 
 // A file name read from the flow `flowPath` as the program opens it: an
 // absolute name as it is, a relative one taken from the flow's folder.
@@ -30,7 +31,13 @@ std::string PathFromFlow(const std::string& flowPath, const std::string& name);
 // through unchanged; no file needs to exist.
 std::string PathForFlow(const std::string& flowPath, const std::string& name);
 
-// Image connections are written with PathForFlow. Writes to a temporary file beside `path` and renames it, so a failed save
+// The flow of `doc`'s tools, as a flow file `flowPath` would hold it: image
+// connections written with PathForFlow, or as they are when `flowPath` is
+// empty (a flow kept in memory). "program" is added unless it is null.
+nlohmann::ordered_json FlowOf(const FusionDoc& doc, const std::string& flowPath = {},
+                              const nlohmann::ordered_json& program = {});
+
+// Saves FlowOf(doc, path, program). Writes to a temporary file beside `path` and renames it, so a failed save
 // never leaves a half-written flow. Throws std::runtime_error naming the file.
 void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ordered_json& program = {});
 
@@ -45,3 +52,13 @@ void SaveFlow(const FusionDoc& doc, const std::string& path, const nlohmann::ord
 // program's own and is not checked here). Both
 // name the file, the place in it and what was expected. Returns "program".
 nlohmann::ordered_json LoadFlow(FusionDoc& doc, const std::string& path);
+// LoadFlow of a flow already read: `origin` is the file it was read from, which
+// errors name and relative connections are taken from; when empty, errors
+// name "flow" and connections are kept as they are.
+nlohmann::ordered_json LoadFlowValue(FusionDoc& doc, const nlohmann::ordered_json& flow, const std::string& origin);
+
+// A new tool in `into` of `tool`'s class, with its controls' constants and
+// keys and its image connections, applied as loading its flow would apply
+// them. It is named `name`, or takes a name of its own when `name` is empty.
+// The copy shares nothing with `tool`: changing one leaves the other alone.
+Operator* CopyTool(FusionDoc& into, const Operator& tool, const std::string& name = {});

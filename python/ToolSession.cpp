@@ -10,11 +10,6 @@
 #include "util/Text.h"
 
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,24 +29,6 @@ std::shared_ptr<PluginHost> SharedPlugins(const std::string& folder, std::vector
     g_plugins = host;
     return host;
 }
-
-// A flow file that is removed again when the scope ends, however it ends.
-class TemporaryFlow {
-public:
-    TemporaryFlow()
-    {
-        std::string pattern = (fs::temp_directory_path() / "lumivane-XXXXXX.flow").string();
-        const int fd = mkstemps(pattern.data(), 5);
-        if (fd < 0) throw FileError("cannot make a temporary flow in " + fs::temp_directory_path().string());
-        close(fd);
-        m_path = pattern;
-    }
-    ~TemporaryFlow() { std::remove(m_path.c_str()); }
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 }  // namespace
 
@@ -160,13 +137,11 @@ Ref<Image> ToolSession::KernelDrawing(int width, int height, TimeStamp time)
     if (width < 1 || height < 1)
         throw UsageError("the frame's width and height must be at least 1 (got " + std::to_string(width) + "x" +
                          std::to_string(height) + ")");
-    TemporaryFlow copy;
-    Save(copy.Path());
     std::lock_guard<std::mutex> lock(m_mutex);
     FusionDoc doc;
     FrameConsole console;
     doc.SetConsoleListener([&](const ConsoleLine& line) { console.Add(line); });
-    Operator* tool = ToolFromFlow(doc, copy.Path());
+    Operator* tool = CopyTool(doc, *m_tool, m_tool->Name());
     Ref<Image> drawing = DrawKernels(doc, *tool, console, width, height, time);
     if (!drawing) throw RenderError("drawing the kernels was interrupted");
     return drawing;

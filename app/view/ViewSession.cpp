@@ -272,19 +272,9 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
     if (which == "kernel") {
         if (format == "exr") throw UsageError("the kernel is shown as png or jpeg only");
         if (m_kernelVersion != m_version || !m_kernelDrawing) {
-            // A copy of the tool made through a flow, as `render --flow` would
-            // make it, so drawing (which sets Edges) leaves the tool alone.
-            const std::string flow = m_scratch + "/kernel.flow";
-            ::SaveFlow(m_host->Doc(), flow);
-            {  // unnamed, so the copy takes a name of its own beside the tool
-                json saved = json::parse(std::ifstream(flow));
-                for (json& t : saved["tools"]) t.erase("name");
-                std::ofstream(flow) << saved.dump();
-            }
-            const std::size_t before = m_host->Doc().Tools().size();
-            LoadFlow(m_host->Doc(), flow);
-            Operator* copy = m_host->Doc().Tools().back().get();
-            if (m_host->Doc().Tools().size() != before + 1) throw FileError("cannot copy the tool to draw its kernels");
+            // Drawing sets Edges, so it draws with a copy and leaves the tool
+            // alone; the copy takes a name of its own beside the tool.
+            Operator* copy = CopyTool(m_host->Doc(), *m_tool);
             const Image& frame = *CurrentPlate().Sources().front();
             m_frameConsole.Clear();
             m_recordConsole = false;  // the console shows the render's lines, not the drawing's

@@ -92,7 +92,7 @@ private:
     int m_frame = 0;
     std::unique_ptr<PlateSource> m_plates;
     std::string m_flowPath;
-    std::string m_scratch;  // a private folder for the EXR and the kernel flow
+    std::string m_scratch;  // a private folder for the EXR
 
     long m_version = 1;
     long m_renderedVersion = 0;

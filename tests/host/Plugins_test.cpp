@@ -69,19 +69,49 @@ TEST_F(PluginFolder, SkipsAndReportsWhatIsNotAToolPluginOrNotToBeTrusted)
               0u);
 }
 
-TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
+namespace {
+
+// What a user sees of every control of `tool`: shown or not, its label, keys,
+// connection, and its value at frame 5.
+using ControlState = std::tuple<std::string, bool, std::string, std::map<double, double>, std::string, std::string>;
+std::vector<ControlState> Controls(const Operator& tool)
 {
-    const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
-    DocHarness a;
+    std::vector<ControlState> out;
+    for (const auto& in : tool.Inputs()) {
+        std::string value;
+        if (!in->Decl().IsImage()) {
+            Ref<Parameter> x(in->GetSource(5));
+            // dumped as JSON, so numbers compare to their last bit
+            value = in->Decl().IsText() ? nlohmann::json(static_cast<Text&>(*x).Value()).dump()
+                                        : nlohmann::json(static_cast<Number&>(*x).Value()).dump();
+        }
+        out.emplace_back(in->ID().str(), in->IsVisible(), in->GetLabel(), in->Keys(), in->Connection(), value);
+    }
+    return out;
+}
+
+// Every size control shown, each slider at a value of its own, choices away
+// from their defaults, a keyed control and a connected input.
+void SetEveryControl(const DocHarness& a, const fs::path& dir)
+{
     for (const auto& [id, value] : {std::pair{"LockXY", 1}, {"LockXY", 0}, {"PerChannel", 0}, {"BlurStyle", 4},
                                     {"Edges", 1}, {"Operation", 1}})
-        a.Set(id, value);  // every size control shown, and choices away from their defaults
+        a.Set(id, value);
     double v = 0.5;
     for (const auto& in : a.op->Inputs())
         if (in->Decl().IsNumber() && in->Decl().Control == SliderControlID)
             a.Set(in->ID().str(), in->Decl().Integer ? std::floor(v += 1.0) : (v += 1.0));
     a.In("GreenBlurSizeX")->SetKeys({{1.5, 2.0}, {9, 8.5}});  // a key between frames reads back where it was
     a.In("input")->SetConnection((dir / "plate.####.exr").string());
+}
+
+}  // namespace
+
+TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
+{
+    const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
+    DocHarness a;
+    SetEveryControl(a, dir);
     const std::string path = (dir / "saved.flow").string();
     SaveFlow(a.doc, path, {{"frames", "1-9"}});
     EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);  // no temporary left
@@ -89,21 +119,34 @@ TEST_F(PluginFolder, EveryControlKeysAndInfoPageSurviveTheFlowRoundTrip)
     FusionDoc doc;
     EXPECT_EQ(LoadFlow(doc, path), (nlohmann::ordered_json{{"frames", "1-9"}}));
     ASSERT_EQ(doc.Tools().size(), 1u);
-    Operator* b = doc.Tools()[0].get();
-    EXPECT_EQ(b->Name(), a.op->Name());
-    for (const auto& in : a.op->Inputs()) {
-        Input* other = b->FindInput(in->ID().str());
-        SCOPED_TRACE(in->ID().str());
-        EXPECT_EQ(std::make_tuple(other->IsVisible(), other->GetLabel(), other->Keys(), other->Connection()),
-                  std::make_tuple(in->IsVisible(), in->GetLabel(), in->Keys(), in->Connection()));
-        if (in->Decl().IsImage()) continue;
-        Ref<Parameter> x(in->GetSource(5)), y(other->GetSource(5));
-        if (in->Decl().IsText()) {
-            EXPECT_EQ(static_cast<Text&>(*x).Value(), static_cast<Text&>(*y).Value());
-        } else {
-            EXPECT_EQ(static_cast<Number&>(*x).Value(), static_cast<Number&>(*y).Value());
-        }
-    }
+    EXPECT_EQ(doc.Tools()[0]->Name(), a.op->Name());
+    EXPECT_EQ(Controls(*doc.Tools()[0]), Controls(*a.op));
+}
+
+TEST_F(PluginFolder, ACopyKeepsEveryControlAndChangingItLeavesTheOriginalAlone)
+{
+    const auto plugin = PluginModule::Load(LUMIVANE_PLUGIN_FILE);
+    DocHarness a;
+    SetEveryControl(a, dir);
+    const std::vector<ControlState> before = Controls(*a.op);
+
+    Operator* copy = CopyTool(a.doc, *a.op);
+    ASSERT_EQ(a.doc.Tools().size(), 2u);
+    EXPECT_NE(copy->Name(), a.op->Name());  // beside the tool, under a name of its own
+    EXPECT_EQ(Controls(*copy), before);
+    FusionDoc other;
+    EXPECT_EQ(Controls(*CopyTool(other, *a.op, a.op->Name())), before);
+    EXPECT_EQ(other.Tools()[0]->Name(), a.op->Name());
+
+    Ref<Number> n(new Number(3.0));
+    for (const char* id : {"Edges", "BlurSizeX"}) copy->FindInput(id)->SetSource(n.get(), 0.0);
+    copy->FindInput("GreenBlurSizeX")->Animate(5);
+    copy->FindInput("GreenBlurSizeX")->SetKeys({{2, 1.0}});
+    copy->FindInput("input")->SetConnection("elsewhere.exr");
+    EXPECT_NE(Controls(*copy), before);
+    EXPECT_EQ(Controls(*a.op), before);
+    a.doc.RemoveTool(copy);
+    EXPECT_EQ(Controls(*a.op), before);
 }
 
 TEST_F(PluginFolder, BadFlowsNameTheFileThePlaceAndWhatWasExpected)
