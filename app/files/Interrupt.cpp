@@ -85,13 +85,19 @@ PendingFile::PendingFile(std::string finalPath) : m_file(Open(finalPath))
     }
 }
 
-// The temporary file, unless committed, goes with m_file.
-PendingFile::~PendingFile() { g_hasPending.store(false); }
+// The handler keeps the temporary file's name until the file is gone or
+// renamed, so a signal in between cannot leave it behind; unlinking a name
+// already renamed away only fails.
+PendingFile::~PendingFile()
+{
+    if (!m_file.Committed()) std::remove(TempPath().c_str());
+    g_hasPending.store(false);
+}
 
 void PendingFile::Commit()
 {
-    g_hasPending.store(false);
     const std::string why = m_file.Commit();
+    g_hasPending.store(false);
     if (!why.empty()) throw FileError("cannot write " + FinalPath() + ": " + why);
 }
 
