@@ -226,6 +226,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "but the memory limit is 20 KiB"},
         FailureCase{"RimTooBright", {"render", "in.exr", "out/o.exr", "--size", "20", "--bad-bokeh", "1e38"}, 4,
                     "Lumivane 2: Bad Bokeh 1e+38 makes the kernel's rim 4e+38 times as bright as its centre"},
+        FailureCase{"KeyAtNoFrame", {"flow", "save", "out/k.flow", "in.exr", "out/o.exr", "--key", "BlurSizeX=nan:1"}, 2,
+                    "--key BlurSizeX=nan:1: the frame \"nan\" is not a finite decimal number"},
         FailureCase{"MistypedCommand", {"rendr", "in.exr", "out/o.exr"}, 2, "(did you mean render?)"},
         FailureCase{"MistypedOption", {"render", "in.exr", "out/o.exr", "--szie", "2"}, 2, "--szie (did you mean --size?)"},
         FailureCase{"NoFramesPerTask", {"submit", "seq.####.exr", "out/o.####.exr", "--frames", "1", "--per-task", "0"},

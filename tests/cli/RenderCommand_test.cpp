@@ -7,8 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <regex>
 
 namespace {
 
@@ -73,39 +71,6 @@ TEST(RenderCommand, KeyedSizeGrowsAcrossASequenceAndASavedFlowRendersItAgain)
     EXPECT_NE(resumed.out.find("skipping 2 of 3 frames"), std::string::npos) << resumed.out;
     EXPECT_EQ(std::filesystem::last_write_time(dir / "out.0001.exr"), kept);
     EXPECT_TRUE(std::filesystem::exists(dir / "out.0003.exr"));
-}
-
-// --key animates a control from the command line: each frame's size, as -v
-// reports it, lies on the straight line between the keys; a later key at the
-// same frame replaces the earlier one, and `flow save` keeps the keys.
-TEST(RenderCommand, KeysGivenOnTheCommandLineAnimateTheSequence)
-{
-    ScratchFolder dir;
-    for (const char* f : {"p.0001.exr", "p.0002.exr", "p.0004.exr"}) WriteFile(Impulse(33), dir / f, TypeDesc::FLOAT);
-    const std::vector<std::string> look = {"p.####.exr", "o.####.exr", "--frames", "1,2,4", "--unit", "absolute",
-                                           "--set", "BlurSizeX=7", "--key", "BlurSizeX=1:2", "--key", "BlurSizeX=4:9",
-                                           "--key", "BlurSizeX=4:8"};
-    std::vector<std::string> args = {"render", "-v"};
-    args.insert(args.end(), look.begin(), look.end());
-    const RunResult r = RunLumivane(dir, args);
-    ASSERT_EQ(r.status, 0) << r.err;
-    const std::regex line("frame (\\d+): Lumivane 2: blur size in pixels (?:R )?([0-9.e+-]+) x");
-    std::map<int, double> sizes;
-    for (std::sregex_iterator m(r.out.begin(), r.out.end(), line), end; m != end; ++m)
-        sizes[std::stoi((*m)[1])] = std::stod((*m)[2]);
-    for (const int frame : {1, 2, 4})
-        EXPECT_NEAR(sizes[frame], 2.0 + (frame - 1) * (8.0 - 2.0) / (4 - 1), 1e-5) << "frame " << frame << "\n" << r.out;
-
-    args = {"flow", "save", "k.flow"};
-    args.insert(args.end(), look.begin(), look.end());
-    ASSERT_EQ(RunLumivane(dir, args).status, 0);
-    const nlohmann::json flow = nlohmann::json::parse(std::ifstream(dir / "k.flow"));
-    EXPECT_EQ(flow["tools"][0]["inputs"]["BlurSizeX"], nlohmann::json::parse(R"({"keys": [[1, 2], [4, 8]]})"));
-    const RunResult refused = RunLumivane(dir, {"flow", "save", "x.flow", "--key", "BlurSizeX=nan:1"});
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_NE(refused.err.find("--key BlurSizeX=nan:1: the frame \"nan\" is not a finite decimal number"),
-              std::string::npos) << refused.err;
-    EXPECT_FALSE(std::filesystem::exists(dir / "x.flow"));
 }
 
 // The output keeps the input's compression unless --compression names another.
