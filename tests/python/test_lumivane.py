@@ -187,14 +187,6 @@ def test_a_flows_bad_value_is_refused_as_by_set(tmp_path):
     assert "bad.flow: tools[0].inputs.BlurSizeX: BlurSizeX: -3 is less than the lowest value 0" in str(raised.value)
 
 
-def test_memory_limit_refuses_the_frame(monkeypatch):
-    monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1M")
-    with pytest.raises(MemoryError, match="the frame needs about .* LUMIVANE_MAX_MEMORY"):
-        tool = lumivane.Tool()
-        tool.set(BlurSizeX=2.5)
-        tool.render(np.zeros((256, 256, 4), np.float32))
-
-
 @pytest.mark.parametrize("shape", [(12000, 12000, 4), (200000, 200000, 4)])
 def test_a_frame_past_the_limit_is_refused_before_the_array_is_copied(monkeypatch, shape):
     monkeypatch.setenv("LUMIVANE_MAX_MEMORY", "1G")
