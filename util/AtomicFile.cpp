@@ -125,7 +125,7 @@ void KeepOwnerAndMode(const std::string& temp, const struct stat& old)
 
 }  // namespace
 
-AtomicFile::AtomicFile(std::string finalPath, ReplaceRule rule) : m_final(std::move(finalPath)), m_rule(rule)
+AtomicFile::AtomicFile(std::string finalPath, ReplaceRule rule, Naming naming) : m_final(std::move(finalPath)), m_rule(rule)
 {
     if (std::string why = CannotWrite(m_final, rule); !why.empty()) throw Refused(why);
     std::string ignored;
@@ -136,6 +136,7 @@ AtomicFile::AtomicFile(std::string finalPath, ReplaceRule rule) : m_final(std::m
     m_temp = (p.parent_path() / ("." + p.filename().string() + kTempMark + std::to_string(::getpid()) + kTempEnd +
                                  p.extension().string()))
                  .string();
+    if (naming) naming(m_temp);
     // Made here, new, so no link or file someone else left at this name is written through.
     ::unlink(m_temp.c_str());
     const int fd = ::open(m_temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);

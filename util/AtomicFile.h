@@ -32,9 +32,13 @@ public:
         using std::runtime_error::runtime_error;
     };
 
+    // Told the temporary file's name before the file is made, so that whoever
+    // must remove it when the program is stopped knows it first.
+    using Naming = void (*)(const std::string& tempPath);
+
     // Makes the temporary file, empty. Throws Refused with CannotWrite's
     // reason, or when the temporary file cannot be made.
-    explicit AtomicFile(std::string finalPath, ReplaceRule rule = nullptr);
+    explicit AtomicFile(std::string finalPath, ReplaceRule rule = nullptr, Naming naming = nullptr);
     // Removes the temporary file unless it was committed.
     ~AtomicFile();
     AtomicFile(const AtomicFile&) = delete;

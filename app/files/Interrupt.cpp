@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace {
@@ -17,9 +18,11 @@ std::atomic<int> g_signals{0};
 std::atomic<int> g_firstSignal{0};
 std::atomic<int> g_waiting{0};  // InterruptsWait alive
 // The temporary file being written, for the handler. A plain buffer, because
-// the handler may only call async-signal-safe functions.
+// the handler may only call async-signal-safe functions. Named before the file
+// is made, with the thread that makes and writes it.
 char g_pending[PATH_MAX + 1] = {};
 std::atomic<bool> g_hasPending{false};
+pthread_t g_pendingOwner{};
 
 void Write(const char* text) { [[maybe_unused]] ssize_t n = ::write(STDERR_FILENO, text, std::strlen(text)); }
 
@@ -35,7 +38,16 @@ extern "C" void OnSignal(int signal)
         errno = saved;
         return;
     }
-    if (g_hasPending.load()) ::unlink(g_pending);
+    if (g_hasPending.load()) {
+        // Removed by its writer's own thread, stopped in here: removed from
+        // any other, the writer could make it again (opening it by name)
+        // before the process ends.
+        if (!pthread_equal(g_pendingOwner, pthread_self()) && ::pthread_kill(g_pendingOwner, signal) == 0) {
+            errno = saved;
+            return;
+        }
+        ::unlink(g_pending);
+    }
     Write("\nlumivane: stopped\n");
     ::_exit(static_cast<int>(KindOfSignal(g_firstSignal.load())));
 }
@@ -66,24 +78,25 @@ InterruptsWait::InterruptsWait() { g_waiting.fetch_add(1); }
 
 InterruptsWait::~InterruptsWait() { g_waiting.fetch_sub(1); }
 
+void PendingFile::Name(const std::string& temp)
+{
+    g_hasPending.store(false);
+    if (temp.size() > PATH_MAX) return;
+    std::memcpy(g_pending, temp.c_str(), temp.size() + 1);
+    g_pendingOwner = pthread_self();
+    g_hasPending.store(true);
+}
+
 AtomicFile PendingFile::Open(const std::string& finalPath)
 {
     try {
-        return AtomicFile(finalPath);
+        return AtomicFile(finalPath, nullptr, Name);
     } catch (const AtomicFile::Refused& e) {
         throw FileError("cannot write " + finalPath + ": " + e.what());
     }
 }
 
-PendingFile::PendingFile(std::string finalPath) : m_file(Open(finalPath))
-{
-    const std::string& temp = m_file.TempPath();
-    if (temp.size() <= PATH_MAX) {
-        g_hasPending.store(false);
-        std::memcpy(g_pending, temp.c_str(), temp.size() + 1);
-        g_hasPending.store(true);
-    }
-}
+PendingFile::PendingFile(std::string finalPath) : m_file(Open(finalPath)) {}
 
 // The handler keeps the temporary file's name until the file is gone or
 // renamed, so a signal in between cannot leave it behind; unlinking a name
@@ -97,7 +110,6 @@ PendingFile::~PendingFile()
 void PendingFile::Commit()
 {
     const std::string why = m_file.Commit();
-    g_hasPending.store(false);
     if (!why.empty()) throw FileError("cannot write " + FinalPath() + ": " + why);
 }
 

@@ -55,6 +55,7 @@ public:
     ProgramError Failure(std::string why) const;
 
 private:
+    static void Name(const std::string& tempPath);
     static AtomicFile Open(const std::string& finalPath);
     AtomicFile m_file;
 };

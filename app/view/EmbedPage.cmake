@@ -1,12 +1,15 @@
 # cmake -DPAGE_DIR=... -DOUTPUT=... -P EmbedPage.cmake
-# Puts page.css and page.js into index.html where it names them and writes
-# the document's bytes as kViewPage into a C++ source, so the program serves
-# the page from memory and the page is edited as the files it is.
+# Puts each style sheet and script into index.html where it names them
+# (@page.css@, @page.js@, one marker a file, each in its own <style> or <script>)
+# and writes the document's bytes as kViewPage into a C++ source, so the program
+# serves the page from memory and the page is edited as the files it is.
 file(READ "${PAGE_DIR}/index.html" html)
-file(READ "${PAGE_DIR}/page.css" css)
-file(READ "${PAGE_DIR}/page.js" js)
-string(REPLACE "@PAGE_CSS@" "${css}" html "${html}")
-string(REPLACE "@PAGE_JS@" "${js}" html "${html}")
+string(REGEX MATCHALL "@[a-z_]+\\.(css|js)@" markers "${html}")
+foreach(marker IN LISTS markers)
+  string(REPLACE "@" "" name "${marker}")
+  file(READ "${PAGE_DIR}/${name}" text)
+  string(REPLACE "${marker}" "${text}" html "${html}")
+endforeach()
 # The document ends at </html>; an editor's closing newline is not part of it.
 string(REGEX REPLACE "\n$" "" html "${html}")
 file(WRITE "${OUTPUT}.page" "${html}")
