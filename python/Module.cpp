@@ -12,6 +12,7 @@
 // OpenImageIO converts it (multiplied by the float 1/255 or 1/65535); half and
 // double are rounded to float.
 #include "python/ArrayImages.h"
+#include "python/PlateBindings.h"
 #include "python/ToolSession.h"
 
 #include "app/files/ExitCodes.h"
@@ -118,6 +119,55 @@ py::object JsonToPython(const nlohmann::ordered_json& j)
     return py::module_::import("json").attr("loads")(j.dump());
 }
 
+
+// tool.render: a plate through the program's plate render, an array as an image
+// of its own, in the colour space it is given in.
+py::object RenderForPython(ToolSession& s, const py::object& image, const py::object& kernel, const py::handle& frame,
+                           const py::object& pixelAspect, const py::object& colorspace)
+{
+    const double time = FrameArgument(frame).value_or(0.0);
+    const Ref<Image> kernelImage = KernelImageOf(kernel);
+    if (py::isinstance<PlateImages>(image)) {
+        if (!pixelAspect.is_none()) throw py::value_error("pixel_aspect: a plate has its file's pixel aspect");
+        if (!colorspace.is_none())
+            throw py::value_error("colorspace: a plate is in linear light already; name its file's space with "
+                                  "lumivane.read(path, colorspace=...)");
+        PlateImages rendered = image.cast<PlateImages>();
+        py::gil_scoped_release unlocked;
+        rendered.images = s.RenderSources(rendered.images, kernelImage.get(), time);
+        return py::cast(std::move(rendered));
+    }
+    if (!py::isinstance<py::array>(image)) throw py::type_error("image: give a Plate or a numpy array");
+    const py::array array = image.cast<py::array>();
+    const auto aspect = pixelAspect.is_none() ? std::make_pair(1.0, 1.0) : pixelAspect.cast<std::pair<double, double>>();
+    if (!(aspect.first > 0.0) || !(aspect.second > 0.0) || !std::isfinite(aspect.first) || !std::isfinite(aspect.second))
+        throw py::value_error("pixel_aspect: " + py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
+                              " is not a pixel aspect; give two positive finite numbers");
+    const std::string space = colorspace.is_none() ? std::string() : colorspace.cast<std::string>();
+    const int channels = ChannelsOf(array, "image");
+    if (space.empty() && array.dtype().kind() == 'u') {
+        const std::string type = py::str(array.dtype()).cast<std::string>();
+        const std::string warning = "image: a " + type + " array without colorspace= is filtered as given, in its "
+                                    "encoded values; say colorspace=\"sRGB\" to filter it in linear light as the "
+                                    "program filters an sRGB file";
+        if (PyErr_WarnEx(PyExc_UserWarning, warning.c_str(), 1) != 0) throw py::error_already_set();
+    }
+    Ref<Image> shape = ShapeOfArray(array, "image", aspect.first, aspect.second, ImagePixels::None);
+    {
+        // The frame is planned from the array's shape before the array is copied.
+        py::gil_scoped_release unlocked;
+        s.Plan(*shape, kernelImage.get(), time);
+    }
+    Ref<Image> source = ImageFromArray(array, "image", aspect.first, aspect.second);
+    Ref<Image> result;
+    {
+        py::gil_scoped_release unlocked;
+        if (!space.empty()) ArrayToLinear(*source, space);
+        result = s.Render(*source, kernelImage.get(), time);
+        if (!space.empty()) ArrayFromLinear(*result, space);
+    }
+    return ArrayFromImage(*result, channels, array.ndim() == 2);
+}
 }  // namespace
 
 PYBIND11_MODULE(lumivane, m)
@@ -147,6 +197,8 @@ settings are read from the environment as by the program.)";
             TranslateProgramError(e);
         }
     });
+
+    BindPlates(m);
 
     py::class_<ToolSession> tool(m, "Tool", R"(One Lumivane 2 tool, in a document of its own.
 
@@ -218,50 +270,29 @@ depends on it. Raises ValueError for an unknown control or a frame that is not f
             },
             py::arg("id"),
             "The keys of control `id`, [(frame, value), ...] in frame order; [] when it is static.")
-        .def(
-            "render",
-            [](ToolSession& s, const py::array& image, const py::object& kernel, double frame,
-               std::pair<double, double> aspect) {
-                if (!(aspect.first > 0.0) || !(aspect.second > 0.0) || !std::isfinite(aspect.first) ||
-                    !std::isfinite(aspect.second))
-                    throw py::value_error("pixel_aspect: " +
-                                          py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
-                                          " is not a pixel aspect; give two positive finite numbers");
-                const int channels = ChannelsOf(image, "image");
-                Ref<Image> shape = ShapeOfArray(image, "image", aspect.first, aspect.second, ImagePixels::None);
-                Ref<Image> kernelImage;
-                if (!kernel.is_none()) {
-                    if (!py::isinstance<py::array>(kernel))
-                        throw py::type_error("kernel: give a numpy array or None");
-                    kernelImage = ImageFromArray(kernel.cast<py::array>(), "kernel", 1.0, 1.0);
-                }
-                {
-                    // The frame is planned from the array's shape before the array is copied.
-                    py::gil_scoped_release unlocked;
-                    s.Plan(*shape, kernelImage.get(), frame);
-                }
-                Ref<Image> source = ImageFromArray(image, "image", aspect.first, aspect.second);
-                Ref<Image> result;
-                {
-                    py::gil_scoped_release unlocked;
-                    result = s.Render(*source, kernelImage.get(), frame);
-                }
-                return ArrayFromImage(*result, channels, image.ndim() == 2);
-            },
-            py::arg("image"), py::arg("kernel") = py::none(), py::arg("frame") = 0.0,
-            py::arg("pixel_aspect") = std::make_pair(1.0, 1.0),
-            R"(Renders `image` at time `frame` and returns a new float32 array of its shape.
+        .def("render", &RenderForPython, py::arg("image"), py::arg("kernel") = py::none(), py::arg("frame") = 0.0,
+             py::arg("pixel_aspect") = py::none(), py::arg("colorspace") = py::none(),
+             R"(Renders a Plate as `lumivane render` renders its input, or an array, at time `frame`.
 
-image: H x W or H x W x C; C = 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA, more
-channels pass through. float32, float64, float16, uint8 (/255) and uint16
-(/65535); any strides. The values are taken as they are (linear light, as
-`lumivane render --raw`) and the array is never modified.
-kernel: an optional kernel image in the same forms (the tool's kernel input).
-pixel_aspect: (x, y) components of the pixel aspect.
+image: a Plate (lumivane.read): relative sizes refer to its display window, the
+    union of its windows is filtered, its chosen layers too; returns a new Plate that
+    lumivane.write writes as the program would. Or an array, H x W or H x W x C
+    (C = 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA, more pass through), float32,
+    float64, float16, uint8 (/255) or uint16 (/65535), any strides, never modified;
+    returns a new float32 array of its shape.
+kernel: an optional kernel image (the tool's kernel input): an array or a Plate
+    (read it raw=True to use its values as stored, as the program's --kernel).
+frame: the time, a finite number.
+pixel_aspect: an array's (x, y) pixel aspect (a plate has its file's).
+colorspace: an array's colour space: "sRGB" decodes it to linear light before the
+    render and encodes the result after, as files are. Without it the values are
+    filtered as given (`lumivane render --raw`); a uint8 or uint16 array then warns.
 
-Raises ValueError or TypeError for an array that is not an image,
+Raises ValueError or TypeError for an image or frame that is not one,
 lumivane.FrameMemoryError (a MemoryError) when the frame would pass the memory
-limit, and RuntimeError with the tool's console line when it sets no output.)")
+limit, and RuntimeError with the tool's console line when it sets no output.
+
+    soft = tool.render(lumivane.read("shot.1001.exr"), frame=1001))")
         .def_property_readonly(
             "controls",
             [](ToolSession& s) {

@@ -17,6 +17,23 @@ namespace {
 // name); the limit is checked before anything is allocated.
 constexpr const char* kMemoryRefusal = "the frame needs about ";
 
+// Leaves the tool's image inputs unconnected when a call ends, however it
+// ends: the images given are not kept past the call.
+struct Connected {
+    ToolInputs inputs;
+    TimeStamp time;
+    Connected(ToolInputs in, Image* source, Image* kernel, TimeStamp t) : inputs(in), time(t)
+    {
+        inputs.source.SetSource(source, time);
+        inputs.kernel.SetSource(kernel, time);
+    }
+    ~Connected()
+    {
+        inputs.source.SetSource(nullptr, time);
+        inputs.kernel.SetSource(nullptr, time);
+    }
+};
+
 std::mutex g_pluginsMutex;
 std::weak_ptr<PluginHost> g_plugins;
 
@@ -95,15 +112,11 @@ void ToolSession::Key(const std::string& id, KeyVerb verb, double frame)
 void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    const ToolInputs inputs = InputsOf(*m_tool);
-    Input& sourceInput = inputs.source;
-    Input& kernelInput = inputs.kernel;
     m_console.Clear();
-    sourceInput.SetSource(&shape, time);
-    kernelInput.SetSource(kernel, time);
-    m_doc->PreCalc(m_tool, time);
-    sourceInput.SetSource(nullptr, time);
-    kernelInput.SetSource(nullptr, time);
+    {
+        const Connected connected(InputsOf(*m_tool), &shape, kernel, time);
+        m_doc->PreCalc(m_tool, time);
+    }
     const std::string why = m_console.Why();
     if (m_console.HasFailure() && why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
 }
@@ -111,25 +124,43 @@ void ToolSession::Plan(Image& shape, Image* kernel, TimeStamp time)
 Ref<Image> ToolSession::Render(Image& source, Image* kernel, TimeStamp time)
 {
     std::lock_guard<std::mutex> lock(m_mutex);
-    const ToolInputs inputs = InputsOf(*m_tool);
-    Input& sourceInput = inputs.source;
-    Input& kernelInput = inputs.kernel;
     m_console.Clear();
-    sourceInput.SetSource(&source, time);
-    kernelInput.SetSource(kernel, time);
-    Ref<Parameter> result = m_doc->Render(m_tool, time);
-    // The arrays' images are not kept past the call.
-    sourceInput.SetSource(nullptr, time);
-    kernelInput.SetSource(nullptr, time);
-    if (!result) {
-        const std::string why = m_console.Why();
-        if (why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
-        throw RenderError(why);
+    Ref<Parameter> result;
+    {
+        const Connected connected(InputsOf(*m_tool), &source, kernel, time);
+        result = m_doc->Render(m_tool, time);
     }
+    if (!result) Refused();
     auto* image = dynamic_cast<Image*>(result.get());
     if (!image) throw RenderError("the tool's output is not an image");
     result.release();
     return Ref<Image>(image);
+}
+
+void ToolSession::Refused() const
+{
+    const std::string why = m_console.Why();
+    if (why.find(kMemoryRefusal) != std::string::npos) throw FrameMemoryError(why);
+    throw RenderError(why);
+}
+
+std::vector<Ref<Image>> ToolSession::RenderSources(const std::vector<Ref<Image>>& sources, Image* kernel,
+                                                   TimeStamp time)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_console.Clear();
+    PlateResults rendered;
+    try {
+        const Connected connected(InputsOf(*m_tool), nullptr, kernel, time);
+        rendered = ::RenderSources(*m_doc, m_tool, connected.inputs.source, sources, time, m_console);
+    } catch (const ProgramError&) {
+        if (m_console.HasFailure()) Refused();
+        throw;
+    }
+    std::vector<Ref<Image>> results;
+    for (Ref<Parameter>& result : rendered.results)
+        results.emplace_back(static_cast<Image*>(result.release()));  // RenderSources checked each is an image
+    return results;
 }
 
 Ref<Image> ToolSession::KernelDrawing(int width, int height, TimeStamp time)

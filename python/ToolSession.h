@@ -71,6 +71,10 @@ public:
     // FrameMemoryError when the tool refused the frame for its memory, and a
     // render ProgramError with the tool's console line for any other failure.
     Ref<Image> Render(Image& source, Image* kernel, TimeStamp time);
+    // Renders a plate's images (Plate::Sources() order: the frame, then each
+    // chosen layer) with `kernel` at `time`, as `lumivane render` renders a
+    // plate; the results in the same order. Throws as Render does.
+    std::vector<Ref<Image>> RenderSources(const std::vector<Ref<Image>>& sources, Image* kernel, TimeStamp time);
     // The drawing `lumivane kernel` writes, from a copy of the tool, so the
     // tool's own Edges control is left as it is.
     Ref<Image> KernelDrawing(int width, int height, TimeStamp time);
@@ -80,6 +84,9 @@ public:
     void Save(const std::string& path);
 
 private:
+    // The tool's refusal on the console as FrameMemoryError, or RenderError.
+    [[noreturn]] void Refused() const;
+
     std::shared_ptr<PluginHost> m_plugins;
     std::vector<std::string> m_warnings;
     std::unique_ptr<FusionDoc> m_doc;  // before m_plugins goes: its tool's code is in a module

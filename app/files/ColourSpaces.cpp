@@ -70,6 +70,7 @@ ColourSpaces::ColourSpaces() : m_working(kLinear)
 
 const ColourConfig& ColourSpaces::Config() const
 {
+    const std::lock_guard<std::recursive_mutex> hold(m_mutex);
     if (!m_config) {
         std::unique_ptr<ColourConfig> config = Codec().Colours();
         const std::string why = config->Error();
@@ -97,6 +98,7 @@ void ColourSpaces::Check(const std::string& name, const std::string& what) const
 const ColourSpaces::Transfer* ColourSpaces::Find(const std::string& name, const std::string& what, Exit kind) const
 {
     if (IsWorking(name)) return nullptr;
+    const std::lock_guard<std::recursive_mutex> hold(m_mutex);
     if (const auto it = m_transfers.find(name); it != m_transfers.end()) return &it->second;
     const ColourConfig& config = Config();
     Transfer t;

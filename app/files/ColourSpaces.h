@@ -17,6 +17,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,8 @@ private:
 
     const ColourConfig& Config() const;
 
+    // A plate may be read on one thread while another is written.
+    mutable std::recursive_mutex m_mutex;
     mutable std::unique_ptr<ColourConfig> m_config;
     std::string m_working;
     mutable std::map<std::string, Transfer> m_transfers;

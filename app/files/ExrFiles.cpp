@@ -8,16 +8,21 @@
 #include "host/EngineSettings.h"
 #include "util/CheckedFile.h"
 
+#include <ImfBoxAttribute.h>
 #include <ImfChannelList.h>
+#include <ImfDoubleAttribute.h>
+#include <ImfFloatAttribute.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
 #include <ImfIO.h>
 #include <ImfInputFile.h>
+#include <ImfIntAttribute.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
 #include <ImfStringAttribute.h>
 #include <ImfTestFile.h>
 #include <ImfThreading.h>
+#include <ImfVecAttribute.h>
 #include <half.h>
 
 #include <algorithm>
@@ -29,6 +34,7 @@
 #include <mutex>
 #include <new>
 #include <set>
+#include <sstream>
 #include <vector>
 
 namespace {
@@ -40,8 +46,41 @@ constexpr const char* kColourAttribute = "oiio:ColorSpace";
 // The whole header as read, for writing like the file.
 struct ExrMetadata : FileMetadata {
     explicit ExrMetadata(const Imf::Header& h) : header(h) {}
+    std::vector<std::pair<std::string, std::string>> Attributes() const override;
     Imf::Header header;
 };
+
+// An attribute's value as text: strings, numbers, vectors and boxes as they
+// read; other kinds by their type name in angle brackets.
+std::string AttributeText(const Imf::Attribute& a)
+{
+    const auto number = [](double v) {
+        std::ostringstream s;
+        s << v;
+        return s.str();
+    };
+    if (const auto* t = dynamic_cast<const Imf::StringAttribute*>(&a)) return t->value();
+    if (const auto* t = dynamic_cast<const Imf::IntAttribute*>(&a)) return std::to_string(t->value());
+    if (const auto* t = dynamic_cast<const Imf::FloatAttribute*>(&a)) return number(t->value());
+    if (const auto* t = dynamic_cast<const Imf::DoubleAttribute*>(&a)) return number(t->value());
+    if (const auto* t = dynamic_cast<const Imf::V2fAttribute*>(&a))
+        return number(t->value().x) + " " + number(t->value().y);
+    if (const auto* t = dynamic_cast<const Imf::V2iAttribute*>(&a))
+        return std::to_string(t->value().x) + " " + std::to_string(t->value().y);
+    if (const auto* t = dynamic_cast<const Imf::Box2iAttribute*>(&a)) {
+        const Imath::Box2i& b = t->value();
+        return std::to_string(b.min.x) + " " + std::to_string(b.min.y) + " " + std::to_string(b.max.x) + " " +
+               std::to_string(b.max.y);
+    }
+    return std::string("<") + a.typeName() + ">";
+}
+
+std::vector<std::pair<std::string, std::string>> ExrMetadata::Attributes() const
+{
+    std::vector<std::pair<std::string, std::string>> found;
+    for (auto it = header.begin(); it != header.end(); ++it) found.emplace_back(it.name(), AttributeText(it.attribute()));
+    return found;
+}
 
 // Where each channel taken here lives in a host pixel record (blue, green,
 // red, alpha, then the extra channels): Z is the only extra one.

@@ -5,6 +5,7 @@
 // carries over.
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A reader's own record of a file's header. Each reader (ExrFiles.h, the
@@ -12,6 +13,9 @@
 class FileMetadata {
 public:
     virtual ~FileMetadata() = default;
+    // The header's attributes as (name, value as text), in the reader's order,
+    // for a host to show; the windows and channels are the layout's.
+    virtual std::vector<std::pair<std::string, std::string>> Attributes() const = 0;
 };
 
 struct FileLayout {

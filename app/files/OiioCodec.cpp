@@ -245,6 +245,13 @@ private:
 // The whole description OpenImageIO read, kept for writing like the file.
 struct OiioMetadata : FileMetadata {
     explicit OiioMetadata(ImageSpec s) : layout(std::move(s)) {}
+    std::vector<std::pair<std::string, std::string>> Attributes() const override
+    {
+        std::vector<std::pair<std::string, std::string>> found;
+        for (const OIIO::ParamValue& p : layout.extra_attribs)
+            found.emplace_back(p.name().string(), p.get_string());
+        return found;
+    }
     ImageSpec layout;
 };
 

@@ -210,14 +210,16 @@ Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& option
 }
 
 std::vector<std::string> Plate::Write(const std::string& path, const std::vector<const Image*>& results,
-                                      std::optional<int> depth, const std::string& compression) const
+                                      std::optional<int> depth, const std::string& compression,
+                                      const std::optional<std::string>& colourOut) const
 {
     const Image& frame = *results.at(0);
     FileLayout like = m_like;
     std::string space;
     if (!m_space.empty()) {
         const bool floatOut = HoldsFloat(path, depth.value_or(frame.Depth));
-        space = !m_options.colourOut.empty()                  ? m_options.colourOut
+        const std::string& asked = colourOut ? *colourOut : m_options.colourOut;
+        space = !asked.empty()                                ? asked
                 : floatOut == like.floating                   ? m_space
                 : floatOut                                    ? m_colour.Working()
                                                               : std::string(ColourSpaces::kIntegerDefault);

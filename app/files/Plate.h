@@ -57,9 +57,18 @@ public:
     // The images to render, in order: the frame itself, then each chosen layer.
     const std::vector<Ref<Image>>& Sources() const { return m_sources; }
     // Puts the tool's results (one per source) back into one image and writes
-    // it. Returns what the output file could not hold, as warnings.
+    // it. Returns what the output file could not hold, as warnings. `colourOut`,
+    // when given, stands for the options' --colorspace-out.
     std::vector<std::string> Write(const std::string& path, const std::vector<const Image*>& results,
-                                   std::optional<int> depth, const std::string& compression = {}) const;
+                                   std::optional<int> depth, const std::string& compression = {},
+                                   const std::optional<std::string>& colourOut = std::nullopt) const;
+
+    // The file's description over the union window (Sources()' raster).
+    const FileLayout& Layout() const { return m_like; }
+    // The file's colour space the sources were brought from; empty with --raw.
+    const std::string& Space() const { return m_space; }
+    // The chosen layers, in Sources() order after the frame.
+    const std::vector<Layer>& Layers() const { return m_layers; }
 
 private:
     const PlateOptions& m_options;

@@ -115,10 +115,16 @@ void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console)
 {
+    return RenderSources(doc, tool, source, plate.Sources(), time, console);
+}
+
+PlateResults RenderSources(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& sources,
+                           TimeStamp time, const FrameConsole& console)
+{
     PlateResults r;
-    for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
-        CountHostMemory(plate.Sources(), k);
-        source.SetSource(plate.Sources()[k].get(), time);
+    for (std::size_t k = 0; k < sources.size(); ++k) {
+        CountHostMemory(sources, k);
+        source.SetSource(sources[k].get(), time);
         {
             const InterruptsWait looked;  // right below
             r.results.push_back(doc.Render(tool, time));

@@ -49,3 +49,7 @@ struct PlateResults {
 };
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
                          const FrameConsole& console);
+// The same for images in a plate's Sources() order that a host holds itself
+// (the Python module's plates, rendered again).
+PlateResults RenderSources(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& sources,
+                           TimeStamp time, const FrameConsole& console);
