@@ -24,11 +24,13 @@ def plate(h, w, c, seed):
     return a
 
 
-def write(path, pixels, names, fmt="float", aspect=None):
+def write(path, pixels, names, fmt="float", aspect=None, frame=None):
     layout = oiio.ImageSpec(pixels.shape[1], pixels.shape[0], pixels.shape[2], fmt)
     layout.channelnames = names
     if aspect:
         layout.attribute("PixelAspectRatio", float(aspect))
+    if frame:  # a display window the data window overscans
+        layout.x, layout.y, layout.full_width, layout.full_height = -6, -4, *frame
     out = oiio.ImageOutput.create(str(path))
     assert out.open(str(path), layout) and out.write_image(pixels) and out.close(), oiio.geterror()
 
@@ -99,6 +101,34 @@ def test_pixels_are_the_programs(tmp_path, name):
     assert np.allclose(got, tool.render(as_float, kernel=kernel, pixel_aspect=(aspect or 1.0, 1.0)), rtol=1e-5, atol=1e-5)
 
 
+# (file, its data type, channels, display window, layers to filter)
+FILES = {
+    "srgb-png": ("png", "uint8", NAMES[3], None, None),
+    "16-bit-tif": ("tif", "uint16", NAMES[4], None, None),
+    "overscan-exr": ("exr", "half", NAMES[4], (40, 28), None),
+    "layers-exr": ("exr", "float", NAMES[4] + ["diffuse.R", "diffuse.G", "diffuse.B", "depth.Z"], None, "diffuse,depth"),
+}
+
+
+@pytest.mark.parametrize("name", FILES)
+def test_files_are_the_programs(tmp_path, name):
+    ext, fmt, names, frame, layers = FILES[name]
+    data = plate(37, 53, len(names), seed=7)
+    write(tmp_path / f"in.{ext}", np.clip(data, 0, 1) if fmt.startswith("uint") else data, names, fmt, frame=frame)
+    settings = dict(BlurStyle="Polygon", BlurSizeX=3, BadBokeh=0.5)
+    program("render", str(tmp_path / f"in.{ext}"), str(tmp_path / f"out.{ext}"), *settings_args(settings),
+            *(["--layers", layers] if layers else []))
+    tool = lumivane.Tool()
+    tool.set(**settings)
+    lumivane.write(tool.render(lumivane.read(str(tmp_path / f"in.{ext}"), layers=layers)), str(tmp_path / f"py.{ext}"))
+    assert (tmp_path / f"py.{ext}").read_bytes() == (tmp_path / f"out.{ext}").read_bytes()
+    if fmt == "uint8":  # the same picture as an array in sRGB, and as given with a warning
+        array, expected = (oiio.ImageBuf(str(tmp_path / f)).get_pixels(oiio.UINT8) for f in (f"in.{ext}", f"out.{ext}"))
+        assert np.array_equal(np.round(np.clip(tool.render(array, colorspace="sRGB"), 0, 1) * 255), expected)
+        with pytest.warns(UserWarning, match="a uint8 array without colorspace= is filtered as given"):
+            tool.render(array)
+
+
 def test_kernel_preview_flow_and_controls_are_the_programs(tmp_path):
     program("kernel", str(tmp_path / "k.exr"), "--width", "200", "--height", "100",
             "--set", "BlurStyle=Polygon", "--set", "BlurSizeX=5")
@@ -165,6 +195,9 @@ ERRORS = [
     (lambda t: t.render(np.zeros(4, np.float32)), ValueError, "shape (4,) is not an image"),
     (lambda t: t.render(np.zeros((0, 4, 3), np.float32)), ValueError, "shape (0, 4, 3)"),
     (lambda t: t.render(np.zeros((4, 4, 3)), pixel_aspect=(0, 1)), ValueError, "is not a pixel aspect"),
+    (lambda t: t.render(np.zeros((4, 4, 3)), frame=float("nan")), ValueError, "frame: nan is not a finite number"),
+    (lambda t: t.render(np.zeros((4, 4, 3)), colorspace="Sepia"), ValueError, 'colorspace: colour space "Sepia"'),
+    (lambda t: lumivane.read("/nonexistent/in.exr"), OSError, "/nonexistent/in.exr"),
     (lambda t: t.set(BlurSizeX=20) or t.render(np.ones((8, 8, 3)), kernel=np.zeros((3, 3, 3))), RuntimeError, "kernel is black"),
     (lambda t: lumivane.Tool.from_flow("/nonexistent/look.flow"), OSError, "/nonexistent/look.flow"),
     (lambda t: t.set(BlurSizeX=np.float64(1e39)), ValueError, "BlurSizeX: 1e+39 is past the largest value"),
