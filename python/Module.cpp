@@ -13,9 +13,11 @@
 // double are rounded to float.
 #include "python/ArrayImages.h"
 #include "python/PlateBindings.h"
+#include "python/Sequence.h"
 #include "python/ToolSession.h"
 
 #include "app/files/ExitCodes.h"
+#include "app/files/FramePattern.h"
 #include "host/EngineSettings.h"
 #include "util/OwnFile.h"
 
@@ -120,6 +122,24 @@ py::object JsonToPython(const nlohmann::ordered_json& j)
 }
 
 
+// "1001-1010x2" as --frames, or numbers.
+std::vector<int> FramesArgument(const py::object& frames)
+{
+    if (py::isinstance<py::str>(frames)) {
+        try {
+            return FrameList::Parse(frames.cast<std::string>()).Frames();
+        } catch (const std::invalid_argument& e) {
+            throw py::value_error(std::string("frames: ") + e.what());
+        }
+    }
+    std::vector<int> list;
+    for (const py::handle& frame : frames) {
+        if (!py::isinstance<py::int_>(frame)) throw py::type_error("frames: give \"FIRST-LAST\" or whole frame numbers");
+        list.push_back(frame.cast<int>());
+    }
+    return list;
+}
+
 // tool.render: a plate through the program's plate render, an array as an image
 // of its own, in the colour space it is given in.
 py::object RenderForPython(ToolSession& s, const py::object& image, const py::object& kernel, const py::handle& frame,
@@ -143,7 +163,7 @@ py::object RenderForPython(ToolSession& s, const py::object& image, const py::ob
     if (!(aspect.first > 0.0) || !(aspect.second > 0.0) || !std::isfinite(aspect.first) || !std::isfinite(aspect.second))
         throw py::value_error("pixel_aspect: " + py::repr(py::make_tuple(aspect.first, aspect.second)).cast<std::string>() +
                               " is not a pixel aspect; give two positive finite numbers");
-    const std::string space = colorspace.is_none() ? std::string() : colorspace.cast<std::string>();
+    const std::string space = TextArgument(colorspace, "colorspace");
     const int channels = ChannelsOf(array, "image");
     if (space.empty() && array.dtype().kind() == 'u') {
         const std::string type = py::str(array.dtype()).cast<std::string>();
@@ -330,6 +350,39 @@ limit, and RuntimeError with the tool's console line when it sets no output.
     BindKeyVerb(tool, "remove_animation", ToolSession::KeyVerb::RemoveAnimation,
                 "Makes control `id` static at the value it has at `frame`; a static control is left\n"
                 "as it is. Raises ValueError for a text or read-only control, or a frame that is not finite.");
+
+    m.def(
+        "render_sequence",
+        [](ToolSession& s, const std::string& input, const std::string& output, const py::object& frames, int threads,
+           const py::object& layers, const py::object& colorspaceIn, bool raw, const py::object& colorspaceOut,
+           const py::object& compression, const py::object& depth) {
+            SequenceJob job{input, output, FramesArgument(frames), PlateOptionsOf(layers, colorspaceIn, raw),
+                            WriteChoicesOf(compression, colorspaceOut, depth), threads};
+            std::vector<std::string> warnings, written;
+            {
+                py::gil_scoped_release unlocked;
+                written = RenderSequence(s, job, warnings);
+            }
+            WarnAll(warnings);
+            return written;
+        },
+        py::arg("tool"), py::arg("input"), py::arg("output"), py::arg("frames"), py::arg("threads") = 2,
+        py::arg("layers") = py::none(), py::arg("colorspace_in") = py::none(), py::arg("raw") = false,
+        py::arg("colorspace_out") = py::none(), py::arg("compression") = py::none(), py::arg("depth") = py::none(),
+        R"(Renders frames of a sequence as `lumivane render INPUT OUTPUT --frames ...` does, reading
+the next frames and writing the last ones while a frame renders. Returns the files written.
+
+input, output: frame patterns ("shot.####.exr", "soft.%04d.exr"); an input without a
+    frame field is the same still at every frame.
+frames: "1001-1100x2" (as --frames) or a list of frame numbers; each renders at its time.
+threads: how many frames are read ahead, and written behind, at most.
+layers, colorspace_in, raw: as lumivane.read; colorspace_out, compression, depth: as
+    lumivane.write.
+
+Raises what read, render and write raise, its message beginning with the frame; the
+frames before it are written, none after it.
+
+    lumivane.render_sequence(tool, "shot.####.exr", "soft.####.exr", "1001-1010"))");
 
     m.def(
         "set_fast_sizes",

@@ -26,6 +26,10 @@ std::string LayersArgument(const py::object& layers)
     return joined;
 }
 
+py::array_t<float> PixelsOf(const Image& image) { return ArrayFromImage(image, image.PixelStride(), false); }
+
+}  // namespace
+
 std::string TextArgument(const py::object& value, const char* what)
 {
     if (value.is_none()) return {};
@@ -34,9 +38,21 @@ std::string TextArgument(const py::object& value, const char* what)
     throw py::type_error(std::string(what) + ": give a str (or None)");
 }
 
-py::array_t<float> PixelsOf(const Image& image) { return ArrayFromImage(image, image.PixelStride(), false); }
+PlateOptions PlateOptionsOf(const py::object& layers, const py::object& colorspace, bool raw)
+{
+    PlateOptions options;
+    options.layers = LayersArgument(layers);
+    options.colourIn = TextArgument(colorspace, "colorspace");
+    options.raw = raw;
+    if (raw && !options.colourIn.empty())
+        throw py::value_error("colorspace: a plate read raw is not converted; give one or the other");
+    return options;
+}
 
-}  // namespace
+WriteChoices WriteChoicesOf(const py::object& compression, const py::object& colorspace, const py::object& depth)
+{
+    return {TextArgument(colorspace, "colorspace"), TextArgument(depth, "depth"), TextArgument(compression, "compression")};
+}
 
 void WarnAll(const std::vector<std::string>& warnings)
 {
@@ -139,12 +155,7 @@ writes its output.)")
     m.def(
         "read",
         [](const std::string& path, const py::object& layers, const py::object& colorspace, bool raw) {
-            PlateOptions options;
-            options.layers = LayersArgument(layers);
-            options.colourIn = TextArgument(colorspace, "colorspace");
-            options.raw = raw;
-            if (raw && !options.colourIn.empty())
-                throw py::value_error("colorspace: a plate read raw is not converted; give one or the other");
+            const PlateOptions options = PlateOptionsOf(layers, colorspace, raw);
             py::gil_scoped_release unlocked;
             return ReadPlate(path, options);
         },
@@ -167,8 +178,7 @@ the file lacks or a colour space the configuration does not know.
         "write",
         [](const py::object& image, const std::string& path, const py::object& compression, const py::object& colorspace,
            const py::object& depth) {
-            const WriteChoices choices{TextArgument(colorspace, "colorspace"), TextArgument(depth, "depth"),
-                                       TextArgument(compression, "compression")};
+            const WriteChoices choices = WriteChoicesOf(compression, colorspace, depth);
             std::vector<std::string> warnings;
             if (py::isinstance<PlateImages>(image)) {
                 const PlateImages& plate = image.cast<const PlateImages&>();

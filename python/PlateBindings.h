@@ -11,5 +11,12 @@ void BindPlates(pybind11::module_& m);
 // kernel image a render is given (None: none).
 Ref<Image> KernelImageOf(const pybind11::object& kernel);
 
+// The arguments of read and write as the program's options.
+PlateOptions PlateOptionsOf(const pybind11::object& layers, const pybind11::object& colorspace, bool raw);
+WriteChoices WriteChoicesOf(const pybind11::object& compression, const pybind11::object& colorspace,
+                            const pybind11::object& depth);
+// A str argument (or an int, as text); empty for None; a TypeError naming `what` otherwise.
+std::string TextArgument(const pybind11::object& value, const char* what);
+
 // The warnings of a write, as Python UserWarnings.
 void WarnAll(const std::vector<std::string>& warnings);
