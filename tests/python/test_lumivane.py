@@ -181,6 +181,23 @@ def test_keys_set_at_frames_read_back_and_survive_a_flow(tmp_path):
     assert tool.keys("BlurSizeX") == [] and tool.get("BlurSizeX", frame=1004) == 2
 
 
+def test_a_sequence_is_the_programs_and_stops_at_a_missing_frame(tmp_path):
+    for frame in (1, 2, 3):
+        write(tmp_path / f"in.{frame}.exr", plate(23, 31, 4, seed=frame), NAMES[4])
+    tool = lumivane.Tool()
+    tool.animate("BlurSizeX", 1)
+    tool.set("BlurSizeX", 6, frame=3)
+    tool.save_flow(str(tmp_path / "keys.flow"))
+    program("render", "--flow", str(tmp_path / "keys.flow"), str(tmp_path / "in.#.exr"), str(tmp_path / "out.#.exr"))
+    written = lumivane.render_sequence(tool, str(tmp_path / "in.#.exr"), str(tmp_path / "py.#.exr"), "1-3")
+    assert written == [str(tmp_path / f"py.{f}.exr") for f in (1, 2, 3)]
+    assert all((tmp_path / f"py.{f}.exr").read_bytes() == (tmp_path / f"out.{f}.exr").read_bytes() for f in (1, 2, 3))
+    (tmp_path / "in.2.exr").unlink()
+    with pytest.raises(OSError, match="frame 2: .*in.2.exr"):
+        lumivane.render_sequence(tool, str(tmp_path / "in.#.exr"), str(tmp_path / "again.#.exr"), [1, 2, 3])
+    assert [f.name for f in tmp_path.glob("again.*")] == ["again.1.exr"]
+
+
 ERRORS = [
     (lambda t: t.get("BlurSizeX", frame=float("nan")), ValueError, "frame: nan is not a finite number"),
     (lambda t: t.set("BlurSizeX", 1, frame=float("-inf")), ValueError, "frame: -inf is not a finite number"),
