@@ -121,7 +121,6 @@ py::object JsonToPython(const nlohmann::ordered_json& j)
     return py::module_::import("json").attr("loads")(j.dump());
 }
 
-
 // "1001-1010x2" as --frames, or numbers.
 std::vector<int> FramesArgument(const py::object& frames)
 {
@@ -153,8 +152,10 @@ py::object RenderForPython(ToolSession& s, const py::object& image, const py::ob
             throw py::value_error("colorspace: a plate is in linear light already; name its file's space with "
                                   "lumivane.read(path, colorspace=...)");
         PlateImages rendered = image.cast<PlateImages>();
-        py::gil_scoped_release unlocked;
-        rendered.images = s.RenderSources(rendered.images, kernelImage.get(), time);
+        {
+            py::gil_scoped_release unlocked;
+            rendered.images = s.RenderSources(rendered.images, kernelImage.get(), time);
+        }
         return py::cast(std::move(rendered));
     }
     if (!py::isinstance<py::array>(image)) throw py::type_error("image: give a Plate or a numpy array");
@@ -192,15 +193,17 @@ py::object RenderForPython(ToolSession& s, const py::object& image, const py::ob
 
 PYBIND11_MODULE(lumivane, m)
 {
-    m.doc() = R"(Lumivane 2, the frequency-domain blur and deconvolution tool, on numpy arrays.
+    m.doc() = R"(Lumivane 2, the frequency-domain blur and deconvolution tool, on image files and numpy arrays.
 
 The tool is loaded from its plug-in module and created through the host registry,
-as the lumivane program does, and renders the very pixels `lumivane render --raw`
-writes for the same data and settings.
+as the lumivane program does. Plates are read and written by the program's own file
+layer, so read, render and write give the very files `lumivane render` writes with the
+same settings; arrays render to the pixels `lumivane render --raw` writes.
 
     import lumivane
     tool = lumivane.Tool()
     tool.set(BlurStyle="Polygon", BlurSizeX=2.5, BadBokeh=0.4)
+    lumivane.write(tool.render(lumivane.read("plate.exr")), "soft.exr")
     soft = tool.render(image)          # H x W x C float32 (C = 1 grey, 2 grey+alpha, 3 RGB, 4+ RGBA+extras)
 
 Plug-ins are looked for in LUMIVANE_PLUGIN_PATH, else beside the installed module,
