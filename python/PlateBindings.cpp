@@ -13,7 +13,7 @@ constexpr const char* kColourNames[4] = {"R", "G", "B", "A"};
 
 py::tuple Window(int x, int y, int width, int height) { return py::make_tuple(x, y, width, height); }
 
-// "all", "diffuse,spec" or ["diffuse", "spec"] as --layers takes them.
+// "all", "diffuse,specular" or ["diffuse", "specular"] as --layers takes them.
 std::string LayersArgument(const py::object& layers)
 {
     if (layers.is_none()) return {};
