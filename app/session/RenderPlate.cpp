@@ -113,7 +113,7 @@ void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<
 }
 
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
-                         const FrameConsole& console)
+                         const FrameConsole& console, const std::atomic<bool>* cancel)
 {
     PlateResults r;
     for (std::size_t k = 0; k < plate.Sources().size(); ++k) {
@@ -121,9 +121,10 @@ PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Pl
         source.SetSource(plate.Sources()[k].get(), time);
         {
             const InterruptsWait looked;  // right below
-            r.results.push_back(doc.Render(tool, time));
+            r.results.push_back(doc.Render(tool, time, cancel));
         }
-        if (InterruptRequested()) return {};  // the frame is dropped, not written
+        // the frame is dropped, not written
+        if (InterruptRequested() || (cancel && cancel->load(std::memory_order_relaxed))) return {};
         if (!r.results.back()) throw RenderError(console.Why());
         r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
         if (!r.images.back()) throw RenderError("the tool's output is not an image");

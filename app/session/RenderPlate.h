@@ -41,11 +41,12 @@ void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<
                const FrameConsole& console);
 
 // The tool's results for one plate at `time`: the frame, then each chosen
-// layer, through the same tool. Empty when an interrupt came in between; a
-// render ProgramError with the tool's reason when it set no output.
+// layer, through the same tool. Empty when an interrupt came in between or
+// `cancel` was raised (host/RenderCancel.h); a render ProgramError with the
+// tool's reason when it set no output.
 struct PlateResults {
     std::vector<Ref<Parameter>> results;
     std::vector<const Image*> images;
 };
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
-                         const FrameConsole& console);
+                         const FrameConsole& console, const std::atomic<bool>* cancel = nullptr);

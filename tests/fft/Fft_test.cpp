@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <complex>
 #include <cstring>
@@ -176,6 +177,22 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
     };
     EXPECT_EQ(refusal(other), "Spectra differ in size");
     EXPECT_EQ(refusal(spectrum), "the spectrum to filter with was not made by ForwardRowsForFilter");
+}
+
+std::atomic<bool> g_stop{false};
+int g_blocks = 0;
+void StopAtTheFirstBlock(double*, const double*, std::size_t, double) { ++g_blocks, g_stop = true; }
+
+// Raised while the first of five column blocks is in hand: no other is taken.
+TEST(StagedTransform, ARaisedStopEndsTheFilterBetweenBlocks)
+{
+    FrequencyArray image, kernel;
+    image.Create(64, 10);
+    kernel.Create(64, 10);
+    ASSERT_TRUE(kernel.ForwardRowsForFilter(10, 0));
+    image.SetStop(&g_stop);
+    EXPECT_FALSE(image.Filter(kernel, StopAtTheFirstBlock, 0.0, 10, 0, 10));
+    EXPECT_EQ(g_blocks, 1);
 }
 
 TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead)

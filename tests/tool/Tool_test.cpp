@@ -84,6 +84,26 @@ TEST(RenderDriver, AFailingChunkSetsNoOutput)
     EXPECT_FALSE(h.tool->errorFlag);
 }
 
+// Cancelled once set up, a render stops there and hands over nothing; with its
+// flag down it gives the very pixels of a render without one.
+TEST(RenderDriver, ACancelledRenderStopsAndSetsNoOutput)
+{
+    Rig h(3);
+    const Ref<Image> plain = h.Render();
+    std::atomic<bool> cancel{false};
+    const Ref<Parameter> kept = h.doc.Render(h.op, 0, &cancel);
+    ASSERT_TRUE(plain && kept);
+    const auto bytes = [](const Image& i) {
+        return std::string(reinterpret_cast<const char*>(i.Pixel(0, 0)), sizeof(float) * i.Width * i.Height * i.PixelStride());
+    };
+    EXPECT_EQ(bytes(*plain), bytes(static_cast<const Image&>(*kept)));
+    h.doc.ClearConsole();
+    h.doc.SetConsoleListener([&](const ConsoleLine& l) { cancel = cancel || l.Text == "Lumivane 2: Setup Complete\n"; });
+    EXPECT_FALSE(h.doc.Render(h.op, 0, &cancel));
+    EXPECT_EQ(h.Lines(CONSOLE_Progress), (Lines{"Lumivane 2: Starting\n", "Lumivane 2: Setup Complete\n"}));
+    EXPECT_EQ(h.Lines(CONSOLE_Error), Lines{"Lumivane 2: the render was cancelled\n"});
+}
+
 TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)
 {
     // What is wrong, how it is made, and the message exactly where one is given.
