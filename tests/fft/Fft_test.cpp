@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <complex>
 #include <cstring>
@@ -179,20 +178,18 @@ TEST_P(StagedTransform, FilterMatchesDirectConvolutionAndTheStepsItReplaces)
     EXPECT_EQ(refusal(spectrum), "the spectrum to filter with was not made by ForwardRowsForFilter");
 }
 
-std::atomic<bool> g_stop{false};
-int g_blocks = 0;
-void StopAtTheFirstBlock(double*, const double*, std::size_t, double) { ++g_blocks, g_stop = true; }
+struct { std::atomic<bool> raised{false}; int blocks = 0; } g_stop;  // raised by the first block's product
+void StopAtTheFirstBlock(double*, const double*, std::size_t, double) { ++g_stop.blocks, g_stop.raised = true; }
 
 // Raised while the first of five column blocks is in hand: no other is taken.
 TEST(StagedTransform, ARaisedStopEndsTheFilterBetweenBlocks)
 {
     FrequencyArray image, kernel;
-    image.Create(64, 10);
-    kernel.Create(64, 10);
+    for (FrequencyArray* a : {&image, &kernel}) a->Create(64, 10);
     ASSERT_TRUE(kernel.ForwardRowsForFilter(10, 0));
-    image.SetStop(&g_stop);
+    image.SetStop(&g_stop.raised);
     EXPECT_FALSE(image.Filter(kernel, StopAtTheFirstBlock, 0.0, 10, 0, 10));
-    EXPECT_EQ(g_blocks, 1);
+    EXPECT_EQ(g_stop.blocks, 1);
 }
 
 TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead)
