@@ -115,11 +115,13 @@ try:
                     browser.execute_async_script(rest)
                 page[proxy] = rows
             # Pictures drawn and slider moves, in the page's clock.
-            watch = """window.drawn = []; window.moves = [];
-                const img = document.getElementById('view');
-                new MutationObserver(() => drawn.push([performance.now(), +img.dataset.proxy]))
-                  .observe(img, {attributes: true, attributeFilter: ['data-version']});
-                document.getElementById('controls').addEventListener('input', () => moves.push(performance.now()));"""
+            watch = """if (!window.drawn) {
+                  const img = document.getElementById('view');
+                  new MutationObserver(() => drawn.push([performance.now(), +img.dataset.proxy]))
+                    .observe(img, {attributes: true, attributeFilter: ['data-version']});
+                  document.getElementById('controls').addEventListener('input', () => moves.push(performance.now()));
+                }
+                window.drawn = []; window.moves = [];"""
             for letgo in (True, False) if args.drag else ():
                 rows = []
                 for i in range(args.rounds):

@@ -287,6 +287,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
     if (which == "kernel") {
         if (format == "exr") throw UsageError("the kernel is shown as png or jpeg only");
         if (m_kernelVersion != m_version || !m_kernelDrawing) {
+            if (!m_cancel.Begin()) throw Superseded();
             // Drawing sets Edges, so it draws with a copy and leaves the tool
             // alone; the copy takes a name of its own beside the tool.
             Operator* copy = CopyTool(m_host->Doc(), *m_tool);
@@ -294,7 +295,8 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             m_frameConsole.Clear();
             m_recordConsole = false;  // the console shows the render's lines, not the drawing's
             try {
-                m_kernelDrawing = DrawKernels(m_host->Doc(), *copy, m_frameConsole, frame.Width, frame.Height, m_frame);
+                m_kernelDrawing =
+                    DrawKernels(m_host->Doc(), *copy, m_frameConsole, frame.Width, frame.Height, m_frame, m_cancel.Flag());
             } catch (...) {
                 m_recordConsole = true;
                 m_host->Doc().RemoveTool(copy);
@@ -302,6 +304,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             }
             m_recordConsole = true;
             m_host->Doc().RemoveTool(copy);
+            if (m_cancel.Raised()) throw Superseded();
             if (!m_kernelDrawing) throw RenderError("interrupted");
             m_kernelVersion = m_version;
         }

@@ -7,7 +7,7 @@ let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,i
 let refreshing=null,controlHeld=false;
 async function api(path,body){
   const r=await fetch(path,body===undefined?{headers:H}:{method:'POST',headers:{...H,'Content-Type':'application/json'},body:JSON.stringify(body)});
-  if(!r.ok)throw new Error((await r.json()).error);return r;}
+  if(r.status==409)throw 0;if(!r.ok)throw new Error((await r.json()).error);return r;}
 const err=m=>$('err').textContent=m||'';
 async function post(path,body,full){try{show(await (await api(path,body)).json(),full);err()}catch(e){err(e.message);show(await (await api('/api/tool')).json())}}
 const set=(id,value,full)=>post('/api/set',{id,value},full);
@@ -30,9 +30,10 @@ function control(c){
   if(c.readOnly)row.append(el('span',{textContent:c.value}));
   else if(c.kind=='multi-button')c.entries.forEach((n,i)=>row.append(el('button',{textContent:n,className:c.value==i?'on':'',onclick:()=>set(c.id,i)})));
   else if(c.kind=='checkbox')row.append(el('input',{type:'checkbox',checked:c.value!=0,onchange:e=>set(c.id,e.target.checked)}));
-  else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value);
+  else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value),end=e=>dragEnd(c,+e.target.value);
+    // A drag back to where it began ends without a change event.
     row.append(el('input',{type:'range',min:lo,max:hi,step:c.integer?1:(hi-lo)/1000,value:c.value,
-      oninput:e=>dragTo(c,+e.target.value),onchange:e=>dragEnd(c,+e.target.value)}),...numberField(c));}
+      oninput:e=>dragTo(c,+e.target.value),onchange:end,onpointerup:end}),...numberField(c));}
   else row.append(el('input',{value:c.value??'',onchange:e=>set(c.id,e.target.value)}));
   return row;}
 // Keys: the buttons act on the focused control at the current frame; the marks
