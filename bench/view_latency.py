@@ -5,8 +5,12 @@ and with proxy 2. What the time is made of comes from the server's headers
 (X-Lumivane-Render-Ms, X-Lumivane-Encode-Ms); the rest is the request, the
 transfer and the client. With --browser (Chromium and Selenium) the same
 change is also timed inside the page, up to the picture decoded and drawn.
+With --drag, the page's Blur Size X slider is dragged by the pointer with proxy
+1/2 chosen: the time between the proxy pictures drawn during the drag, and from
+the drag's last move to the full-resolution picture drawn, letting go at once
+or holding still.
 
-    view_latency.py [--build DIR] [--rounds N] [--browser]
+    view_latency.py [--build DIR] [--rounds N] [--browser] [--drag]
 """
 import argparse
 import json
@@ -25,6 +29,7 @@ parser = argparse.ArgumentParser()
 parser.add_argument("--build", default=os.path.join(os.path.dirname(here), "build"))
 parser.add_argument("--rounds", type=int, default=15)
 parser.add_argument("--browser", action="store_true")
+parser.add_argument("--drag", action="store_true")
 args = parser.parse_args()
 
 program = os.path.join(args.build, "app", "lumivane")
@@ -73,9 +78,11 @@ try:
         for proxy in (1, 2):
             call("/api/image?which=output&format=png&proxy=%d" % proxy)  # plans and caches warm
             results[form, proxy] = [api_round(form, proxy, i) for i in range(args.rounds)]
-    page = {}
-    if args.browser:
+    page, drags = {}, {}
+    if args.browser or args.drag:
         from selenium import webdriver
+        from selenium.webdriver.common.action_chains import ActionChains
+        from selenium.webdriver.common.by import By
         from selenium.webdriver.chrome.service import Service
         opts = webdriver.ChromeOptions()
         for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--window-size=1600,900",
@@ -98,15 +105,49 @@ try:
             rest = """const done = arguments[0], busy = document.getElementById('busy');
                 const wait = () => busy.classList.contains('on') ? setTimeout(wait, 20) : done();
                 setTimeout(wait, 1500);"""
-            for proxy in (1, 2):
+            for proxy in (1, 2) if args.browser else (2,):
                 browser.execute_script("const p = document.getElementById('proxy'); p.value = arguments[0];"
                                        "p.dispatchEvent(new Event('change'))", proxy)
                 browser.execute_async_script(rest)
                 rows = []
-                for i in range(args.rounds):
+                for i in range(args.rounds if args.browser else 0):
                     rows.append(browser.execute_async_script(change, size(i + 1), proxy))
                     browser.execute_async_script(rest)
                 page[proxy] = rows
+            # Pictures drawn and slider moves, in the page's clock.
+            watch = """if (!window.drawn) {
+                  const img = document.getElementById('view');
+                  new MutationObserver(() => drawn.push([performance.now(), +img.dataset.proxy]))
+                    .observe(img, {attributes: true, attributeFilter: ['data-version']});
+                  document.getElementById('controls').addEventListener('input', () => moves.push(performance.now()));
+                }
+                window.drawn = []; window.moves = [];"""
+            for letgo in (True, False) if args.drag else ():
+                rows = []
+                for i in range(args.rounds):
+                    slider = browser.find_element(By.CSS_SELECTOR, "#controls .row[data-id='BlurSizeX'] input[type=range]")
+                    # Grabbed at the thumb (2.5 %), dragged 1 % right and back over 2 s.
+                    low, high, width = (float(slider.get_attribute(k)) for k in ("min", "max", "clientWidth"))
+                    grab = (2.5 - low) / (high - low) * (width - 16) + 8 - width / 2
+                    steps = max(1, round(1 / (high - low) * (width - 16)))
+                    browser.execute_script(watch)
+                    chain = ActionChains(browser, duration=2000 // (2 * steps)).move_to_element_with_offset(slider, grab, 0)
+                    chain.click_and_hold()
+                    for k in range(2 * steps):
+                        chain.move_by_offset(1 if k < steps else -1, 0)
+                    if letgo:
+                        chain.release()
+                    chain.perform()
+                    browser.execute_async_script(rest)
+                    if not letgo:
+                        ActionChains(browser).release().perform()
+                        browser.execute_async_script(rest)
+                    drawn, moves = browser.execute_script("return [drawn, moves]")
+                    during = [t for t, k in drawn if k == 2 and moves[0] <= t <= moves[-1]]
+                    gaps = [b - a for a, b in zip([moves[0]] + during, during + [moves[-1]])]
+                    full = next((t - moves[-1] for t, k in drawn if k == 1 and t > moves[-1]), float("nan"))
+                    rows.append((max(gaps), statistics.median(gaps), len(during), full))
+                drags[letgo] = rows
         finally:
             browser.quit()
 finally:
@@ -122,6 +163,11 @@ for (form, proxy), rows in results.items():
     print("| %s | %s | %.0f | %.0f | %.0f | %.0f | %.0f |" % (
         "full" if proxy == 1 else "proxy 1/%d" % proxy, form, median(rows, 0), median(rows, 1), median(rows, 2),
         median(rows, 3), median(rows, 4) / 1024))
-for proxy, rows in page.items():
+for proxy, rows in ((p, r) for p, r in page.items() if r):
     print("in the page (JPEG), %s: change to picture drawn %.0f ms (picture request %.0f, decode and draw %.0f)" % (
         "full" if proxy == 1 else "proxy 1/%d" % proxy, median(rows, 0), median(rows, 1), median(rows, 2)))
+for letgo, rows in drags.items():
+    print("drag with proxy 1/2, %s: between proxy pictures longest %.0f ms (median of rounds), median %.0f, %.0f "
+          "pictures a drag; last move to full resolution drawn %.0f ms (median), %.0f (worst)" % (
+              "let go at the last move" if letgo else "held still after the last move",
+              median(rows, 0), median(rows, 1), median(rows, 2), median(rows, 3), max(r[3] for r in rows)))

@@ -93,7 +93,7 @@ bool FrequencyArray::Filter(const FrequencyArray& spectrum, SpectrumProduct prod
         Release();
         return false;
     }
-    const FftRows rows{leadingRows, trailingRows, m_threads};
+    const FftRows rows{leadingRows, trailingRows, m_threads, m_stop};
     if (ExecuteFilterFft(*descriptor, data, spectrum.data, product, parameter, rows, keptRows)) return true;
     Release();
     return false;
@@ -103,7 +103,7 @@ bool FrequencyArray::ForwardRowsForFilter(std::int32_t leadingRows, std::int32_t
 {
     if (!data) return false;
     double* blocks = Usable() ? TakeFftBuffer(static_cast<std::size_t>(size)) : nullptr;
-    const FftRows rows{leadingRows, trailingRows, m_threads};
+    const FftRows rows{leadingRows, trailingRows, m_threads, m_stop};
     if (!blocks || !ExecuteForwardFftToBlocks(*descriptor, data, blocks, rows)) {
         ReturnFftBuffer(blocks, static_cast<std::size_t>(size));
         Release();
@@ -128,7 +128,7 @@ bool FrequencyArray::Transform(bool forward, std::int32_t leadingRows, std::int3
         Release();
         return false;
     }
-    const FftRows rows{leadingRows, trailingRows, m_threads};
+    const FftRows rows{leadingRows, trailingRows, m_threads, m_stop};
     if (forward ? ExecuteForwardFft(*descriptor, data, rows) : ExecuteBackwardFft(*descriptor, data, rows))
         return true;
     Release();
@@ -161,6 +161,7 @@ void FrequencyArray::Release()
     ReturnFftBuffer(data, static_cast<std::size_t>(size));
     size = height = width = 0;
     m_threads = 1;
+    m_stop = nullptr;
     m_forFilter = false;
     data = nullptr;
     descriptor = nullptr;

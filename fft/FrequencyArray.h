@@ -22,6 +22,7 @@
 // multiplies every sample by width * height.
 #include "fft/SpectrumProduct.h"
 
+#include <atomic>
 #include <cstdint>
 
 struct FftPlanPair;  // the FFT backend's plans for one size (fft/FftPlans.h)
@@ -79,6 +80,9 @@ public:
     // threads: for an array that other workers wait for, so that their cores
     // take part instead of idling. 1 (the default) keeps to the calling thread.
     void SetTransformThreads(int threads) { m_threads = threads < 1 ? 1 : threads; }
+    // Later transforms stop between column blocks once `stop` is raised, and
+    // return false, leaving the array empty: its render was abandoned.
+    void SetStop(const std::atomic<bool>* stop) { m_stop = stop; }
     void Release();
 
     const FftPlanPair* descriptor = nullptr;
@@ -95,5 +99,6 @@ private:
                      std::int32_t trailingRows);
 
     int m_threads = 1;
+    const std::atomic<bool>* m_stop = nullptr;
     bool m_forFilter = false;
 };

@@ -69,6 +69,8 @@ void CopyColumns(fftw_complex* spectrum, fftw_complex* block, std::int32_t rows,
     if (ToBlock && rows > next) std::memset(block + static_cast<std::size_t>(next) * count, 0, bytes * (rows - next));
 }
 
+bool Stopped(const std::atomic<bool>* stop) { return stop && stop->load(std::memory_order_relaxed); }
+
 // What a filter does to each block between its two column stages.
 struct BlockProduct {
     const double* spectrum;  // the other spectrum, in column-block order
@@ -84,7 +86,7 @@ struct BlockProduct {
 // column-block order, instead of back into the array.
 void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_complex* gathered, bool forward,
                            const BlockProduct* filter, double* blockOrder, const std::vector<RowSpan>& from,
-                           const std::vector<RowSpan>& to, int part, int parts)
+                           const std::vector<RowSpan>& to, int part, int parts, const std::atomic<bool>* stop)
 {
     const std::int32_t height = plans.height;
     const std::int32_t columns = (plans.width + 2) / 2;
@@ -92,6 +94,7 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
     auto* spectrum = reinterpret_cast<fftw_complex*>(buffer);
     const std::int32_t blocks = (columns + block - 1) / block;
     for (std::int32_t b = part; b < blocks; b += parts) {
+        if (Stopped(stop)) return;
         const std::int32_t first = b * block;
         const std::int32_t count = std::min(block, columns - first);
         CopyColumns<true>(spectrum + first, gathered, height, from, static_cast<std::size_t>(columns), count);
@@ -112,8 +115,8 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
     }
 }
 
-// False when no memory for even one block could be had. Fewer threads than asked
-// for run when the system refuses more.
+// False when no memory for even one block could be had, or when `rows.stop` was
+// raised. Fewer threads than asked for run when the system refuses more.
 //
 // The helpers are threads of the transform's own, not the host's workers: the
 // transform runs inside one of those workers (a chunk of a render), and the host's
@@ -123,8 +126,9 @@ void TransformColumnBlocks(const FftPlanPair& plans, double* buffer, fftw_comple
 // cores. This layer also knows nothing of the host.
 bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, const BlockProduct* filter,
                       double* blockOrder, const std::vector<RowSpan>& from, const std::vector<RowSpan>& to,
-                      int threads)
+                      const FftRows& rows)
 {
+    const int threads = std::max(1, rows.threads);
     const std::size_t blockDoubles = 2 * static_cast<std::size_t>(plans.height) * plans.columnBlock;
     std::vector<std::unique_ptr<double, void (*)(double*)>> gathered;
     for (int part = 0; part < threads; ++part) {
@@ -139,18 +143,18 @@ bool TransformColumns(const FftPlanPair& plans, double* buffer, bool forward, co
         for (int part = 1; part < parts; ++part)
             helpers.emplace_back([&, part] {
                 TransformColumnBlocks(plans, buffer, reinterpret_cast<fftw_complex*>(gathered[part].get()),
-                                      forward, filter, blockOrder, from, to, part, parts);
+                                      forward, filter, blockOrder, from, to, part, parts, rows.stop);
             });
     } catch (const std::system_error&) {
         // The helpers that did start keep their parts; this thread takes the rest.
     }
     const int started = static_cast<int>(helpers.size()) + 1;
     auto* own = reinterpret_cast<fftw_complex*>(gathered[0].get());
-    TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, 0, parts);
+    TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, 0, parts, rows.stop);
     for (int part = started; part < parts; ++part)
-        TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, part, parts);
+        TransformColumnBlocks(plans, buffer, own, forward, filter, blockOrder, from, to, part, parts, rows.stop);
     for (std::thread& helper : helpers) helper.join();
-    return true;
+    return !Stopped(rows.stop);
 }
 
 }  // namespace
@@ -175,8 +179,7 @@ bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& 
     // read them either; it writes every row of the spectrum.
     const std::vector<RowSpan> spans = SpansOf(plans, rows);
     TransformRows(plans, buffer, spans, true);
-    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}},
-                            std::max(1, rows.threads));
+    return TransformColumns(plans, buffer, true, nullptr, nullptr, spans, {{0, plans.height}}, rows);
 }
 
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows)
@@ -187,8 +190,7 @@ bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows&
     }
     // Only the rows the row stage turns back need their columns put back.
     const std::vector<RowSpan> kept = SpansOf(plans, FftRows{rows.leading, 0, 1});
-    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept,
-                          std::max(1, rows.threads)))
+    if (!TransformColumns(plans, buffer, false, nullptr, nullptr, {{0, plans.height}}, kept, rows))
         return false;
     TransformRows(plans, buffer, kept, false);
     return true;
@@ -210,7 +212,7 @@ bool ExecuteFilterFft(const FftPlanPair& plans, double* buffer, const double* sp
     const std::vector<RowSpan> out = SpansOf(plans, FftRows{kept, 0, 1});
     TransformRows(plans, buffer, in, true);
     const BlockProduct filter{spectrum, product, parameter};
-    if (!TransformColumns(plans, buffer, true, &filter, nullptr, in, out, std::max(1, rows.threads))) return false;
+    if (!TransformColumns(plans, buffer, true, &filter, nullptr, in, out, rows)) return false;
     TransformRows(plans, buffer, out, false);
     return true;
 }
@@ -224,5 +226,5 @@ bool ExecuteForwardFftToBlocks(const FftPlanPair& plans, double* buffer, double*
     }
     const std::vector<RowSpan> spans = SpansOf(plans, rows);
     TransformRows(plans, buffer, spans, true);
-    return TransformColumns(plans, buffer, true, nullptr, blocks, spans, {}, std::max(1, rows.threads));
+    return TransformColumns(plans, buffer, true, nullptr, blocks, spans, {}, rows);
 }

@@ -18,6 +18,7 @@
 #include "fft/FftPlans.h"
 #include "fft/SpectrumProduct.h"
 
+#include <atomic>
 #include <climits>
 #include <cstdint>
 
@@ -36,6 +37,9 @@ struct FftRows {
     std::int32_t leading = INT32_MAX;
     std::int32_t trailing = 0;
     int threads = 1;
+    // When given and raised (by any thread), the column stage takes no further
+    // block and the transform returns false: the caller no longer wants it.
+    const std::atomic<bool>* stop = nullptr;
 };
 bool ExecuteForwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);
 bool ExecuteBackwardFft(const FftPlanPair& plans, double* buffer, const FftRows& rows);

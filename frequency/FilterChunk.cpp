@@ -30,6 +30,14 @@ bool SameComponents(const Image& img, int a, int b)
     return true;
 }
 
+// A transform that returned false: abandoned with its render, or short of memory.
+std::runtime_error TransformFailure(const ChunkPlan& plan, const char* what)
+{
+    if (plan.cancel && plan.cancel->load(std::memory_order_relaxed))
+        return std::runtime_error("the render was cancelled");
+    return std::runtime_error(std::string("the ") + what + " failed");
+}
+
 TransformSize SizeFor(const ChunkPlan& plan, std::int32_t colour)
 {
     return TransformSizeFor(plan.imageWidth, plan.imageHeight, plan.sizeX[colour], plan.sizeY[colour], colour,
@@ -147,8 +155,9 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
         // workers would sit idle: its transform is spread over as many threads.
         const unsigned sharers = static_cast<unsigned>(kernelSpectra.Sharers(c));
         spectrum.SetTransformThreads(static_cast<int>(std::min(plan.threads, sharers)));
+        spectrum.SetStop(plan.cancel);
         if (!spectrum.ForwardRowsForFilter(kernelReach, kernelReach))
-            throw std::runtime_error("the forward transform of the kernel failed");
+            throw TransformFailure(plan, "forward transform of the kernel");
     });
 
     // Edge extension writes at most half the kernel plus one row below the
@@ -162,9 +171,10 @@ void FilterChunk(const ChunkPlan& plan, std::int32_t chunk)
                         static_cast<std::uint32_t>(imageHeight), imageHeight + reach, reach);
     ReadPlane(image, channelStore, chunk);
     ExtendEdges(image, plan.imageWidth, plan.imageHeight, size.kernelWidth, size.kernelHeight, plan.edgeType);
+    image.SetStop(plan.cancel);
     const bool filtered = plan.convolve
                               ? image.Filter(k, MultiplyBins, 0.0, imageHeight + reach, reach, imageHeight)
                               : image.Filter(k, WienerDivideBins, plan.wiener, imageHeight + reach, reach, imageHeight);
-    if (!filtered) throw std::runtime_error("the transform of the image failed");
+    if (!filtered) throw TransformFailure(plan, "transform of the image");
     WritePlane(image, channelStore, chunk);
 }

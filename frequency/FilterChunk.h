@@ -3,6 +3,7 @@
 // frequency domain, and what the chunks of a render share.
 #include "host/EngineSettings.h"
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -26,6 +27,7 @@ struct ChunkPlan {
     bool convolve = true;  // else Wiener deconvolution with `wiener`
     double wiener = 0.0;
     unsigned threads = 1;  // the host's workers
+    const std::atomic<bool>* cancel = nullptr;  // raised when the render is abandoned
 };
 
 // Finds the colours whose kernels are identical (same sizes, and for a kernel

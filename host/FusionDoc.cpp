@@ -98,15 +98,15 @@ Operator* FusionDoc::FindTool(const std::string& name) const
     return nullptr;
 }
 
-Ref<Parameter> FusionDoc::Render(Operator* tool, TimeStamp time)
+Ref<Parameter> FusionDoc::Render(Operator* tool, TimeStamp time, const std::atomic<bool>* cancel)
 {
     Output* out = tool->MainOutput();
     if (out) out->Clear();
-    {
-        Request req(time);
-        tool->Process(&req);
-    }
-    return out ? out->Take() : Ref<Parameter>();
+    Request req(time, cancel);
+    tool->Process(&req);
+    Ref<Parameter> result = out ? out->Take() : Ref<Parameter>();
+    if (req.IsCancelled()) return {};
+    return result;
 }
 
 void FusionDoc::PreCalc(Operator* tool, TimeStamp time)

@@ -44,8 +44,9 @@ public:
     Operator* FindTool(const std::string& name) const;
 
     // Renders `tool` at `time` and hands over what it set on its main output
-    // (null when it set nothing).
-    Ref<Parameter> Render(Operator* tool, TimeStamp time);
+    // (null when it set nothing, or when `cancel` was raised before the render
+    // ended: what a cancelled render made is never handed out).
+    Ref<Parameter> Render(Operator* tool, TimeStamp time, const std::atomic<bool>* cancel = nullptr);
     // Asks `tool` what a render at `time` would take, without rendering
     // (Operator::PreCalcProcess). Whatever it finds goes to the console.
     void PreCalc(Operator* tool, TimeStamp time);

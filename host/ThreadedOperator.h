@@ -12,7 +12,8 @@ public:
     static const FuID ClassID;
 
     // Runs ProcessChunk(req, 0 .. chunks - 1) on the host's worker pool and
-    // returns when all have finished.
+    // returns when all have finished. Once the request is cancelled no further
+    // chunk starts: a tool asks req->IsCancelled() before it uses their work.
     void DoMultiProcess(Request* req, std::int32_t chunks);
     virtual void ProcessChunk(Request* req, std::int32_t chunk);
 };

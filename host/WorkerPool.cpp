@@ -9,6 +9,7 @@
 
 struct WorkerPool::Batch {
     const std::function<void(int)>* job = nullptr;
+    const std::atomic<bool>* cancel = nullptr;
     int count = 0;
     int next = 0;
     int done = 0;
@@ -31,11 +32,12 @@ WorkerPool::~WorkerPool()
     for (std::thread& t : m_threads) t.join();
 }
 
-void WorkerPool::Run(int count, const std::function<void(int)>& job)
+void WorkerPool::Run(int count, const std::function<void(int)>& job, const std::atomic<bool>* cancel)
 {
     if (count <= 0) return;
     Batch batch;
     batch.job = &job;
+    batch.cancel = cancel;
     batch.count = count;
     std::unique_lock<std::mutex> lock(m_mutex);
     m_batches.push_back(&batch);
@@ -56,7 +58,7 @@ void WorkerPool::WorkerLoop()
         lock.unlock();
         std::exception_ptr error;
         try {
-            (*batch->job)(k);
+            if (!batch->cancel || !batch->cancel->load(std::memory_order_relaxed)) (*batch->job)(k);
         } catch (...) {
             error = std::current_exception();
         }

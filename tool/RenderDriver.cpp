@@ -66,6 +66,7 @@ void Lumivane2::Process(Request* req)
         } else {
             if (kernelImage) CheckKernelImage(kernelImage);
             PlanFrame();
+            chunkPlan.cancel = req->CancelFlag();
             CheckFrameMemory();
             ApplyHostFftSettings();
             channelStore.Allocate(sourceImage->Width, sourceImage->Height);
@@ -73,6 +74,8 @@ void Lumivane2::Process(Request* req)
             print(CONSOLE_Progress, "Lumivane 2: Setup Complete\n");
             DoMultiProcess(req, kChunks);
             ReleaseBeforeOutput(kernelSpectra);
+            // Chunks skipped by the host left their planes as they were.
+            if (req->IsCancelled()) throw std::runtime_error("the render was cancelled");
             print(CONSOLE_Progress, "Lumivane 2: Threads completed\n");
             if (errorFlag) throw std::runtime_error(errorMessage);
             outputImage = NewImage({{IMG_Like, static_cast<const void*>(sourceImage)}, {TAG_DONE}});

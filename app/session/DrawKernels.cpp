@@ -59,7 +59,7 @@ Ref<Image> Drawing(const Image& response, int cx, int cy)
 }  // namespace
 
 Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& console, int width, int height,
-                       TimeStamp frame)
+                       TimeStamp frame, const std::atomic<bool>* cancel)
 {
     // With black edges the point's response is the kernel alone.
     ApplySettings(tool, {{"Edges", "Black", "drawing the kernels"}}, frame);
@@ -81,10 +81,10 @@ Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& conso
     Ref<Parameter> result;
     {
         const InterruptsWait looked;  // right below
-        result = doc.Render(&tool, frame);
+        result = doc.Render(&tool, frame, cancel);
     }
     source->SetSource(nullptr, frame);
-    if (InterruptRequested()) return {};
+    if (InterruptRequested() || (cancel && cancel->load(std::memory_order_relaxed))) return {};
     const auto* response = dynamic_cast<const Image*>(result.get());
     if (!response) throw RenderError("cannot make the kernels: " + console.Why());
     return Drawing(*response, cx, cy);

@@ -10,9 +10,10 @@
 
 // The drawing itself, from `tool` in `doc` at `frame`, for a width x height
 // frame: the tool's Edges control is set to Black on the way. `console` must be
-// listening to `doc`. Returns null when the render was interrupted; throws a
+// listening to `doc`. Returns null when the render was interrupted or `cancel`
+// raised (host/RenderCancel.h); throws a
 // render ProgramError with the tool's console line when it set no output, and
 // one naming the limit, before allocating, when the frame's point image and
 // response alone would pass the memory limit.
 Ref<Image> DrawKernels(FusionDoc& doc, Operator& tool, const FrameConsole& console, int width, int height,
-                       TimeStamp frame);
+                       TimeStamp frame, const std::atomic<bool>* cancel = nullptr);

@@ -113,13 +113,13 @@ void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<
 }
 
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
-                         const FrameConsole& console)
+                         const FrameConsole& console, const std::atomic<bool>* cancel)
 {
-    return RenderSources(doc, tool, source, plate.Sources(), time, console);
+    return RenderSources(doc, tool, source, plate.Sources(), time, console, cancel);
 }
 
 PlateResults RenderSources(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& sources,
-                           TimeStamp time, const FrameConsole& console)
+                           TimeStamp time, const FrameConsole& console, const std::atomic<bool>* cancel)
 {
     PlateResults r;
     for (std::size_t k = 0; k < sources.size(); ++k) {
@@ -127,9 +127,10 @@ PlateResults RenderSources(FusionDoc& doc, Operator* tool, Input& source, const 
         source.SetSource(sources[k].get(), time);
         {
             const InterruptsWait looked;  // right below
-            r.results.push_back(doc.Render(tool, time));
+            r.results.push_back(doc.Render(tool, time, cancel));
         }
-        if (InterruptRequested()) return {};  // the frame is dropped, not written
+        // the frame is dropped, not written
+        if (InterruptRequested() || (cancel && cancel->load(std::memory_order_relaxed))) return {};
         if (!r.results.back()) throw RenderError(console.Why());
         r.images.push_back(dynamic_cast<const Image*>(r.results.back().get()));
         if (!r.images.back()) throw RenderError("the tool's output is not an image");

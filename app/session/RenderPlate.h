@@ -41,15 +41,16 @@ void PlanPlate(FusionDoc& doc, Operator* tool, Input& source, const std::vector<
                const FrameConsole& console);
 
 // The tool's results for one plate at `time`: the frame, then each chosen
-// layer, through the same tool. Empty when an interrupt came in between; a
-// render ProgramError with the tool's reason when it set no output.
+// layer, through the same tool. Empty when an interrupt came in between or
+// `cancel` was raised (host/RenderCancel.h); a render ProgramError with the
+// tool's reason when it set no output.
 struct PlateResults {
     std::vector<Ref<Parameter>> results;
     std::vector<const Image*> images;
 };
 PlateResults RenderPlate(FusionDoc& doc, Operator* tool, Input& source, const Plate& plate, TimeStamp time,
-                         const FrameConsole& console);
+                         const FrameConsole& console, const std::atomic<bool>* cancel = nullptr);
 // The same for images in a plate's Sources() order that a host holds itself
 // (the Python module's plates, rendered again).
 PlateResults RenderSources(FusionDoc& doc, Operator* tool, Input& source, const std::vector<Ref<Image>>& sources,
-                           TimeStamp time, const FrameConsole& console);
+                           TimeStamp time, const FrameConsole& console, const std::atomic<bool>* cancel = nullptr);

@@ -166,11 +166,22 @@ void ViewServer::Routes()
             std::lock_guard<std::mutex> lock(m_mutex);
             try {
                 f(req, res);
+            } catch (const Superseded& e) {
+                Refuse(res, 409, e.what());
             } catch (const ProgramError& e) {
                 Refuse(res, e.Kind() == Exit::Usage ? 400 : e.Kind() == Exit::Render ? 422 : 500, e.what());
             } catch (const std::exception& e) {
                 Refuse(res, 500, e.what());
             }
+        };
+    };
+
+    // A change makes the render in flight obsolete: it is cancelled before the
+    // change waits for the lock.
+    auto change = [this, &api](auto f) {
+        return [this, handler = api(f)](const httplib::Request& req, httplib::Response& res) {
+            const RenderCancel::Change coming(m_session.Cancel());
+            handler(req, res);
         };
     };
 
@@ -184,21 +195,21 @@ void ViewServer::Routes()
     s.Get("/api/tool", api([this](const httplib::Request&, httplib::Response& res) {
               Reply(res, 200, m_session.ToolDocument());
           }));
-    s.Post("/api/set", api([this](const httplib::Request& req, httplib::Response& res) {
+    s.Post("/api/set", change([this](const httplib::Request& req, httplib::Response& res) {
                const json body = Body(req);
                if (!body.contains("value")) throw UsageError("\"value\": missing");
                // Read as the command line's --set ID=VALUE, so its messages are the same.
                m_session.Set(ParseSetArgument(Field(body, "id") + "=" + SettingText(body["value"])));
                Reply(res, 200, m_session.ToolDocument());
            }));
-    s.Post("/api/frame", api([this](const httplib::Request& req, httplib::Response& res) {
+    s.Post("/api/frame", change([this](const httplib::Request& req, httplib::Response& res) {
                m_session.SetFrame(FrameField(Body(req), "frame"));
                Reply(res, 200, m_session.ToolDocument());
            }));
     // Keyframe verbs at the current frame; /api/animate and /api/unanimate
     // are /api/key's "set" and "remove" by name.
-    const auto key = [this, &api](const char* action) {
-        return api([this, action](const httplib::Request& req, httplib::Response& res) {
+    const auto key = [this, &change](const char* action) {
+        return change([this, action](const httplib::Request& req, httplib::Response& res) {
             const json body = Body(req);
             m_session.Key(Field(body, "id"), action ? std::string(action) : Field(body, "action"));
             Reply(res, 200, m_session.ToolDocument());

@@ -6,7 +6,9 @@
 // Every /api/ request must carry the token of the printed address in the
 // X-Lumivane-Token header, and every request a Host header naming the address
 // it listens on (a page of another site, through DNS rebinding, cannot), else
-// 403. One lock is held around each API call, so renders never overlap.
+// 403. One lock is held around each API call, so renders never overlap; a
+// change (a value, the frame, a key) cancels the render in flight before it
+// waits for the lock, and that render's request is answered 409.
 #include "app/view/ViewSession.h"
 
 #include <memory>

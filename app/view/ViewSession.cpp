@@ -191,13 +191,27 @@ void ViewSession::Key(const std::string& id, const std::string& action)
     ++m_version;
 }
 
+void ViewSession::BeginRender()
+{
+    if (!m_cancel.Begin()) throw Superseded();
+    m_linesBefore = std::move(m_consoleLines);
+    m_consoleLines.clear();
+    m_frameConsole.Clear();
+}
+
+void ViewSession::EndRender()
+{
+    if (!m_cancel.Raised()) return;
+    m_consoleLines = std::move(m_linesBefore);
+    throw Superseded();
+}
+
 void ViewSession::RenderIfStale()
 {
     if (m_renderedVersion == m_version) return;
+    BeginRender();
     m_rendered = {};
     m_failure.clear();
-    m_consoleLines.clear();
-    m_frameConsole.Clear();
     const auto start = std::chrono::steady_clock::now();
     try {
         const Plate& plate = CurrentPlate();
@@ -205,10 +219,11 @@ void ViewSession::RenderIfStale()
             const ImageFile kernel = ReadImageFile(m_kernelPattern->At(m_frame));
             m_kernelInput->SetSource(kernel.image.get(), m_frame);
         }
-        m_rendered = RenderPlate(m_host->Doc(), m_tool, *m_source, plate, m_frame, m_frameConsole);
+        m_rendered = RenderPlate(m_host->Doc(), m_tool, *m_source, plate, m_frame, m_frameConsole, m_cancel.Flag());
     } catch (const std::exception& e) {
         m_failure = e.what();
     }
+    EndRender();
     m_renderMs = MsSince(start);
     m_renderedVersion = m_version;
     m_consoleVersion = m_version;
@@ -221,9 +236,8 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     renderMs = 0.0;
     if (m_proxyVersion == m_version && m_proxyFactor == factor && m_proxyResult)
         return static_cast<const Image&>(*m_proxyResult);
+    BeginRender();
     m_proxyResult = {};
-    m_consoleLines.clear();
-    m_frameConsole.Clear();
     const auto start = std::chrono::steady_clock::now();
     if (!m_proxySource || m_proxySourceKey != std::make_pair(m_frame, factor)) {
         m_proxySource = ProxyOf(*CurrentPlate().Sources().front(), factor);  // once a frame and factor
@@ -237,8 +251,9 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     m_source->SetSource(small.get(), m_frame);
     {
         const ProxySizes sizes(*m_tool, m_frame, factor);
-        m_proxyResult = m_host->Doc().Render(m_tool, m_frame);
+        m_proxyResult = m_host->Doc().Render(m_tool, m_frame, m_cancel.Flag());
     }
+    EndRender();
     renderMs = MsSince(start);
     m_renderMs = renderMs;
     m_consoleVersion = m_version;
@@ -272,6 +287,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
     if (which == "kernel") {
         if (format == "exr") throw UsageError("the kernel is shown as png or jpeg only");
         if (m_kernelVersion != m_version || !m_kernelDrawing) {
+            if (!m_cancel.Begin()) throw Superseded();
             // Drawing sets Edges, so it draws with a copy and leaves the tool
             // alone; the copy takes a name of its own beside the tool.
             Operator* copy = CopyTool(m_host->Doc(), *m_tool);
@@ -279,7 +295,8 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             m_frameConsole.Clear();
             m_recordConsole = false;  // the console shows the render's lines, not the drawing's
             try {
-                m_kernelDrawing = DrawKernels(m_host->Doc(), *copy, m_frameConsole, frame.Width, frame.Height, m_frame);
+                m_kernelDrawing =
+                    DrawKernels(m_host->Doc(), *copy, m_frameConsole, frame.Width, frame.Height, m_frame, m_cancel.Flag());
             } catch (...) {
                 m_recordConsole = true;
                 m_host->Doc().RemoveTool(copy);
@@ -287,6 +304,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             }
             m_recordConsole = true;
             m_host->Doc().RemoveTool(copy);
+            if (m_cancel.Raised()) throw Superseded();
             if (!m_kernelDrawing) throw RenderError("interrupted");
             m_kernelVersion = m_version;
         }

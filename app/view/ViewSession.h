@@ -6,17 +6,21 @@
 //
 // Renders are lazy: a change only bumps the settings version, and the next
 // request for the output renders once at that version, so changes that
-// arrive while a render runs merge into one next render.
+// arrive while a render runs merge into one next render. A change also
+// cancels the render in flight (Cancel, before the server's lock): that render
+// ends early and throws Superseded, and nothing of it is kept or shown.
 #include "app/files/Plate.h"
 #include "app/session/Plugins.h"
 #include "app/session/RenderPlate.h"
 #include "app/session/Settings.h"
 #include "app/session/ToolConsole.h"
+#include "host/RenderCancel.h"
 
 #include <nlohmann/json.hpp>
 
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 #include <string>
 #include <vector>
@@ -41,6 +45,11 @@ struct EncodedImage {
     double encodeMs = 0.0;  // of making the bytes
     int proxy = 1;          // the factor it was shrunk by
     long version = 0;       // the settings it shows
+};
+
+// A render abandoned for a newer change, or not begun because one was waiting.
+struct Superseded : std::runtime_error {
+    Superseded() : std::runtime_error("superseded by a newer change; ask again") {}
 };
 
 class ViewSession {
@@ -70,17 +79,26 @@ public:
     // Saves to the path fixed at start; returns it.
     std::string SaveFlow();
     const std::string& FlowPath() const { return m_flowPath; }
+    // Thread-safe: a change holds a RenderCancel::Change on it from before it
+    // waits for the server's lock.
+    RenderCancel& Cancel() { return m_cancel; }
 
 private:
     const Plate& CurrentPlate();
     void RenderIfStale();
     // The first source of the frame rendered at 1/factor size; cached per version.
     const Image& ProxyOutput(int factor, double& renderMs);
+    // Around each render of the tool: Superseded when a change is waiting
+    // before it or came during it, the console then left as it was.
+    void BeginRender();
+    void EndRender();
 
     ViewOptions m_options;
     std::unique_ptr<PluginHost> m_host;
     FrameConsole m_frameConsole;
     std::vector<std::string> m_consoleLines;
+    std::vector<std::string> m_linesBefore;  // the console before the render in flight
+    RenderCancel m_cancel;
     bool m_recordConsole = true;
     Operator* m_tool = nullptr;
     Input* m_source = nullptr;

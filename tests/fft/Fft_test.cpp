@@ -168,6 +168,20 @@ TEST_P(StagedTransform, FilterMatchesTheStepsItReplaces)
     EXPECT_EQ(refusal(spectrum), "the spectrum to filter with was not made by ForwardRowsForFilter");
 }
 
+struct { std::atomic<bool> raised{false}; int blocks = 0; } g_stop;  // raised by the first block's product
+void StopAtTheFirstBlock(double*, const double*, std::size_t, double) { ++g_stop.blocks, g_stop.raised = true; }
+
+// Raised while the first of five column blocks is in hand: no other is taken.
+TEST(StagedTransform, ARaisedStopEndsTheFilterBetweenBlocks)
+{
+    FrequencyArray image, kernel;
+    for (FrequencyArray* a : {&image, &kernel}) a->Create(64, 10);
+    ASSERT_TRUE(kernel.ForwardRowsForFilter(10, 0));
+    image.SetStop(&g_stop.raised);
+    EXPECT_FALSE(image.Filter(kernel, StopAtTheFirstBlock, 0.0, 10, 0, 10));
+    EXPECT_EQ(g_stop.blocks, 1);
+}
+
 TEST(StagedTransform, ArraysOnKeptBuffersStartZeroOutsideThePlaneOrInTheRowsRead)
 {
     constexpr std::uint32_t w = 30, h = 12, planeW = 7, planeH = 5;

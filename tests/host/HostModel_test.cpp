@@ -30,6 +30,7 @@ struct Recorder : ThreadedOperator {
     std::vector<std::pair<std::string, double>> notes;
     std::atomic<int> running{0}, peak{0};
     std::atomic<unsigned> chunks{0};  // one bit per chunk run
+    std::atomic<bool>* raise = nullptr;  // raised as each chunk ends
 
     void NotifyChanged(Input* in, Parameter* p, TimeStamp t, const TagList*) override
     {
@@ -41,6 +42,7 @@ struct Recorder : ThreadedOperator {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         chunks |= 1u << chunk;
         --running;
+        if (raise) *raise = true;
         if (chunk == 3) throw std::runtime_error("chunk 3");
     }
     Input* AddNumber(const char* id, TagList extra = {})
@@ -134,6 +136,13 @@ TEST(ThreadedOperator, RunsEveryChunkOnTheWorkersAndReportsFailures)
     EXPECT_THROW(op.DoMultiProcess(&req, 6), std::runtime_error);
     EXPECT_EQ(op.chunks, 0x3fu);
     EXPECT_TRUE(WorkerPool::Shared().ThreadCount() <= 1 || op.peak > 1) << op.peak;
+    // Each chunk raises the flag as it ends, so a worker's second finds it
+    // raised: no more chunks run than there are workers.
+    std::atomic<bool> cancel{false};
+    op.chunks = 0, op.raise = &cancel;
+    Request stopped(0, &cancel);
+    op.DoMultiProcess(&stopped, 3);
+    EXPECT_LE(unsigned(__builtin_popcount(op.chunks)), WorkerPool::Shared().ThreadCount()) << op.chunks;
 }
 
 TEST(Image, ResizeAveragesWhenShrinkingAndCopiesAtTheSameSize)

@@ -5,6 +5,7 @@
 #include "host/EngineSettings.h"
 #include "support/ToolHarness.h"
 
+#include <cstring>
 #include <fstream>
 #include <tuple>
 
@@ -82,6 +83,23 @@ TEST(RenderDriver, AFailingChunkSetsNoOutput)
     h.Set("Edges", 0);  // the next good render clears the failure
     EXPECT_TRUE(h.Render());
     EXPECT_FALSE(h.tool->errorFlag);
+}
+
+// Cancelled once set up, a render stops there and hands over nothing; with its
+// flag down it gives the very pixels of a render without one.
+TEST(RenderDriver, ACancelledRenderStopsAndSetsNoOutput)
+{
+    Rig h(3);
+    const Ref<Image> plain = h.Render();
+    std::atomic<bool> cancel{false};
+    const Ref<Parameter> kept = h.doc.Render(h.op, 0, &cancel);
+    ASSERT_TRUE(plain && kept);
+    const std::size_t bytes = sizeof(float) * 11 * 7 * plain->PixelStride();
+    EXPECT_EQ(std::memcmp(plain->Pixel(0, 0), static_cast<const Image&>(*kept).Pixel(0, 0), bytes), 0) << "changed";
+    h.doc.ClearConsole();
+    h.doc.SetConsoleListener([&](const ConsoleLine& l) { cancel = cancel || l.Text == "Lumivane 2: Setup Complete\n"; });
+    EXPECT_FALSE(h.doc.Render(h.op, 0, &cancel));
+    EXPECT_EQ(h.Lines(CONSOLE_Progress), (Lines{"Lumivane 2: Starting\n", "Lumivane 2: Setup Complete\n"}));
 }
 
 TEST(RenderDriver, BadInputEndsTheRenderWithAMessage)

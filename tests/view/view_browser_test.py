@@ -3,9 +3,9 @@
 "Blur Style" on the page, the picture and the visible controls follow, and the
 flow the page saves renders the same pixels with `lumivane render --flow`. Then
 a refused value stays at its field, a proxy shows and gives way to the full
-resolution, and the wipe shows the input beside the output. Last, a size keyed
-at two frames of a sequence in the page renders, from the saved flow, at the
-sizes on the straight line between the keys.
+resolution, the wipe shows the input beside the output, and a slider renders
+while it is dragged. Last, a size keyed at two frames of a sequence in the page
+renders, from the saved flow, at the sizes on the straight line between the keys.
 
     view_browser_test.py LUMIVANE PLUGIN_DIR [SCREENSHOT]
 
@@ -127,6 +127,17 @@ try:
     wait.until(lambda b: b.find_element(By.ID, "inview").get_attribute("src"))
     assert browser.find_element(By.ID, "wipe").is_displayed()
     assert "inset" in browser.find_element(By.ID, "inview").get_attribute("style")
+
+    # A drag renders before the hand lets go, and the value it ends at wins: the
+    # server's answer holds it, and the picture shown is of that answer.
+    slider = row("Blur Size X").find_element(By.CSS_SELECTOR, "input[type=range]")
+    seen, drag = shown(), ActionChains(browser, duration=0).click_and_hold(slider)
+    for _ in range(5):
+        drag.move_by_offset(9, 0)
+    drag.perform()
+    wait.until(lambda b: shown() != seen and b.execute_script("return [controls().find(c=>c.id=='BlurSizeX').value, "
+               "tool.version]") == [float(slider.get_attribute("value")), int(shown())])
+    ActionChains(browser).release().perform()
 
     # Keys: Blur Size X 1 at 1001, animated with the page's button; an arrow
     # key and the slider to 1010, where 5 typed on the animated control keys

@@ -3,12 +3,14 @@ const $=id=>document.getElementById(id),H={'X-Lumivane-Token':location.hash.slic
 // for PNG, exact to the 8-bit code.
 const shown=location.search.includes('png')?'png':'jpeg';
 let tool,page,which='output',inflight=false,again=false,proxy=1,wantFull=false,idle=0,inKey='',focus=null;
+// controlHeld: a control is being dragged (drag.js), so the output's pictures come alone.
+let refreshing=null,controlHeld=false;
 async function api(path,body){
   const r=await fetch(path,body===undefined?{headers:H}:{method:'POST',headers:{...H,'Content-Type':'application/json'},body:JSON.stringify(body)});
-  if(!r.ok)throw new Error((await r.json()).error);return r;}
+  if(r.status==409)throw 0;if(!r.ok)throw new Error((await r.json()).error);return r;}
 const err=m=>$('err').textContent=m||'';
-async function post(path,body){try{show(await (await api(path,body)).json());err()}catch(e){err(e.message);show(await (await api('/api/tool')).json())}}
-const set=(id,value)=>post('/api/set',{id,value});
+async function post(path,body,full){try{show(await (await api(path,body)).json(),full);err()}catch(e){err(e.message);show(await (await api('/api/tool')).json())}}
+const set=(id,value,full)=>post('/api/set',{id,value},full);
 function el(tag,props,...kids){const e=Object.assign(document.createElement(tag),props);e.append(...kids);return e}
 // What the server would refuse, said at the field before anything is sent.
 function refusal(c,text){const v=Number(text);
@@ -28,8 +30,10 @@ function control(c){
   if(c.readOnly)row.append(el('span',{textContent:c.value}));
   else if(c.kind=='multi-button')c.entries.forEach((n,i)=>row.append(el('button',{textContent:n,className:c.value==i?'on':'',onclick:()=>set(c.id,i)})));
   else if(c.kind=='checkbox')row.append(el('input',{type:'checkbox',checked:c.value!=0,onchange:e=>set(c.id,e.target.checked)}));
-  else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value);
-    row.append(el('input',{type:'range',min:lo,max:hi,step:c.integer?1:(hi-lo)/1000,value:c.value,onchange:e=>set(c.id,+e.target.value)}),...numberField(c));}
+  else if(c.kind=='slider'){const lo=c.min??0,hi=Math.max(c.sliderTop??lo+10,c.value),end=e=>dragEnd(c,+e.target.value);
+    // A drag back to where it began ends without a change event.
+    row.append(el('input',{type:'range',min:lo,max:hi,step:c.integer?1:(hi-lo)/1000,value:c.value,
+      oninput:e=>dragTo(c,+e.target.value),onchange:end,onpointerup:end}),...numberField(c));}
   else row.append(el('input',{value:c.value??'',onchange:e=>set(c.id,e.target.value)}));
   return row;}
 // Keys: the buttons act on the focused control at the current frame; the marks
@@ -62,14 +66,15 @@ document.addEventListener('keydown',e=>{const t=e.target;
   if(!tool?.sequence||!['ArrowLeft','ArrowRight'].includes(e.key)||e.ctrlKey||e.altKey||e.metaKey)return;
   if(t.matches('select,textarea,input:not([type=range]):not([type=checkbox])')||(t.type=='range'&&t.id!='frame'))return;
   e.preventDefault();const d=e.key=='ArrowRight'?1:-1;e.shiftKey?stepKey(d):stepFrame(d)});
-function show(t){
+// full: ask for the full resolution at once, without a proxy first.
+function show(t,full){
   const first=!tool;tool=t;$('name').textContent=t.name;page=page??t.pages[0].name;
   if(first){proxy=t.proxy||1;$('proxy').value=proxy}
   $('tabs').replaceChildren(...t.pages.map(p=>el('button',{textContent:p.name,className:p.name==page?'on':'',onclick:()=>{page=p.name;show(tool)}})));
   $('controls').replaceChildren(...t.pages.find(p=>p.name==page).controls.map(control));
   $('frames').hidden=!t.sequence;const f=$('frame');f.min=t.frames[0];f.max=t.frames.at(-1);f.value=t.frame;$('frameNo').textContent=t.frame;
   keyBar();
-  wantFull=false;refresh();}
+  wantFull=!!full;refresh();}
 async function picture(img,q){const r=await api('/api/image?'+q);const url=URL.createObjectURL(await r.blob());
   if(img.src)URL.revokeObjectURL(img.src);img.src=url;await img.decode().catch(()=>{});return r;}
 
@@ -100,15 +105,18 @@ $('fit').onclick=()=>setFit(true);
 $('one').onclick=()=>{const st=$('stage');zoomTo(1,st.clientWidth/2,st.clientHeight/2)};
 
 // One request at a time; changes meanwhile make one more. A picture older than
-// the newest settings is dropped. A proxy picture is followed by the full
-// resolution once the settings have rested for a second.
-async function refresh(){
+// the newest settings is dropped, and one the server abandoned for a newer
+// change (409) is not waited for: that change's answer asks again. A proxy
+// picture is followed by the full resolution once the settings have rested for
+// a second. The promise is the newest settings' picture shown.
+function refresh(){
   clearTimeout(idle);
-  if(inflight){again=true;return}inflight=true;$('busy').classList.add('on');
+  if(inflight){again=true;return refreshing}inflight=true;return refreshing=draw()}
+async function draw(){$('busy').classList.add('on');
   const exp=+$('exp').value||0;let shownProxy=0;
   try{const want=tool.version,p=wantFull?1:proxy,t0=performance.now();
     const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp,{headers:H});
-    if(!r.ok)throw new Error((await r.json()).error);
+    if(r.status==409)throw 0;if(!r.ok)throw new Error((await r.json()).error);
     const blob=await r.blob(),t1=performance.now();
     if(+r.headers.get('X-Lumivane-Version')==tool.version){const img=$('view'),u=img.src;img.src=URL.createObjectURL(blob);
       if(u)URL.revokeObjectURL(u);await img.decode().catch(()=>{});img.dataset.proxy=p;shownProxy=p;place();
@@ -118,10 +126,10 @@ async function refresh(){
     if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p){inKey=tool.frame+'/'+exp+'/'+p;
       await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp)}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
-    if(!again)await picture($('kernel'),'which=kernel&format=png');
-  }catch(e){err(e.message)}
+    if(!again&&!controlHeld)await picture($('kernel'),'which=kernel&format=png');
+  }catch(e){if(e)err(e.message)}
   inflight=false;$('busy').classList.remove('on');
-  if(again){again=false;refresh()}else if(shownProxy>1)idle=setTimeout(()=>{wantFull=true;refresh()},1000)}
+  if(again){again=false;return refresh()}else if(shownProxy>1)idle=setTimeout(()=>{wantFull=true;refresh()},1000)}
 function mode(id,w){$(id).onclick=()=>{for(const b of ['showIn','showOut','showWipe'])$(b).classList.toggle('on',b==id);which=w;place();refresh()}}
 mode('showIn','input');mode('showOut','output');mode('showWipe','wipe');
 $('proxy').onchange=e=>{proxy=+e.target.value;wantFull=false;refresh()};
