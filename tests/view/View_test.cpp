@@ -28,7 +28,7 @@ protected:
         Start("in.exr");
     }
     // Serves `input` in the scratch folder, in place of what was served.
-    void Start(const std::string& input, const std::string& saveFlow = "look.flow")
+    void Start(const std::string& input, const std::string& saveFlow = "look.flow", const std::string& layers = "")
     {
         if (m_server) {  // one tool host at a time: the plug-in registers once a process
             TearDown();
@@ -38,6 +38,7 @@ protected:
         options.input = m_dir / input;
         options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
+        options.plate.layers = layers;
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
@@ -131,6 +132,44 @@ TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
     const RunResult fromFlow = RunLumivane(m_dir, {"render", "--flow", "look.flow"});
     ASSERT_EQ(fromFlow.status, 0) << fromFlow.err;
     EXPECT_EQ(Compare(viewed, ReadFile(m_dir / "look.exr")).worst, 0.0);
+}
+
+// The readout, in the file's own coordinates: a data window off the origin,
+// overscan past the display window, a layer, and the output against its EXR.
+TEST_F(View, PixelsAreTheLinearValuesAtTheFilesCoordinates)
+{
+    OIIO::ImageBuf plate = TestPicture(21, 13, {"R", "G", "B", "A", "diffuse.R", "diffuse.G", "diffuse.B"}, true);
+    plate.set_origin(5, -3);
+    plate.set_full(0, 30, 0, 12, 0, 1);
+    WriteFile(plate, m_dir / "win.exr", OIIO::TypeDesc::FLOAT);
+    Start("win.exr", "look.flow", "diffuse");
+    const json windows = json::parse(m_client->Get("/api/plate")->body);
+    EXPECT_EQ(windows["dataWindow"], json({5, -3, 21, 13}));
+    EXPECT_EQ(windows["displayWindow"], json({0, 0, 30, 12}));
+    ASSERT_EQ(Post("/api/set", R"({"id": "BlurSizeX", "value": 6})")->status, 200);
+    const OIIO::ImageBuf output = OutputExr("out.exr");
+    struct Case {
+        const char* query;
+        const OIIO::ImageBuf& expected;
+        int first;  // its channel holding red
+    };
+    for (const Case& c : {Case{"which=input&x=6&y=-2&w=3&h=2", plate, 0},
+                          Case{"which=input&layer=diffuse&x=24&y=8&w=2&h=3", plate, 4},
+                          Case{"which=output&x=2&y=-3&w=5&h=4", output, 0}}) {
+        const auto r = m_client->Get((std::string("/api/pixels?") + c.query).c_str());
+        ASSERT_EQ(r->status, 200) << r->body;
+        const json got = json::parse(r->body);
+        for (int k = 0; k < got["w"].get<int>() * got["h"].get<int>(); ++k)
+            for (int ch = 0; ch < 3; ++ch) {
+                const int x = got["x"].get<int>() + k % got["w"].get<int>(), y = got["y"].get<int>() + k / got["w"].get<int>();
+                EXPECT_EQ(got["pixels"][k][ch].get<double>(), c.expected.getchannel(x, y, 0, c.first + ch))
+                    << c.query << " at " << x << "," << y;
+            }
+    }
+    const auto large = m_client->Get("/api/pixels?w=65&h=64");
+    EXPECT_EQ(large->status, 400);
+    EXPECT_NE(large->body.find("4096"), std::string::npos) << large->body;
+    EXPECT_EQ(m_client->Get("/api/pixels?x=29&y=11&w=2")->status, 400);
 }
 
 // Without --save-flow the flow goes beside the input, as in.flow; the output
