@@ -331,6 +331,18 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
     }
 }
 
+// A configuration whose one display halves the light.
+constexpr const char* kHalvingDisplay = R"(ocio_profile_version: 1
+roles: {default: linear, scene_linear: linear}
+displays:
+  Test: [!<View> {name: Half, colorspace: half}]
+colorspaces:
+  - !<ColorSpace> {name: linear}
+  - !<ColorSpace>
+    name: half
+    from_reference: !<MatrixTransform> {matrix: [0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 0.5, 0, 0, 0, 0, 1]}
+)";
+
 TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
 {
     // A ramp past both ends, irregular values, and what must not break the curve.
@@ -345,24 +357,41 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
             plate.setpixel(x, y, px);
         }
     WriteFile(plate, m_dir / "codes.exr", OIIO::TypeDesc::FLOAT);
+    std::ofstream(m_dir / "display.ocio") << kHalvingDisplay;
+    ::setenv("OCIO", (m_dir / "display.ocio").c_str(), 1);
     Start("codes.exr");
-    for (const double stops : {0.0, -1.5, 2.25}) {
-        const auto r = m_client->Get(("/api/image?which=input&format=png&exposure=" + std::to_string(stops)).c_str());
+    struct Case {
+        double stops, gamma;
+        char channel;  // 0: the colour
+        bool half;     // through the configuration's display, else sRGB
+    };
+    for (const Case& k : {Case{0.0, 1, 0, false}, Case{-1.5, 1, 0, false}, Case{2.25, 1, 0, false},
+                          Case{0.5, 2.2, 'g', false}, Case{0.0, 1, 'y', false}, Case{1.0, 2, 0, true}}) {
+        const double stops = k.stops;
+        const auto r = m_client->Get(("/api/image?which=input&format=png&exposure=" + std::to_string(stops) +
+                                      "&gamma=" + std::to_string(k.gamma) + "&channel=" +
+                                      (k.channel ? std::string(1, k.channel) : "rgb") +
+                                      (k.half ? "&display=Test&view=Half" : ""))
+                                         .c_str());
         ASSERT_EQ(r->status, 200) << r->body;
         std::ofstream(m_dir / "codes.png", std::ios::binary) << r->body;
         const OIIO::ImageBuf shown = ReadFile(m_dir / "codes.png");
-        for (int y = 0; y < 3; ++y)
+        for (int y = 0; y < (k.half ? 2 : 3); ++y)
             for (int x = 0; x < width; ++x)
                 for (int c = 0; c < 3; ++c) {
-                    double v = plate.getchannel(x, y, 0, c) * std::exp2(stops);
-                    v = std::isnan(v) ? 0.0 : std::clamp(v, 0.0, 1.0);
-                    const double expected = std::round(255 * (v <= 0.0031308 ? 12.92 * v
-                                                                                : 1.055 * std::pow(v, 1 / 2.4) - 0.055));
+                    const auto at = [&](int ch) { return plate.getchannel(x, y, 0, ch); };
+                    const float luminance = static_cast<float>(0.2126 * at(0) + 0.7152 * at(1) + 0.0722 * at(2));
+                    double v = (k.channel == 'g' ? at(1) : k.channel == 'y' ? luminance : at(c)) * std::exp2(stops);
+                    v = std::isnan(v) ? 0.0 : std::clamp(v * (k.half ? 0.5 : 1.0), 0.0, 1.0);
+                    if (!k.half) v = v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
+                    const double expected = std::round(255 * std::pow(v, 1 / k.gamma));
                     ASSERT_EQ(std::lround(shown.getchannel(x, y, 0, c) * 255), expected)
-                        << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, pixel " << x
-                        << "," << y << " channel " << c;
+                        << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, gamma "
+                        << k.gamma << ", channel " << (k.channel ? k.channel : '-') << ", pixel " << x << "," << y
+                        << " channel " << c;
                 }
     }
+    ::unsetenv("OCIO");
 }
 
 }  // namespace
