@@ -42,8 +42,8 @@ async function readout(){if(reading||!pointer||!plate)return;reading=true;const 
     if(x>=x0&&y>=y0&&x<x0+w&&y<y0+h){const q='/api/pixels?x='+x+'&y='+y+'&layer='+encodeURIComponent($('aov').value||'RGBA')+'&which=';
       rows.push(['in',...(await (await api(q+'input')).json()).pixels[0].map(f32)]);
       rows.push(($('view').dataset.proxy||1)==1?['out',...(await (await api(q+'output')).json()).pixels[0].map(f32)]:['out','(full resolution next)']);
-      $('pixelAt').textContent='x '+x+'  y '+y}
-    else $('pixelAt').textContent='x '+x+'  y '+y+' (outside the image)';
+      $('pixelAt').textContent='x '+x+' y '+y}
+    else $('pixelAt').textContent='x '+x+' y '+y+' (outside the image)';
     $('values').replaceChildren(...rows.map(r=>el('tr',{},...r.map(v=>el('td',{textContent:v})))))}
   catch(e){$('pixelAt').textContent=e.message}
   reading=false;if(pointer!==at)readout()}
