@@ -21,6 +21,8 @@ document.addEventListener('keydown',e=>{const t=e.target;
 // the file's plate.pixels[0], [1].
 const svg=(tag,props)=>{const e=document.createElementNS('http://www.w3.org/2000/svg',tag);for(const k in props)e.setAttribute(k,props[k]);return e};
 const frameBox=svg('svg',{id:'windows'});$('layer').append(frameBox);
+// Lines one and a half screen pixels wide at any zoom.
+new MutationObserver(()=>frameBox.style.setProperty('--px',1/sc)).observe($('layer'),{attributes:true,attributeFilter:['style']});
 $('windowsOn').onclick=()=>{frameBox.style.display=$('windowsOn').classList.toggle('on')?'':'none'};
 const box=(w,cls)=>svg('rect',{class:cls,x:w[0]-plate.pixels[0],y:w[1]-plate.pixels[1],width:w[2],height:w[3]});
 const text=w=>w[0]+','+w[1]+' '+w[2]+'×'+w[3];
