@@ -100,8 +100,8 @@ ColourConfig::Displays ColourSpaces::Displays() const
 
 std::unique_ptr<ColourProcessor> ColourSpaces::ToDisplay(const std::string& display, const std::string& view) const
 {
-    std::unique_ptr<ColourProcessor> p = ConfigVariable() ? Config().DisplayProcessor(display, view, m_working) : nullptr;
-    if (p) return p;
+    if (ConfigVariable())
+        if (std::unique_ptr<ColourProcessor> p = Config().DisplayProcessor(display, view, m_working)) return p;
     std::vector<std::string> pairs;
     for (const auto& [name, views] : Displays())
         for (const std::string& v : views) pairs.push_back(name + "/" + v);

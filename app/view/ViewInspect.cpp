@@ -81,7 +81,8 @@ json ViewSession::PlateDocument()
     json layers = json::array({kFrameLayer});
     for (const Layer& layer : plate.Layers()) layers.push_back(layer.name);
     json displays = json::array();
-    for (const auto& [display, views] : m_colour.Displays()) displays.push_back({{"display", display}, {"views", views}});
+    for (const auto& [display, views] : m_colour.Displays())
+        displays.push_back({{"display", display}, {"views", views}});
     return json{{"frame", m_frame},
                 {"pixels", Window(over.x, over.y, over.width, over.height)},
                 {"dataWindow", Window(data.x, data.y, data.width, data.height)},
