@@ -117,8 +117,7 @@ try:
     grey = pixels.replace("return c.toDataURL()", "if(!c.width)return [99,0];const d=c.getContext('2d')"
                           ".getImageData(0,0,c.width,c.height).data;let s=0;for(let k=0;k<d.length;k+=4)"
                           "s=Math.max(s,Math.abs(d[k]-d[k+1]),Math.abs(d[k+1]-d[k+2]));return [s,d[4*(3*c.width+7)+1]]")
-    green = min(float(readout["out"][1]), 1)
-    srgb = 255 * (1.055 * green ** (1 / 2.4) - 0.055 if green > 0.0031308 else 12.92 * green)
+    srgb = 255 * (1.055 * min(float(readout["out"][1]), 1) ** (1 / 2.4) - 0.055)  # green is far above the linear toe
     for shows in (lambda s: s[0] <= 2 and abs(s[1] - srgb) <= 3, lambda s: s[0] > 20):
         ActionChains(browser).send_keys("g").perform()
         wait.until(lambda b: shows(b.execute_script(grey)) and idle(b))
