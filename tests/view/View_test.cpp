@@ -152,9 +152,8 @@ TEST_F(View, PixelsAreTheLinearValuesAtTheFilesCoordinates)
                           Case{"which=input&layer=diffuse&x=24&y=8&w=2&h=3", 24, 8, 2, 6, plate, 4},
                           Case{"which=output&x=2&y=-3&w=5&h=4", 2, -3, 5, 20, output, 0}}) {
         const json got = json::parse(m_client->Get((std::string("/api/pixels?") + c.query).c_str())->body);
-        ASSERT_EQ(got["pixels"].size(), c.n) << got;
-        for (int k = 0; k < c.n * 3; ++k)
-            EXPECT_EQ(got["pixels"][k / 3][k % 3],
+        for (int k = 0; k < c.n * 3; ++k)  // at() throws for a pixel missing
+            EXPECT_EQ(got["pixels"].at(k / 3).at(k % 3),
                       c.expected.getchannel(c.x + k / 3 % c.w, c.y + k / 3 / c.w, 0, c.red + k % 3))
                 << c.query << ", pixel " << k / 3;
     }
@@ -346,9 +345,8 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
     ::setenv("OCIO", (m_dir / "display.ocio").c_str(), 1);
     Start("codes.exr");
     struct Case { const char* query; double stops, gamma; char channel; bool half; };  // half: the display, not sRGB
-    for (const Case& k : {Case{"exposure=0", 0, 1, 0, false}, Case{"exposure=-1.5", -1.5, 1, 0, false},
-                          Case{"exposure=2.25", 2.25, 1, 0, false}, Case{"channel=y", 0, 1, 'y', false},
-                          Case{"exposure=0.5&gamma=2.2&channel=g", 0.5, 2.2, 'g', false},
+    for (const Case& k : {Case{"exposure=0", 0, 1, 0, false}, Case{"exposure=2.25&channel=y", 2.25, 1, 'y', false},
+                          Case{"exposure=-1.5&gamma=2.2&channel=g", -1.5, 2.2, 'g', false},
                           Case{"exposure=1&gamma=2&display=Test&view=Half", 1, 2, 0, true}}) {
         const auto r = m_client->Get((std::string("/api/image?which=input&format=png&") + k.query).c_str());
         ASSERT_EQ(r->status, 200) << r->body;
