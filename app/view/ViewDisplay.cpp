@@ -9,7 +9,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <optional>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -36,19 +36,34 @@ long DisplayCode(double v, double gamma)
 
 long Code(double v, double gamma) { return DisplayCode(Srgb(v), gamma); }
 
-// A sample of the picture: the colour's channel c, or the one channel shown as grey.
-float Sample(const float* p, int c, char channel)
+// Hands `row` each row's samples, red, green and blue of each pixel, as
+// `pick(pixel, c)` gives them; one loop is made per way of picking.
+template <class Pick, class Row>
+void EachRow(const Image& image, bool magnitude, Pick pick, Row row)
 {
-    switch (channel) {
-    case 'r': return p[kRecordPosition[0]];
-    case 'g': return p[kRecordPosition[1]];
-    case 'b': return p[kRecordPosition[2]];
-    case 'a': return p[kRecordPosition[3]];
-    case 'y':
-        return static_cast<float>(0.2126 * p[kRecordPosition[0]] + 0.7152 * p[kRecordPosition[1]] +
-                                  0.0722 * p[kRecordPosition[2]]);
-    default: return p[kRecordPosition[c]];
+    std::vector<float> samples(static_cast<std::size_t>(image.Width) * 3);
+    for (int y = 0; y < image.Height; ++y) {
+        float* next = samples.data();
+        for (int x = 0; x < image.Width; ++x) {
+            const float* p = image.Pixel(x, y);
+            for (int c = 0; c < 3; ++c) *next++ = magnitude ? std::fabs(pick(p, c)) : pick(p, c);
+        }
+        row(y, samples.data());
     }
+}
+
+// The samples of the colour, or of one channel shown as grey.
+template <class Row>
+void EachRowOf(const Image& image, bool magnitude, char channel, Row row)
+{
+    if (!channel) return EachRow(image, magnitude, [](const float* p, int c) { return p[kRecordPosition[c]]; }, row);
+    if (channel == 'y')
+        return EachRow(image, magnitude, [](const float* p, int) {
+            return static_cast<float>(0.2126 * p[kRecordPosition[0]] + 0.7152 * p[kRecordPosition[1]] +
+                                      0.0722 * p[kRecordPosition[2]]);
+        }, row);
+    const int k = kRecordPosition[std::string_view("rgba").find(channel)];
+    EachRow(image, magnitude, [k](const float* p, int) { return p[k]; }, row);
 }
 
 std::uint64_t Bits(double v)
@@ -151,23 +166,20 @@ std::string DisplayPicture(const Image& image, double exposure, bool magnitude, 
                            const DisplayLook& look, const ColourProcessor* toDisplay)
 {
     const double gain = std::exp2(exposure);
-    const std::optional<Codes> codes = toDisplay ? std::nullopt : std::optional<Codes>(std::in_place, gain, look.gamma);
-    std::vector<unsigned char> rgb(static_cast<std::size_t>(image.Width) * image.Height * 3);
-    std::vector<float> scaled(toDisplay ? static_cast<std::size_t>(image.Width) * 3 : 0);
-    for (int y = 0; y < image.Height; ++y) {
-        unsigned char* out = &rgb[static_cast<std::size_t>(y) * image.Width * 3];
-        float* next = scaled.data();
-        for (int x = 0; x < image.Width; ++x) {
-            const float* p = image.Pixel(x, y);
-            for (int c = 0; c < 3; ++c) {
-                const float v = Sample(p, c, look.channel);
-                if (toDisplay) *next++ = static_cast<float>((magnitude ? std::fabs(v) : v) * gain);
-                else *out++ = (*codes)(magnitude ? std::fabs(v) : v);
-            }
-        }
-        if (!toDisplay) continue;
-        toDisplay->Apply(scaled.data(), image.Width);
-        for (const float v : scaled) *out++ = static_cast<unsigned char>(DisplayCode(v, look.gamma));
+    const std::size_t n = static_cast<std::size_t>(image.Width) * 3;
+    std::vector<unsigned char> rgb(n * image.Height);
+    if (toDisplay) {
+        EachRowOf(image, magnitude, look.channel, [&](int y, float* samples) {
+            for (std::size_t i = 0; i < n; ++i) samples[i] = static_cast<float>(samples[i] * gain);
+            toDisplay->Apply(samples, image.Width);
+            for (std::size_t i = 0; i < n; ++i)
+                rgb[y * n + i] = static_cast<unsigned char>(DisplayCode(samples[i], look.gamma));
+        });
+    } else {
+        const Codes codes(gain, look.gamma);
+        EachRowOf(image, magnitude, look.channel, [&](int y, const float* samples) {
+            for (std::size_t i = 0; i < n; ++i) rgb[y * n + i] = codes(samples[i]);
+        });
     }
     const bool png = format == DisplayFormat::Png;
     return Codec().Encode(rgb.data(), image.Width, image.Height, png, kPngCompression, kJpegQuality);
