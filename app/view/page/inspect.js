@@ -1,8 +1,10 @@
 // The inspector: the linear values under the cursor, one channel or a layer
 // at a time, the frame's windows, gamma and the colour configuration's displays.
+// Its names stay inside; page.js adds inspectQuery(), the picture's query
+// besides exposure, to every picture it asks for.
+const inspectQuery=(()=>{
 let channel='rgb',plate=null,pointer=null,reading=false;
 const displays=[];  // [display, view] pairs; index 0 is the built-in sRGB
-// The picture's query besides exposure; page.js adds it to every picture it asks for.
 function look(){const d=displays[+$('display').value];
   return '&channel='+channel+'&gamma='+(+$('gamma').value||1)+'&layer='+encodeURIComponent($('aov').value||'RGBA')+
     (d?'&display='+encodeURIComponent(d[0])+'&view='+encodeURIComponent(d[1]):'')}
@@ -52,3 +54,4 @@ async function readout(){if(reading||!pointer||!plate)return;reading=true;const 
 $('stage').addEventListener('pointermove',e=>{const b=$('stage').getBoundingClientRect();pointer=[e.clientX-b.left,e.clientY-b.top];readout()});
 // A new picture: another frame may have other windows, and the values under the cursor changed.
 $('view').addEventListener('load',()=>{if(!plate||plate.frame!=tool.frame)loadPlate().then(readout,e=>err(e.message));else readout()});
+return look})();
