@@ -93,6 +93,25 @@ bool ColourSpaces::IsWorking(const std::string& name) const
     return SameIgnoringCase(name, m_working) || SameIgnoringCase(name, kLinear) || SameIgnoringCase(name, kWorkingRole);
 }
 
+ColourConfig::Displays ColourSpaces::Displays() const
+{
+    if (!ConfigVariable()) return {};
+    return Config().DisplaysAndViews();
+}
+
+std::unique_ptr<ColourProcessor> ColourSpaces::ToDisplay(const std::string& display, const std::string& view) const
+{
+    if (ConfigVariable())
+        if (std::unique_ptr<ColourProcessor> p = Config().DisplayProcessor(display, view, m_working)) return p;
+    std::vector<std::string> pairs;
+    for (const auto& [name, views] : Displays())
+        for (const std::string& v : views) pairs.push_back(name + "/" + v);
+    throw UsageError("display \"" + display + "\", view \"" + view + "\": not in the colour configuration (" +
+                     (pairs.empty() ? std::string("it has none; set $OCIO to a configuration with displays")
+                                    : "it has " + Join(pairs)) +
+                     ")");
+}
+
 void ColourSpaces::Check(const std::string& name, const std::string& what) const { Find(name, what, Exit::Usage); }
 
 const ColourSpaces::Transfer* ColourSpaces::Find(const std::string& name, const std::string& what, Exit kind) const

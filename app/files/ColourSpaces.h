@@ -44,6 +44,13 @@ public:
     // converting to or from it changes nothing.
     bool IsWorking(const std::string& name) const;
 
+    // The displays and views of $OCIO's configuration; none without it.
+    ColourConfig::Displays Displays() const;
+    // From the working space to `display` as `view` shows it; a usage
+    // ProgramError naming both, and the pairs there are, when the
+    // configuration lacks them.
+    std::unique_ptr<ColourProcessor> ToDisplay(const std::string& display, const std::string& view) const;
+
 private:
     // One space's way to and from the working space. The transfer is also kept
     // sampled at every 16-bit code, per channel: looking it up and inverting

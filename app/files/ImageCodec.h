@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct ImageFile {
@@ -40,6 +41,14 @@ public:
     virtual std::unique_ptr<ColourProcessor> Processor(const std::string& from, const std::string& to) const = 0;
     virtual std::vector<std::string> Spaces() const = 0;
     virtual std::string Name() const = 0;
+    // The displays a viewer may show on, each with its views, in the
+    // configuration's order; none for the built-in spaces.
+    using Displays = std::vector<std::pair<std::string, std::vector<std::string>>>;
+    virtual Displays DisplaysAndViews() const = 0;
+    // From the space `from` to the display and view; null when the
+    // configuration has no such pair.
+    virtual std::unique_ptr<ColourProcessor> DisplayProcessor(const std::string& display, const std::string& view,
+                                                              const std::string& from) const = 0;
 };
 
 // What the module offers; ImageFiles.h documents what reading and writing do.

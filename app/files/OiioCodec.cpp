@@ -504,17 +504,34 @@ public:
     }
     std::unique_ptr<ColourProcessor> Processor(const std::string& from, const std::string& to) const override
     {
-        OIIO::ColorProcessorHandle p = m_config.createColorProcessor(from, to);
+        return Wrap(m_config.createColorProcessor(from, to));
+    }
+    std::vector<std::string> Spaces() const override { return m_config.getColorSpaceNames(); }
+    std::string Name() const override { return m_config.configname(); }
+    Displays DisplaysAndViews() const override
+    {
+        Displays displays;
+        for (const std::string& display : m_config.getDisplayNames())
+            displays.emplace_back(display, m_config.getViewNames(display));
+        return displays;
+    }
+    std::unique_ptr<ColourProcessor> DisplayProcessor(const std::string& display, const std::string& view,
+                                                      const std::string& from) const override
+    {
+        return Wrap(m_config.createDisplayTransform(display, view, from));
+    }
+
+private:
+    // Null, its error taken so it is not reported with a later one, when there is no such transform.
+    std::unique_ptr<ColourProcessor> Wrap(OIIO::ColorProcessorHandle p) const
+    {
         if (!p) {
             m_config.geterror();
             return nullptr;
         }
         return std::make_unique<OiioColourProcessor>(std::move(p));
     }
-    std::vector<std::string> Spaces() const override { return m_config.getColorSpaceNames(); }
-    std::string Name() const override { return m_config.configname(); }
 
-private:
     mutable OIIO::ColorConfig m_config;
 };
 

@@ -153,7 +153,7 @@ std::vector<Ref<Image>> PlateShapes(const FileHeader& header, const std::string&
 }
 
 Plate::Plate(ImageFile file, const std::string& path, const PlateOptions& options, const ColourSpaces& colour)
-    : m_options(options), m_colour(colour), m_like(UnionWindow(file.layout))
+    : m_options(options), m_colour(colour), m_like(UnionWindow(file.layout)), m_data(file.layout)
 {
     const FileLayout& data = file.layout;
     Ref<Image> frame = OverUnion(file.image, data, m_like);

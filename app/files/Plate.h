@@ -50,6 +50,13 @@ public:
 
     // The images to render, in order: the frame itself, then each chosen layer.
     const std::vector<Ref<Image>>& Sources() const { return m_sources; }
+    // The chosen layers, one per source after the first.
+    const std::vector<Layer>& Layers() const { return m_layers; }
+    // The file's windows: its data window, and the display window (fullX...)
+    // over the union the sources cover (x, y, width, height): source pixel
+    // (0, 0) is the file's pixel (x, y).
+    const FileLayout& DataWindow() const { return m_data; }
+    const FileLayout& Windows() const { return m_like; }
     // Puts the tool's results (one per source) back into one image and writes
     // it. Returns what the output file could not hold, as warnings. `colourOut`,
     // when given, stands for the options' --colorspace-out.
@@ -68,6 +75,7 @@ private:
     const PlateOptions& m_options;
     const ColourSpaces& m_colour;
     FileLayout m_like;       // the file's description over the union window
+    FileLayout m_data;       // as the file has it
     std::string m_space;     // the file's colour; empty with --raw
     std::vector<Layer> m_layers;  // one per source after the first
     std::vector<Ref<Image>> m_sources;

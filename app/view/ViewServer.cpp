@@ -96,6 +96,43 @@ std::string SettingText(const json& value)
     throw UsageError("\"value\": expected a number, an entry name or on/off");
 }
 
+std::string Param(const httplib::Request& req, const char* name, const char* fallback)
+{
+    return req.has_param(name) ? req.get_param_value(name) : fallback;
+}
+
+double NumberParam(const httplib::Request& req, const char* name, double fallback, const char* expected)
+{
+    if (!req.has_param(name)) return fallback;
+    const std::string text = req.get_param_value(name);
+    char* end = nullptr;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end) throw UsageError(std::string(name) + ": expected " + expected + ", got \"" + text + "\"");
+    return v;
+}
+
+long WholeParam(const httplib::Request& req, const char* name, long fallback)
+{
+    const double v = NumberParam(req, name, static_cast<double>(fallback), "a whole number");
+    if (v != std::trunc(v) || std::fabs(v) > 1e9)
+        throw UsageError(std::string(name) + ": expected a whole number, got \"" + req.get_param_value(name) + "\"");
+    return static_cast<long>(v);
+}
+
+// The picture's channel, gamma, layer and display (ViewDisplay.h).
+DisplayLook LookOf(const httplib::Request& req)
+{
+    DisplayLook look;
+    const std::string channel = Param(req, "channel", "rgb");
+    if (channel.size() == 1 && std::string("rgbay").find(channel[0]) != std::string::npos) look.channel = channel[0];
+    else if (channel != "rgb") throw UsageError("channel: expected rgb, r, g, b, a or y, got \"" + channel + "\"");
+    look.gamma = NumberParam(req, "gamma", 1.0, "a number");
+    look.layer = Param(req, "layer", "");
+    look.display = Param(req, "display", "");
+    look.view = Param(req, "view", "");
+    return look;
+}
+
 }  // namespace
 
 ViewServer::ViewServer(const ViewOptions& options)
@@ -219,15 +256,9 @@ void ViewServer::Routes()
     s.Post("/api/animate", key("set"));
     s.Post("/api/unanimate", key("remove"));
     s.Get("/api/image", api([this](const httplib::Request& req, httplib::Response& res) {
-              const std::string which = req.has_param("which") ? req.get_param_value("which") : "output";
-              const std::string format = req.has_param("format") ? req.get_param_value("format") : "png";
-              double exposure = 0.0;
-              if (req.has_param("exposure")) {
-                  const std::string text = req.get_param_value("exposure");
-                  char* end = nullptr;
-                  exposure = std::strtod(text.c_str(), &end);
-                  if (text.empty() || *end) throw UsageError("exposure: expected stops, got \"" + text + "\"");
-              }
+              const std::string which = Param(req, "which", "output");
+              const std::string format = Param(req, "format", "png");
+              const double exposure = NumberParam(req, "exposure", 0.0, "stops");
               int proxy = 1;
               if (req.has_param("proxy")) {
                   const std::string text = req.get_param_value("proxy");
@@ -235,13 +266,21 @@ void ViewServer::Routes()
                       throw UsageError("proxy: expected 1, 2 or 4, got \"" + text + "\"");
                   proxy = std::stoi(text);
               }
-              const EncodedImage image = m_session.Picture(which, format, exposure, proxy);
+              const EncodedImage image = m_session.Picture(which, format, exposure, proxy, LookOf(req));
               res.set_header("X-Lumivane-Render-Ms", FormatNumber(image.renderMs));
               res.set_header("X-Lumivane-Encode-Ms", FormatNumber(image.encodeMs));
               res.set_header("X-Lumivane-Proxy", std::to_string(image.proxy));
               res.set_header("X-Lumivane-Version", std::to_string(image.version));
               res.set_header("Cache-Control", "no-store");
               res.set_content(image.bytes, image.mime.c_str());
+          }));
+    s.Get("/api/pixels", api([this](const httplib::Request& req, httplib::Response& res) {
+              Reply(res, 200, m_session.Pixels(Param(req, "which", "output"), Param(req, "layer", ""),
+                                               WholeParam(req, "x", 0), WholeParam(req, "y", 0),
+                                               WholeParam(req, "w", 1), WholeParam(req, "h", 1)));
+          }));
+    s.Get("/api/plate", api([this](const httplib::Request&, httplib::Response& res) {
+              Reply(res, 200, m_session.PlateDocument());
           }));
     s.Get("/api/console", api([this](const httplib::Request&, httplib::Response& res) {
               Reply(res, 200, m_session.Console());

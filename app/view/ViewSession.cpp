@@ -37,11 +37,12 @@ double MsSince(std::chrono::steady_clock::time_point start)
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-void Encode(EncodedImage& out, const Image& image, double exposure, bool magnitude)
+void Encode(EncodedImage& out, const Image& image, double exposure, bool magnitude, const DisplayLook& look = {},
+            const ColourProcessor* toDisplay = nullptr)
 {
     const auto start = std::chrono::steady_clock::now();
     out.bytes = DisplayPicture(image, exposure, magnitude,
-                               out.mime == "image/jpeg" ? DisplayFormat::Jpeg : DisplayFormat::Png);
+                               out.mime == "image/jpeg" ? DisplayFormat::Jpeg : DisplayFormat::Png, look, toDisplay);
     out.encodeMs = MsSince(start);
 }
 
@@ -265,7 +266,8 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     return static_cast<const Image&>(*m_proxyResult);
 }
 
-EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure, int proxy)
+EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure, int proxy,
+                                  const DisplayLook& look)
 {
     if (format != "png" && format != "jpeg" && format != "exr")
         throw UsageError("format: expected png, jpeg or exr, got \"" + format + "\"");
@@ -274,14 +276,19 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
         throw UsageError("proxy: pictures shrunk for display are png or jpeg; exr is the full-resolution output");
     if (!std::isfinite(exposure) || std::fabs(exposure) > 64)
         throw UsageError("exposure: expected stops between -64 and 64");
+    if (!(look.gamma >= 0.01 && look.gamma <= 100)) throw UsageError("gamma: expected a number from 0.01 to 100");
+    const std::size_t layer = which == "kernel" ? 0 : LayerIndex(look.layer);
+    if (layer) proxy = 1;  // proxies hold the frame's own RGBA
+    const std::unique_ptr<ColourProcessor> toDisplay =
+        look.display.empty() && look.view.empty() ? nullptr : m_colour.ToDisplay(look.display, look.view);
     EncodedImage out;
     out.version = m_version;
     out.mime = format == "png" ? "image/png" : format == "jpeg" ? "image/jpeg" : "image/x-exr";
     out.proxy = which == "kernel" ? 1 : proxy;
     if (which == "input") {
         if (format == "exr") throw UsageError("the input is shown as png or jpeg only; its file is " + m_names.input);
-        const Image& frame = *CurrentPlate().Sources().front();
-        Encode(out, proxy == 1 ? frame : *ProxyOf(frame, proxy), exposure, false);
+        const Image& frame = FullImage(which, layer);
+        Encode(out, proxy == 1 ? frame : *ProxyOf(frame, proxy), exposure, false, look, toDisplay.get());
         return out;
     }
     if (which == "kernel") {
@@ -316,7 +323,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
         try {
             const Image& shrunk = ProxyOutput(proxy, out.renderMs);
             m_lastFailure.clear();
-            Encode(out, shrunk, exposure, false);
+            Encode(out, shrunk, exposure, false, look, toDisplay.get());
             return out;
         } catch (const ProgramError& e) {
             m_lastFailure = e.what();
@@ -324,12 +331,10 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
         }
     }
     const bool fresh = m_renderedVersion != m_version;
-    RenderIfStale();
-    if (!m_failure.empty()) throw RenderError(m_failure);
-    if (m_rendered.images.empty()) throw RenderError("interrupted");
+    const Image& result = FullImage(which, layer);
     out.renderMs = fresh ? m_renderMs : 0.0;
     if (format != "exr") {
-        Encode(out, *m_rendered.images.front(), exposure, false);
+        Encode(out, result, exposure, false, look, toDisplay.get());
         return out;
     }
     // Written as `render` writes OUTPUT.exr, so the bytes are the same.

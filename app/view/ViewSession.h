@@ -15,6 +15,7 @@
 #include "app/session/Settings.h"
 #include "app/session/ToolConsole.h"
 #include "host/RenderCancel.h"
+#include "app/view/ViewDisplay.h"
 
 #include <nlohmann/json.hpp>
 
@@ -74,7 +75,18 @@ public:
     // which: input, output or kernel; format: png or jpeg (sRGB display of
     // the linear values, `exposure` stops) or exr (as `render` writes it;
     // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).
-    EncodedImage Picture(const std::string& which, const std::string& format, double exposure, int proxy = 1);
+    // `look` picks a channel, a layer (a layer other than RGBA is shown at
+    // full resolution), gamma and a display of the colour configuration.
+    EncodedImage Picture(const std::string& which, const std::string& format, double exposure, int proxy = 1,
+                         const DisplayLook& look = {});
+    // The full-resolution linear values of input or output (rendered first if
+    // the settings changed) of `layer` in a region of at most kPixelsAtOnce
+    // pixels, given in the file's own pixel coordinates (ViewInspect.cpp).
+    static constexpr long kPixelsAtOnce = 64 * 64;
+    nlohmann::ordered_json Pixels(const std::string& which, const std::string& layer, long x, long y, long width,
+                                  long height);
+    // The current frame's windows, its layers and the displays it can be shown on.
+    nlohmann::ordered_json PlateDocument();
     nlohmann::ordered_json Console() const;
     // Saves to the path fixed at start; returns it.
     std::string SaveFlow();
@@ -85,6 +97,11 @@ public:
 
 private:
     const Plate& CurrentPlate();
+    // The plate's source holding `layer` ("" or RGBA: the frame); a usage
+    // ProgramError naming the layers there are when it has no such layer.
+    std::size_t LayerIndex(const std::string& layer);
+    // The full-resolution image of input or output at that source.
+    const Image& FullImage(const std::string& which, std::size_t layer);
     void RenderIfStale();
     // The first source of the frame rendered at 1/factor size; cached per version.
     const Image& ProxyOutput(int factor, double& renderMs);
@@ -109,6 +126,7 @@ private:
     bool m_sequence = false;
     int m_frame = 0;
     std::unique_ptr<PlateSource> m_plates;
+    ColourSpaces m_colour;  // for the displays the page can show on
     std::string m_flowPath;
     std::string m_scratch;  // a private folder for the EXR
 

@@ -38,6 +38,7 @@ protected:
         options.input = m_dir / input;
         options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
+        options.plate.layers = "all";  // changes nothing for plates without layers
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
@@ -131,6 +132,33 @@ TEST_F(View, OutputAndSavedFlowRenderAsTheProgramDoes)
     const RunResult fromFlow = RunLumivane(m_dir, {"render", "--flow", "look.flow"});
     ASSERT_EQ(fromFlow.status, 0) << fromFlow.err;
     EXPECT_EQ(Compare(viewed, ReadFile(m_dir / "look.exr")).worst, 0.0);
+}
+
+// The readout, in the file's own coordinates: a data window off the origin,
+// overscan past the display window, a layer, and the output against its EXR.
+TEST_F(View, PixelsAreTheLinearValuesAtTheFilesCoordinates)
+{
+    OIIO::ImageBuf plate = TestPicture(21, 13, {"R", "G", "B", "A", "diffuse.R", "diffuse.G", "diffuse.B"}, true);
+    plate.set_origin(5, -3);
+    plate.set_full(0, 30, 0, 12, 0, 1);
+    WriteFile(plate, m_dir / "win.exr", OIIO::TypeDesc::FLOAT);
+    Start("win.exr");
+    EXPECT_EQ(json::parse(m_client->Get("/api/plate")->body)["dataWindow"], json({5, -3, 21, 13}));
+    EXPECT_EQ(json::parse(m_client->Get("/api/plate")->body)["displayWindow"], json({0, 0, 30, 12}));
+    ASSERT_EQ(Post("/api/set", R"({"id": "BlurSizeX", "value": 6})")->status, 200);
+    const OIIO::ImageBuf output = OutputExr("out.exr");
+    struct Case { const char* query; int x, y, w, n; const OIIO::ImageBuf& expected; int red; };
+    for (const Case& c : {Case{"which=input&x=6&y=-2&w=3&h=2", 6, -2, 3, 6, plate, 0},
+                          Case{"which=input&layer=diffuse&x=24&y=8&w=2&h=3", 24, 8, 2, 6, plate, 4},
+                          Case{"which=output&x=2&y=-3&w=5&h=4", 2, -3, 5, 20, output, 0}}) {
+        const json got = json::parse(m_client->Get((std::string("/api/pixels?") + c.query).c_str())->body);
+        for (int k = 0; k < c.n * 3; ++k)  // at() throws for a pixel missing
+            EXPECT_EQ(got["pixels"].at(k / 3).at(k % 3),
+                      c.expected.getchannel(c.x + k / 3 % c.w, c.y + k / 3 / c.w, 0, c.red + k % 3))
+                << c.query << ", pixel " << k / 3;
+    }
+    EXPECT_NE(m_client->Get("/api/pixels?w=65&h=64")->body.find("1 to 4096 pixels"), std::string::npos);
+    EXPECT_EQ(m_client->Get("/api/pixels?x=29&y=11&w=2")->status, 400);
 }
 
 // Without --save-flow the flow goes beside the input, as in.flow; the output
@@ -292,6 +320,13 @@ TEST_F(View, ProxyLooksLikeTheFullRenderShrunk)
     }
 }
 
+// A configuration whose one display halves the light.
+constexpr const char* kHalvingDisplay = R"(ocio_profile_version: 1
+roles: {default: linear, scene_linear: linear}
+displays: {Test: [!<View> {name: Half, colorspace: half}]}
+colorspaces: [!<ColorSpace> {name: linear},
+  !<ColorSpace> {name: half, from_reference: !<CDLTransform> {slope: [0.5, 0.5, 0.5]}}])";
+
 TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
 {
     // A ramp past both ends, irregular values, and what must not break the curve.
@@ -306,24 +341,31 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
             plate.setpixel(x, y, px);
         }
     WriteFile(plate, m_dir / "codes.exr", OIIO::TypeDesc::FLOAT);
+    std::ofstream(m_dir / "display.ocio") << kHalvingDisplay;
+    ::setenv("OCIO", (m_dir / "display.ocio").c_str(), 1);
     Start("codes.exr");
-    for (const double stops : {0.0, -1.5, 2.25}) {
-        const auto r = m_client->Get(("/api/image?which=input&format=png&exposure=" + std::to_string(stops)).c_str());
+    struct Case { const char* query; double stops, gamma; char channel; bool half; };  // half: the display, not sRGB
+    for (const Case& k : {Case{"exposure=0", 0, 1, 0, false}, Case{"exposure=2.25&channel=y", 2.25, 1, 'y', false},
+                          Case{"exposure=-1.5&gamma=2.2&channel=g", -1.5, 2.2, 'g', false},
+                          Case{"exposure=1&gamma=2&display=Test&view=Half", 1, 2, 0, true}}) {
+        const auto r = m_client->Get((std::string("/api/image?which=input&format=png&") + k.query).c_str());
         ASSERT_EQ(r->status, 200) << r->body;
         std::ofstream(m_dir / "codes.png", std::ios::binary) << r->body;
         const OIIO::ImageBuf shown = ReadFile(m_dir / "codes.png");
-        for (int y = 0; y < 3; ++y)
+        for (int y = 0; y < (k.half ? 2 : 3); ++y)
             for (int x = 0; x < width; ++x)
                 for (int c = 0; c < 3; ++c) {
-                    double v = plate.getchannel(x, y, 0, c) * std::exp2(stops);
-                    v = std::isnan(v) ? 0.0 : std::clamp(v, 0.0, 1.0);
-                    const double expected = std::round(255 * (v <= 0.0031308 ? 12.92 * v
-                                                                                : 1.055 * std::pow(v, 1 / 2.4) - 0.055));
+                    const auto at = [&](int ch) { return plate.getchannel(x, y, 0, ch); };
+                    const float luminance = static_cast<float>(0.2126 * at(0) + 0.7152 * at(1) + 0.0722 * at(2));
+                    double v = (k.channel == 'g' ? at(1) : k.channel == 'y' ? luminance : at(c)) * std::exp2(k.stops);
+                    v = std::isnan(v) ? 0.0 : std::clamp(v * (k.half ? 0.5 : 1.0), 0.0, 1.0);
+                    if (!k.half) v = v <= 0.0031308 ? 12.92 * v : 1.055 * std::pow(v, 1 / 2.4) - 0.055;
+                    const double expected = std::round(255 * std::pow(v, 1 / k.gamma));
                     ASSERT_EQ(std::lround(shown.getchannel(x, y, 0, c) * 255), expected)
-                        << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, pixel " << x
-                        << "," << y << " channel " << c;
+                        << k.query << ", value " << at(c) << ", pixel " << x << "," << y << " channel " << c;
                 }
     }
+    ::unsetenv("OCIO");
 }
 
 }  // namespace

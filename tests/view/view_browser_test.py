@@ -105,6 +105,23 @@ try:
     run(lumivane, "--plugins", plugins, "render", "--flow", "look.flow")
     run("idiff", "-fail", "0", "-warn", "0", "viewed.exr", "look.exr")
 
+    # The readout under the cursor at pixel (7, 3) holds the output's values (the file's are half floats); the g key
+    # shows the output's green as grey, its sRGB code there, and again the colour.
+    browser.execute_script("const s=document.getElementById('stage'),b=s.getBoundingClientRect();s.dispatchEvent("
+                           "new PointerEvent('pointermove',{clientX:b.left+tx+sc*7.5,clientY:b.top+ty+sc*3.5}))")
+    wait.until(lambda b: b.find_element(By.ID, "pixelAt").text == "x 7 y 3")
+    readout = {r[0]: r[1:4] for r in (tr.text.split() for tr in browser.find_elements(By.CSS_SELECTOR, "#values tr"))}
+    dumped = subprocess.run(["oiiotool", "--dumpdata", "look.exr"], cwd=work, capture_output=True, text=True).stdout
+    expected = re.search(r"Pixel \(7, 3\): (.*)", dumped).group(1).split()
+    assert all(abs(float(a) - float(b)) <= 1e-3 * float(b) for a, b in zip(readout["out"], expected)), readout
+    grey = pixels.replace("return c.toDataURL()", "if(!c.width)return [99,0];const d=c.getContext('2d')"
+                          ".getImageData(0,0,c.width,c.height).data;let s=0;for(let k=0;k<d.length;k+=4)"
+                          "s=Math.max(s,Math.abs(d[k]-d[k+1]),Math.abs(d[k+1]-d[k+2]));return [s,d[4*(3*c.width+7)+1]]")
+    srgb = 255 * (1.055 * min(float(readout["out"][1]), 1) ** (1 / 2.4) - 0.055)  # green is far above the linear toe
+    for shows in (lambda s: s[0] <= 2 and abs(s[1] - srgb) <= 3, lambda s: s[0] > 20):
+        ActionChains(browser).send_keys("g").perform()
+        wait.until(lambda b: shows(b.execute_script(grey)) and idle(b))
+
     # A value the control refuses is marked at its field and never sent.
     version = browser.execute_script("return tool.version")
     field = lambda: row("Blur Size X").find_element(By.CSS_SELECTOR, "input[type=number]")

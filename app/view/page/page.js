@@ -115,7 +115,7 @@ function refresh(){
 async function draw(){$('busy').classList.add('on');
   const exp=+$('exp').value||0;let shownProxy=0;
   try{const want=tool.version,p=wantFull?1:proxy,t0=performance.now();
-    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp,{headers:H});
+    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery(),{headers:H});
     if(r.status==409)throw 0;if(!r.ok)throw new Error((await r.json()).error);
     const blob=await r.blob(),t1=performance.now();
     if(+r.headers.get('X-Lumivane-Version')==tool.version){const img=$('view'),u=img.src;img.src=URL.createObjectURL(blob);
@@ -123,8 +123,8 @@ async function draw(){$('busy').classList.add('on');
       img.dataset.fetchMs=(t1-t0).toFixed(1);img.dataset.drawMs=(performance.now()-t1).toFixed(1);img.dataset.version=want;
       $('mark').hidden=p==1;$('mark').textContent='proxy 1/'+p;
       const ms=+r.headers.get('X-Lumivane-Render-Ms');if(ms)$('ms').textContent=ms.toFixed(0)+' ms'+(p>1?' (proxy)':'');err()}
-    if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p){inKey=tool.frame+'/'+exp+'/'+p;
-      await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp)}
+    if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p+inspectQuery()){inKey=tool.frame+'/'+exp+'/'+p+inspectQuery();
+      await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery())}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
     if(!again&&!controlHeld)await picture($('kernel'),'which=kernel&format=png');
   }catch(e){if(e)err(e.message)}
