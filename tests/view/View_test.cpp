@@ -14,6 +14,9 @@
 
 #include <chrono>
 #include <cmath>
+#include <filesystem>
+#include <functional>
+#include <tuple>
 #include <thread>
 
 using json = nlohmann::json;
@@ -28,7 +31,8 @@ protected:
         Start("in.exr");
     }
     // Serves `input` in the scratch folder, in place of what was served.
-    void Start(const std::string& input, const std::string& saveFlow = "look.flow")
+    void Start(const std::string& input, const std::string& saveFlow = "look.flow",
+               const std::function<void(ViewOptions&)>& more = {})
     {
         if (m_server) {  // one tool host at a time: the plug-in registers once a process
             TearDown();
@@ -38,6 +42,7 @@ protected:
         options.input = m_dir / input;
         options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
+        if (more) more(options);
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
@@ -56,6 +61,17 @@ protected:
         return m_client->Post(path.c_str(), body, "application/json");
     }
     json Tool() { return json::parse(m_client->Get("/api/tool")->body); }
+    // The plate as frames 1001-1004 of seq.%d.exr.
+    void StartSequence(double cacheMegabytes = 1024)
+    {
+        for (int f = 1001; f <= 1004; ++f)
+            std::filesystem::copy_file(m_dir / "in.exr", m_dir / ("seq." + std::to_string(f) + ".exr"),
+                                       std::filesystem::copy_options::overwrite_existing);
+        Start("seq.%d.exr", "look.flow", [&](ViewOptions& o) {
+            o.frames = "1001-1004";
+            o.cacheMegabytes = cacheMegabytes;
+        });
+    }
     static json Control(const json& tool, const std::string& id)
     {
         for (const json& page : tool["pages"])
@@ -323,6 +339,74 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
                         << "value " << plate.getchannel(x, y, 0, c) << " at " << stops << " stops, pixel " << x
                         << "," << y << " channel " << c;
                 }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// BlurSizeX as a user sees it: its keys when animated, else its value.
+json SizeSource(const json& doc)
+{
+    for (const json& page : doc["pages"])
+        for (const json& c : page["controls"])
+            if (c["id"] == "BlurSizeX") return c["animated"].get<bool>() ? c["keys"] : c["value"];
+    return {};
+}
+
+TEST_F(View, UndoAndRedoStepThroughSetsAndKeyVerbs)
+{
+    StartSequence();
+    struct Step {
+        int frame;
+        const char* path;
+        const char* body;
+        json size;  // BlurSizeX after the step
+    };
+    const std::vector<Step> steps = {
+        {1001, "/api/set", R"({"id": "BlurSizeX", "value": 3})", 3.0},
+        {1001, "/api/animate", R"({"id": "BlurSizeX"})", {{1001, 3}}},
+        {1003, "/api/set", R"({"id": "BlurSizeX", "value": 5})", {{1001, 3}, {1003, 5}}},
+        {1001, "/api/key", R"({"id": "BlurSizeX", "action": "delete"})", {{1003, 5}}},
+        {1002, "/api/unanimate", R"({"id": "BlurSizeX"})", 5.0}};
+    std::vector<json> sizes = {SizeSource(Tool())};
+    for (const Step& s : steps) {
+        ASSERT_EQ(Post("/api/frame", "{\"frame\": " + std::to_string(s.frame) + "}")->status, 200);
+        ASSERT_EQ(SizeSource(json::parse(Post(s.path, s.body)->body)), s.size) << s.body;
+        sizes.push_back(s.size);
+    }
+    for (std::size_t i = sizes.size() - 1; i-- > 0;) EXPECT_EQ(SizeSource(json::parse(Post("/api/undo", "{}")->body)), sizes[i]);
+    EXPECT_EQ(json::parse(Post("/api/undo", "{}")->body)["error"], "nothing to undo");
+    for (std::size_t i = 1; i < sizes.size(); ++i) EXPECT_EQ(SizeSource(json::parse(Post("/api/redo", "{}")->body)), sizes[i]);
+    EXPECT_EQ(Post("/api/redo", "{}")->status, 400);
+    // A change after an undo drops the steps that were undone.
+    Post("/api/undo", "{}");
+    Post("/api/set", R"({"id": "BlurSizeY", "value": 2})");
+    EXPECT_EQ(Post("/api/redo", "{}")->status, 400);
+    EXPECT_EQ(SizeSource(Tool()), sizes[sizes.size() - 2]);
+}
+
+// Two passes over the frames: the second renders nothing unless the budget
+// holds fewer frames than the sequence has; a changed control renders anew.
+TEST_F(View, PlaybackKeepsRenderedFramesWithinTheBudget)
+{
+    const double frameBytes = 37 * 23 * 4 * sizeof(float);
+    for (const auto& [frames, proxy, kept] : {std::tuple{100.0, "1", 4}, {100.0, "2", 4}, {2.5, "1", 2}}) {
+        SCOPED_TRACE(std::to_string(frames) + " frames' budget, proxy " + proxy);
+        StartSequence(frames * frameBytes / (1 << 20));
+        const auto rendered = [&](int frame) {
+            Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}");
+            const auto r = m_client->Get((std::string("/api/image?format=jpeg&proxy=") + proxy).c_str());
+            return r->status == 200 && std::stod(r->get_header_value("X-Lumivane-Render-Ms")) > 0;
+        };
+        for (int pass = 0; pass < 2; ++pass)
+            for (int f = 1001; f <= 1004; ++f) EXPECT_EQ(rendered(f), pass == 0 || kept < 4) << f << " pass " << pass;
+        const json cache = json::parse(m_client->Get("/api/cache")->body);
+        EXPECT_EQ(cache["frames"], kept);
+        EXPECT_LE(cache["bytes"], cache["budget"]);
+        Post("/api/set", R"({"id": "BlurSizeX", "value": 2})");
+        EXPECT_TRUE(rendered(1004));
     }
 }
 
