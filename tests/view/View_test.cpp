@@ -204,6 +204,7 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
         EXPECT_TRUE(json::parse(r->body).contains("error")) << r->body;
     }
     EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
+    EXPECT_EQ(m_client->Get("/api/image?which=snapshot")->status, 400);  // none kept yet
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
 }
 
