@@ -120,7 +120,7 @@ async function refresh(){
     if(which!='output'&&inKey!=key){inKey=key;
       await picture($('inview'),'which='+left+'&format='+shown+'&proxy='+p+'&exposure='+exp)}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
-    if(!again)await picture($('kernel'),'which=kernel&format=png');
+    if(!again&&!playing)await picture($('kernel'),'which=kernel&format=png');
   }catch(e){err(e.message)}
   inflight=false;$('busy').classList.remove('on');
   if(again){again=false;refresh()}else if(shownProxy>1)idle=setTimeout(()=>{wantFull=true;refresh()},1000)}
