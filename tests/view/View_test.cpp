@@ -14,10 +14,8 @@
 
 #include <chrono>
 #include <cmath>
-#include <filesystem>
-#include <functional>
-#include <tuple>
 #include <thread>
+#include <tuple>
 
 using json = nlohmann::json;
 
@@ -67,10 +65,7 @@ protected:
         for (int f = 1001; f <= 1004; ++f)
             std::filesystem::copy_file(m_dir / "in.exr", m_dir / ("seq." + std::to_string(f) + ".exr"),
                                        std::filesystem::copy_options::overwrite_existing);
-        Start("seq.%d.exr", "look.flow", [&](ViewOptions& o) {
-            o.frames = "1001-1004";
-            o.cacheMegabytes = cacheMegabytes;
-        });
+        Start("seq.%d.exr", "look.flow", [&](ViewOptions& o) { o.frames = "1001-1004", o.cacheMegabytes = cacheMegabytes; });
     }
     static json Control(const json& tool, const std::string& id)
     {
@@ -347,35 +342,26 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
 
 namespace {
 
-// BlurSizeX as a user sees it: its keys when animated, else its value.
-json SizeSource(const json& doc)
-{
-    for (const json& page : doc["pages"])
-        for (const json& c : page["controls"])
-            if (c["id"] == "BlurSizeX") return c["animated"].get<bool>() ? c["keys"] : c["value"];
-    return {};
-}
-
 TEST_F(View, UndoAndRedoStepThroughSetsAndKeyVerbs)
 {
     StartSequence();
-    struct Step {
-        int frame;
-        const char* path;
-        const char* body;
-        json size;  // BlurSizeX after the step
+    // BlurSizeX as a user sees it: its keys when animated, else its value.
+    const auto SizeSource = [](const json& doc) {
+        const json c = Control(doc, "BlurSizeX");
+        return c["animated"].get<bool>() ? c["keys"] : c["value"];
     };
-    const std::vector<Step> steps = {
+    // At a frame, a change and BlurSizeX after it.
+    const std::vector<std::tuple<int, const char*, const char*, json>> steps = {
         {1001, "/api/set", R"({"id": "BlurSizeX", "value": 3})", 3.0},
         {1001, "/api/animate", R"({"id": "BlurSizeX"})", {{1001, 3}}},
         {1003, "/api/set", R"({"id": "BlurSizeX", "value": 5})", {{1001, 3}, {1003, 5}}},
         {1001, "/api/key", R"({"id": "BlurSizeX", "action": "delete"})", {{1003, 5}}},
         {1002, "/api/unanimate", R"({"id": "BlurSizeX"})", 5.0}};
     std::vector<json> sizes = {SizeSource(Tool())};
-    for (const Step& s : steps) {
-        ASSERT_EQ(Post("/api/frame", "{\"frame\": " + std::to_string(s.frame) + "}")->status, 200);
-        ASSERT_EQ(SizeSource(json::parse(Post(s.path, s.body)->body)), s.size) << s.body;
-        sizes.push_back(s.size);
+    for (const auto& [frame, path, body, size] : steps) {
+        ASSERT_EQ(Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}")->status, 200);
+        ASSERT_EQ(SizeSource(json::parse(Post(path, body)->body)), size) << body;
+        sizes.push_back(size);
     }
     for (std::size_t i = sizes.size() - 1; i-- > 0;) EXPECT_EQ(SizeSource(json::parse(Post("/api/undo", "{}")->body)), sizes[i]);
     EXPECT_EQ(json::parse(Post("/api/undo", "{}")->body)["error"], "nothing to undo");

@@ -155,10 +155,10 @@ try:
         browser.execute_script("document.activeElement.blur()")
         chain = ActionChains(browser)
         for k in held:
-            chain = chain.key_down(k)
-        chain = chain.send_keys(key)
+            chain.key_down(k)
+        chain.send_keys(key)
         for k in held:
-            chain = chain.key_up(k)
+            chain.key_up(k)
         act(chain.perform)
 
     act(lambda: row("Blur Size Unit").find_element(By.XPATH, ".//button[text()='Absolute']").click())
