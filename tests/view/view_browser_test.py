@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 """`lumivane view` in a real browser: headless Chromium picks Polygon in
 "Blur Style" on the page, the picture and the visible controls follow, and the
-flow the page saves renders the same pixels with `lumivane render --flow`. Then
+flow the page saves renders the same pixels with `lumivane render --flow`; the
+kernel drawing enlarges with its pixel grid. Then
 a refused value stays at its field, a proxy shows and gives way to the full
 resolution, the wipe shows the input beside the output and A/B a snapshot
 beside it. Last, a size keyed at two frames of a sequence in the page, undone
@@ -96,6 +97,10 @@ try:
     browser.find_element(By.ID, "snap").click()
     wait.until(lambda b: b.execute_script("return tool.snapshot"))
     kept = browser.execute_script(pixels)
+    browser.find_element(By.ID, "kernel").click()  # enlarged by a whole factor, its pixel grid over it
+    assert browser.execute_script("const c=kcanvas,s=c.width/kernel.naturalWidth;return s>=4&&s%1==0&&"
+                                  "''+c.getContext('2d').getImageData(0,0,1,1).data=='85,85,85,255'")
+    browser.find_element(By.ID, "kzoom").click()
     if screenshot:
         browser.save_screenshot(screenshot)
     browser.save_screenshot(work + "/page.png")
