@@ -1,5 +1,6 @@
 #include "app/cli/FlowCommand.h"
 
+#include "app/cli/ControlOptions.h"
 #include "app/cli/Progress.h"
 #include "app/cli/SharedOptions.h"
 #include "app/files/ExitCodes.h"

@@ -1,11 +1,12 @@
 #include "app/cli/KernelCommand.h"
 
+#include "app/cli/ControlOptions.h"
 #include "app/cli/SharedOptions.h"
 #include "app/files/ExitCodes.h"
 #include "app/files/ImageFiles.h"
 #include "app/files/Interrupt.h"
-#include "app/session/Plugins.h"
 #include "app/session/DrawKernels.h"
+#include "app/session/Plugins.h"
 #include "app/session/ToolConsole.h"
 
 #include <CLI/CLI.hpp>

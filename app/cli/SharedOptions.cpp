@@ -1,5 +1,6 @@
 #include "app/cli/SharedOptions.h"
 
+#include "app/files/Plate.h"
 #include "app/session/Look.h"
 
 #include <CLI/CLI.hpp>
@@ -37,4 +38,38 @@ void AddLookOptions(CLI::App& command, LookOptions& look, const std::string& fra
     AddFramesOption(command, look.names.frames, framesHelp);
     AddOutputFormatOptions(command, look.names);
     AddFlowOption(command, look.flow, flowHelp);
+}
+
+CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help)
+{
+    const CLI::Validator notEmpty(
+        [](const std::string& text) {
+            return text.empty() ? std::string("an empty frame list; name frames such as 1-24, 1-24x2 or 1,3,7-9")
+                                : std::string();
+        },
+        "LIST");
+    return command.add_option("--frames", frames, help)->type_name("LIST")->check(notEmpty);
+}
+
+void AddPlateOptions(CLI::App& command, PlateOptions& options)
+{
+    const std::string group = "Colour and layers";
+    auto* in = command.add_option("--colorspace-in", options.colourIn,
+                                  "Colour space of the input (default: what the file says, else sRGB for "
+                                  "integer data and linear for float)")
+                   ->type_name("NAME")
+                   ->group(group);
+    auto* out = command.add_option("--colorspace-out", options.colourOut,
+                                   "Colour space to write (default: the input's for the same kind of data, "
+                                   "else linear for float and sRGB for integer files)")
+                    ->type_name("NAME")
+                    ->group(group);
+    command.add_flag("--raw", options.raw, "Filter the values as stored, with no colour conversion")
+        ->excludes(in)
+        ->excludes(out)
+        ->group(group);
+    command.add_option("--layers", options.layers,
+                       "Layers to filter besides RGBA: all (every colour layer) or names separated by commas")
+        ->type_name("all|NAME,...")
+        ->group(group);
 }

@@ -1,7 +1,6 @@
 #pragma once
 // The options several commands share, each declared once here with one help
 // text, and composed by the commands that take them.
-// --frames is declared with the frame lists themselves (SequencePlan.h).
 #include "app/files/SequencePlan.h"
 
 #include <string>
@@ -12,7 +11,13 @@ class Option;
 }
 struct FlowNames;
 struct LookOptions;
+struct PlateOptions;
 
+// --frames LIST. An empty list is a usage error: it would read as no list at
+// all, every frame on disk.
+CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help);
+// --colorspace-in, --colorspace-out, --raw and --layers.
+void AddPlateOptions(CLI::App& command, PlateOptions& options);
 // --kernel KERNEL: a kernel image, a still or a frame pattern.
 CLI::Option* AddKernelOption(CLI::App& command, std::string& kernel);
 // --flow FILE, described by `help`.

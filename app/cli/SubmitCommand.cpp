@@ -1,5 +1,6 @@
 #include "app/cli/SubmitCommand.h"
 
+#include "app/cli/ControlOptions.h"
 #include "app/cli/SharedOptions.h"
 #include "app/files/FramePattern.h"
 

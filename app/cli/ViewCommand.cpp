@@ -1,5 +1,6 @@
 #include "app/cli/ViewCommand.h"
 
+#include "app/cli/ControlOptions.h"
 #include "app/cli/SharedOptions.h"
 
 #include <CLI/CLI.hpp>

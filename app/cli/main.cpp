@@ -1,4 +1,5 @@
 // lumivane: renders images and sequences through the Lumivane 2 tool plug-in.
+#include "app/cli/ControlOptions.h"
 #include "app/cli/CommandLineHints.h"
 #include "app/cli/DescribeCommand.h"
 #include "app/cli/FlowCommand.h"

@@ -4,8 +4,6 @@
 
 #include "util/Text.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -113,29 +111,6 @@ Ref<Image> OverUnion(const Ref<Image>& image, const FileLayout& data, const File
 }
 
 }  // namespace
-
-void AddPlateOptions(CLI::App& command, PlateOptions& options)
-{
-    const std::string group = "Colour and layers";
-    auto* in = command.add_option("--colorspace-in", options.colourIn,
-                                  "Colour space of the input (default: what the file says, else sRGB for "
-                                  "integer data and linear for float)")
-                   ->type_name("NAME")
-                   ->group(group);
-    auto* out = command.add_option("--colorspace-out", options.colourOut,
-                                   "Colour space to write (default: the input's for the same kind of data, "
-                                   "else linear for float and sRGB for integer files)")
-                    ->type_name("NAME")
-                    ->group(group);
-    command.add_flag("--raw", options.raw, "Filter the values as stored, with no colour conversion")
-        ->excludes(in)
-        ->excludes(out)
-        ->group(group);
-    command.add_option("--layers", options.layers,
-                       "Layers to filter besides RGBA: all (every colour layer) or names separated by commas")
-        ->type_name("all|NAME,...")
-        ->group(group);
-}
 
 FileLayout UnionWindow(const FileLayout& data)
 {

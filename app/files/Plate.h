@@ -31,18 +31,12 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 struct PlateOptions {
     std::string colourIn;   // empty: the file's own
     std::string colourOut;  // empty: see above
     bool raw = false;
     std::string layers;  // "all" or names separated by commas; empty: red, green, blue and alpha only
 };
-
-void AddPlateOptions(CLI::App& command, PlateOptions& options);
 
 struct Layer {
     std::string name;

@@ -3,7 +3,6 @@
 #include "app/files/ExitCodes.h"
 #include "util/FileIdentity.h"
 
-#include <CLI/CLI.hpp>
 
 #include <filesystem>
 #include <map>
@@ -51,17 +50,6 @@ std::optional<FrameList> FramesToRender(const std::string& frames, const FramePa
         throw UsageError("INPUT " + input.Text() + ": its frames on disk run " + run + ", " + e.what() +
                          "; say which with --frames");
     }
-}
-
-CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help)
-{
-    const CLI::Validator notEmpty(
-        [](const std::string& text) {
-            return text.empty() ? std::string("an empty frame list; name frames such as 1-24, 1-24x2 or 1,3,7-9")
-                                : std::string();
-        },
-        "LIST");
-    return command.add_option("--frames", frames, help)->type_name("LIST")->check(notEmpty);
 }
 
 namespace {

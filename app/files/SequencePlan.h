@@ -11,11 +11,6 @@
 // option or argument it came from) when it holds two frame fields.
 FramePattern PatternOf(const std::string& what, const std::string& text);
 
-namespace CLI {
-class App;
-class Option;
-}
-
 // The frames to render: `frames` when given (a frame list), else, when `input`
 // names a sequence, every frame from the first to the last found on disk, at
 // the step they all keep (1001, 1003, 1007: 1005 too). A frame missing in
@@ -40,10 +35,6 @@ std::string WritesWhatIsRead(const std::vector<NamedFiles>& written, const std::
 // Throws that message as a usage ProgramError.
 void RefuseWritingWhatIsRead(const std::vector<NamedFiles>& written, const std::vector<NamedFiles>& read,
                              const std::vector<int>& frames);
-
-// Declares `--frames LIST` on `command`. An empty list is a usage error: it
-// would read as no list at all, every frame on disk.
-CLI::Option* AddFramesOption(CLI::App& command, std::string& frames, const std::string& help);
 
 // Makes the folder `output` is written into, and the folders above it, when
 // missing. Throws a file ProgramError naming the folder and the reason.

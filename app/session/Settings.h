@@ -11,10 +11,6 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
-
 struct Setting {
     std::string id;
     std::string value;   // as typed: a number, an entry name, on/off
@@ -53,8 +49,3 @@ Input& FindControl(const Operator& tool, const std::string& id, const std::strin
 // the control does not accept or a key on a control that takes none; settings
 // before it stay applied.
 void ApplySettings(Operator& tool, const std::vector<Setting>& settings, TimeStamp time);
-
-// Adds --set, --key and the friendly options to a command.
-void AddSettingOptions(CLI::App& command);
-// After parsing: the settings those options stand for, in command-line order.
-std::vector<Setting> SettingsInCommandLineOrder(const CLI::App& command);
