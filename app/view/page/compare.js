@@ -40,15 +40,16 @@ document.addEventListener('keydown',e=>{if(e.key=='Escape')$('kzoom').hidden=tru
 // and round until stopped or a render fails. Frames the server keeps show
 // without rendering; the readout says what it keeps against its budget. The
 // kernel, drawn afresh at every frame, waits until playback stops.
-let playing=false;
+// A Stop and Play quicker than a frame leaves one loop: the newest run's.
+let playing=false,runs=0;
 const kFrameMs=1000/24,pause=ms=>new Promise(r=>setTimeout(r,ms));
 async function settled(){while(inflight)await pause(5)}
-async function play(){playing=!playing;$('play').textContent=playing?'■ Stop':'▶ Play';
-  while(playing){const t0=performance.now(),fs=tool.frames;err();
+async function play(){playing=!playing;$('play').textContent=playing?'■ Stop':'▶ Play';const run=++runs;
+  while(playing&&run==runs){const t0=performance.now(),fs=tool.frames;err();
     await post('/api/frame',{frame:fs[(fs.indexOf(tool.frame)+1)%fs.length]});await settled();
     if($('err').textContent){playing=false;$('play').textContent='▶ Play'}
     await pause(kFrameMs-(performance.now()-t0))}
-  refresh()}
+  if(run==runs)refresh()}
 $('play').onclick=play;
 let asking=false;const mb=b=>(b/1048576).toFixed(b<1048576?2:0);
 $('view').addEventListener('load',async()=>{if(asking||!tool?.sequence)return;asking=true;
