@@ -26,7 +26,6 @@ CLI::App* AddViewCommand(CLI::App& app, ViewOptions& view)
         ->capture_default_str();
     command->add_option("--cache", view.cacheMegabytes, "Megabytes of rendered frames the page keeps, so a "
                                                         "sequence plays again without rendering")
-        ->check(CLI::Range(0.0, 1073741824.0))
         ->type_name("MB")
         ->capture_default_str();
     AddPlateOptions(*command, view.plate);
