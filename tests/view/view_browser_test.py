@@ -95,7 +95,7 @@ try:
     wait.until(lambda b: b.execute_script(pixels) != before and idle(b))
     assert not browser.find_element(By.ID, "err").text, browser.find_element(By.ID, "err").text
     browser.find_element(By.ID, "snap").click()
-    wait.until(lambda b: b.execute_script("return tool.snapshot"))
+    wait.until(lambda b: b.execute_script("return tool.snapshot") and idle(b))
     kept = browser.execute_script(pixels)
     browser.find_element(By.ID, "kernel").click()  # enlarged by a whole factor, its pixel grid over it
     assert browser.execute_script("const c=kcanvas,s=c.width/kernel.naturalWidth;return s>=4&&s%1==0&&"
