@@ -378,17 +378,16 @@ TEST_F(View, UndoAndRedoStepThroughSetsAndKeyVerbs)
 // holds fewer frames than the sequence has; a changed control renders anew.
 TEST_F(View, PlaybackKeepsRenderedFramesWithinTheBudget)
 {
-    const double frameBytes = 37 * 23 * 4 * sizeof(float);
+    // A budget of so many frames (37x23 RGBA floats each), the proxy, the frames it holds.
     for (const auto& [frames, proxy, kept] : {std::tuple{100.0, "1", 4}, {100.0, "2", 4}, {2.5, "1", 2}}) {
-        SCOPED_TRACE(std::to_string(frames) + " frames' budget, proxy " + proxy);
-        StartSequence(frames * frameBytes / (1 << 20));
+        StartSequence(frames * 37 * 23 * 4 * sizeof(float) / (1 << 20));
         const auto rendered = [&](int frame) {
             Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}");
             const auto r = m_client->Get((std::string("/api/image?format=jpeg&proxy=") + proxy).c_str());
             return r->status == 200 && std::stod(r->get_header_value("X-Lumivane-Render-Ms")) > 0;
         };
         for (int pass = 0; pass < 2; ++pass)
-            for (int f = 1001; f <= 1004; ++f) EXPECT_EQ(rendered(f), pass == 0 || kept < 4) << f << " pass " << pass;
+            for (int f = 1001; f <= 1004; ++f) EXPECT_EQ(rendered(f), pass == 0 || kept < 4) << f << " pass " << pass << " proxy " << proxy;
         const json cache = json::parse(m_client->Get("/api/cache")->body);
         EXPECT_EQ(cache["frames"], kept);
         EXPECT_LE(cache["bytes"], cache["budget"]);
