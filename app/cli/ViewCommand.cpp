@@ -24,6 +24,10 @@ CLI::App* AddViewCommand(CLI::App& app, ViewOptions& view)
                                                "(full resolution when idle)")
         ->check(CLI::IsMember({1, 2, 4}))
         ->capture_default_str();
+    command->add_option("--cache", view.cacheMegabytes, "Megabytes of rendered frames the page keeps, so a "
+                                                        "sequence plays again without rendering")
+        ->type_name("MB")
+        ->capture_default_str();
     AddPlateOptions(*command, view.plate);
     AddSettingOptions(*command);
     return command;

@@ -255,6 +255,23 @@ void ViewServer::Routes()
     s.Post("/api/key", key(nullptr));
     s.Post("/api/animate", key("set"));
     s.Post("/api/unanimate", key("remove"));
+    // Undo and redo of the changes above; the snapshot an A/B wipe compares
+    // with; what the frame cache holds.
+    s.Post("/api/undo", api([this](const httplib::Request&, httplib::Response& res) {
+               m_session.Undo();
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Post("/api/redo", api([this](const httplib::Request&, httplib::Response& res) {
+               m_session.Redo();
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Post("/api/snapshot", api([this](const httplib::Request&, httplib::Response& res) {
+               m_session.Snapshot();
+               Reply(res, 200, m_session.ToolDocument());
+           }));
+    s.Get("/api/cache", api([this](const httplib::Request&, httplib::Response& res) {
+              Reply(res, 200, m_session.Cache());
+          }));
     s.Get("/api/image", api([this](const httplib::Request& req, httplib::Response& res) {
               const std::string which = Param(req, "which", "output");
               const std::string format = Param(req, "format", "png");

@@ -9,6 +9,7 @@
 #include "app/view/ViewDisplay.h"
 #include "app/view/ViewProxy.h"
 #include "host/Flow.h"
+#include "host/Image.h"
 #include "util/Text.h"
 
 #include <algorithm>
@@ -74,9 +75,16 @@ std::string TextAt(const Input& in, TimeStamp time)
     return v;
 }
 
+std::size_t CacheBytes(double megabytes)
+{
+    if (!(megabytes >= 0 && megabytes <= 1 << 30))
+        throw UsageError("--cache: expected megabytes from 0 to 1073741824, got " + FormatNumber(megabytes));
+    return static_cast<std::size_t>(megabytes * (1 << 20));
+}
+
 }  // namespace
 
-ViewSession::ViewSession(const ViewOptions& options) : m_options(options)
+ViewSession::ViewSession(const ViewOptions& options) : m_options(options), m_cache(CacheBytes(options.cacheMegabytes))
 {
     m_host = std::make_unique<PluginHost>(PluginFolders(options.plugins), [](const std::string& w) {
         std::fprintf(stderr, "lumivane: warning: %s\n", w.c_str());
@@ -158,14 +166,16 @@ json ViewSession::ToolDocument() const
     doc["version"] = m_version;
     doc["flow"] = m_flowPath;
     doc["proxy"] = m_options.proxy;
+    doc["undo"] = m_history.UndoSteps();
+    doc["redo"] = m_history.RedoSteps();
+    doc["snapshot"] = m_snapshotStamp;
     return doc;
 }
 
 void ViewSession::Set(Setting setting)
 {
-    ++m_version;  // a setting that failed part-way may still have changed others
     setting.apply = Setting::Apply::AtTime;
-    ApplySettings(*m_tool, {setting}, m_frame);
+    Change([&] { ApplySettings(*m_tool, {setting}, m_frame); });
 }
 
 void ViewSession::SetFrame(int frame)
@@ -181,14 +191,52 @@ void ViewSession::SetFrame(int frame)
 void ViewSession::Key(const std::string& id, const std::string& action)
 {
     Input& in = FindControl(*m_tool, id, "\"id\"");
+    Change([&] {
+        try {
+            if (action == "set") in.Animate(m_frame);
+            else if (action == "delete") in.DeleteKey(m_frame);
+            else if (action == "remove") in.RemoveAnimation(m_frame);
+            else throw UsageError("\"action\": expected set, delete or remove, got \"" + action + "\"");
+        } catch (const ValueRefused& e) {
+            throw UsageError(e.what());
+        }
+    });
+}
+
+std::string ViewSession::State() const { return FlowOf(m_host->Doc()).dump(); }
+
+void ViewSession::Change(const std::function<void()>& edit)
+{
+    std::string before = State();
+    ++m_version;  // an edit that failed part-way may still have changed something
     try {
-        if (action == "set") in.Animate(m_frame);
-        else if (action == "delete") in.DeleteKey(m_frame);
-        else if (action == "remove") in.RemoveAnimation(m_frame);
-        else throw UsageError("\"action\": expected set, delete or remove, got \"" + action + "\"");
-    } catch (const ValueRefused& e) {
-        throw UsageError(e.what());
+        edit();
+    } catch (...) {
+        m_history.Changed(std::move(before), State());
+        throw;
     }
+    m_history.Changed(std::move(before), State());
+}
+
+void ViewSession::Restore(const std::string& state)
+{
+    // The old tool gives its name up first, so the state loads under it.
+    FusionDoc& doc = m_host->Doc();
+    Operator* old = m_tool;
+    const std::string name = old->Name();
+    old->SetName({});
+    try {
+        LoadFlowValue(doc, json::parse(state), {});
+    } catch (...) {
+        while (doc.Tools().back().get() != old) doc.RemoveTool(doc.Tools().back().get());
+        old->SetName(name);
+        throw;
+    }
+    doc.RemoveTool(old);
+    m_tool = doc.FindTool(name);
+    const ToolInputs inputs = InputsOf(*m_tool);
+    m_source = &inputs.source;
+    m_kernelInput = &inputs.kernel;
     ++m_version;
 }
 
@@ -207,9 +255,50 @@ void ViewSession::EndRender()
     throw Superseded();
 }
 
-void ViewSession::RenderIfStale()
+void ViewSession::Undo()
 {
-    if (m_renderedVersion == m_version) return;
+    const std::optional<std::string> state = m_history.Undo(State());
+    if (!state) throw UsageError("nothing to undo");
+    Restore(*state);
+}
+
+void ViewSession::Redo()
+{
+    const std::optional<std::string> state = m_history.Redo(State());
+    if (!state) throw UsageError("nothing to redo");
+    Restore(*state);
+}
+
+void ViewSession::Snapshot()
+{
+    RenderIfStale();
+    if (!m_failure.empty()) throw RenderError(m_failure);
+    if (m_rendered.images.empty()) throw RenderError("interrupted");
+    m_snapshot = m_rendered;
+    m_snapshotStamp = json{{"frame", m_frame}, {"version", m_version}};
+}
+
+json ViewSession::Cache() const
+{
+    return json{{"frames", m_cache.Frames()}, {"bytes", m_cache.Bytes()}, {"budget", m_cache.Budget()}};
+}
+
+bool ViewSession::RenderIfStale()
+{
+    if (m_renderedVersion == m_version) return false;
+    const std::string state = State();
+    if (const CachedFrame* kept = m_cache.Find(m_frame, 1, state)) {
+        m_rendered = kept->plate;
+        m_failure.clear();
+        m_lastFailure.clear();
+        m_consoleLines = kept->console;
+        m_frameConsole.Clear();
+        m_renderMs = kept->renderMs;
+        m_renderedVersion = m_version;
+        m_consoleVersion = m_version;
+        m_consoleProxy = 1;
+        return false;
+    }
     BeginRender();
     m_rendered = {};
     m_failure.clear();
@@ -230,6 +319,10 @@ void ViewSession::RenderIfStale()
     m_consoleVersion = m_version;
     m_consoleProxy = 1;
     m_lastFailure = m_failure;
+    // An interrupted render holds no images, a failed one its reason: neither is kept.
+    if (m_failure.empty() && !m_rendered.images.empty())
+        m_cache.Keep(m_frame, 1, state, {m_rendered, m_consoleLines, m_renderMs});
+    return true;
 }
 
 const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
@@ -237,6 +330,18 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     renderMs = 0.0;
     if (m_proxyVersion == m_version && m_proxyFactor == factor && m_proxyResult)
         return static_cast<const Image&>(*m_proxyResult);
+    const std::string state = State();
+    if (const CachedFrame* kept = m_cache.Find(m_frame, factor, state)) {
+        m_proxyResult = kept->plate.results.front();
+        m_consoleLines = kept->console;
+        m_frameConsole.Clear();
+        m_renderMs = kept->renderMs;
+        m_consoleVersion = m_version;
+        m_consoleProxy = factor;
+        m_proxyVersion = m_version;
+        m_proxyFactor = factor;
+        return *kept->plate.images.front();
+    }
     BeginRender();
     m_proxyResult = {};
     const auto start = std::chrono::steady_clock::now();
@@ -260,10 +365,12 @@ const Image& ViewSession::ProxyOutput(int factor, double& renderMs)
     m_consoleVersion = m_version;
     m_consoleProxy = factor;
     if (!m_proxyResult) throw RenderError(m_frameConsole.Why());
-    if (!dynamic_cast<const Image*>(m_proxyResult.get())) throw RenderError("the tool's output is not an image");
+    const auto* image = dynamic_cast<const Image*>(m_proxyResult.get());
+    if (!image) throw RenderError("the tool's output is not an image");
     m_proxyVersion = m_version;
     m_proxyFactor = factor;
-    return static_cast<const Image&>(*m_proxyResult);
+    m_cache.Keep(m_frame, factor, state, {{{m_proxyResult}, {image}}, m_consoleLines, renderMs});
+    return *image;
 }
 
 EncodedImage ViewSession::Picture(const std::string& which, const std::string& format, double exposure, int proxy,
@@ -285,6 +392,13 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
     out.version = m_version;
     out.mime = format == "png" ? "image/png" : format == "jpeg" ? "image/jpeg" : "image/x-exr";
     out.proxy = which == "kernel" ? 1 : proxy;
+    if (which == "snapshot") {
+        if (m_snapshot.images.empty()) throw UsageError("no snapshot is kept: POST /api/snapshot first");
+        if (format == "exr") throw UsageError("the snapshot is shown as png or jpeg only");
+        const Image& kept = *m_snapshot.images.front();
+        Encode(out, proxy == 1 ? kept : *ProxyOf(kept, proxy), exposure, false);
+        return out;
+    }
     if (which == "input") {
         if (format == "exr") throw UsageError("the input is shown as png or jpeg only; its file is " + m_names.input);
         const Image& frame = FullImage(which, layer);
@@ -318,7 +432,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
         Encode(out, *m_kernelDrawing, 0.0, true);
         return out;
     }
-    if (which != "output") throw UsageError("which: expected input, output or kernel, got \"" + which + "\"");
+    if (which != "output") throw UsageError("which: expected input, output, kernel or snapshot, got \"" + which + "\"");
     if (proxy != 1) {
         try {
             const Image& shrunk = ProxyOutput(proxy, out.renderMs);
@@ -330,7 +444,7 @@ EncodedImage ViewSession::Picture(const std::string& which, const std::string& f
             throw;
         }
     }
-    const bool fresh = m_renderedVersion != m_version;
+    const bool fresh = RenderIfStale();
     const Image& result = FullImage(which, layer);
     out.renderMs = fresh ? m_renderMs : 0.0;
     if (format != "exr") {

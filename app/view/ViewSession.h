@@ -16,9 +16,12 @@
 #include "app/session/ToolConsole.h"
 #include "host/RenderCancel.h"
 #include "app/view/ViewDisplay.h"
+#include "app/view/ViewFrameCache.h"
+#include "app/view/ViewHistory.h"
 
 #include <nlohmann/json.hpp>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -37,6 +40,7 @@ struct ViewOptions {
     PlateOptions plate;
     int port = 0;  // 0: a free one
     int proxy = 1;  // the page's first proxy factor: 1, 2 or 4
+    double cacheMegabytes = 1024;  // rendered frames kept for playback (ViewFrameCache.h)
 };
 
 struct EncodedImage {
@@ -72,6 +76,16 @@ public:
     // key there, "remove" leaves it static at its value there. A usage
     // ProgramError naming the control when the host refuses.
     void Key(const std::string& id, const std::string& action);
+    // Back to the tool's state before the last change of Set or Key, and
+    // forward again; a usage ProgramError when there is nothing that way.
+    void Undo();
+    void Redo();
+    // Keeps the current full-resolution output as the picture `which=snapshot`
+    // shows, rendering it first when needed; the tool document's "snapshot"
+    // then says the frame and version it was taken at.
+    void Snapshot();
+    // {"frames", "bytes", "budget"} of the rendered frames kept.
+    nlohmann::ordered_json Cache() const;
     // which: input, output or kernel; format: png or jpeg (sRGB display of
     // the linear values, `exposure` stops) or exr (as `render` writes it;
     // output at full resolution only). `proxy` shrinks the input and output (ViewProxy.h).
@@ -102,7 +116,15 @@ private:
     std::size_t LayerIndex(const std::string& layer);
     // The full-resolution image of input or output at that source.
     const Image& FullImage(const std::string& which, std::size_t layer);
-    void RenderIfStale();
+    // Whether a render ran: false when the output was current or kept.
+    bool RenderIfStale();
+    // The tool's controls, keys and connections as its flow holds them: what
+    // undo returns to and what kept frames are found by.
+    std::string State() const;
+    // Runs `edit` as one step of the history (one even when it fails part-way).
+    void Change(const std::function<void()>& edit);
+    // The tool made afresh from `state`, as loading its flow would make it.
+    void Restore(const std::string& state);
     // The first source of the frame rendered at 1/factor size; cached per version.
     const Image& ProxyOutput(int factor, double& renderMs);
     // Around each render of the tool: Superseded when a change is waiting
@@ -145,4 +167,8 @@ private:
     std::pair<int, int> m_proxySourceKey;  // frame, factor
     long m_kernelVersion = 0;
     Ref<Image> m_kernelDrawing;
+    ViewHistory m_history;
+    ViewFrameCache m_cache;
+    PlateResults m_snapshot;
+    nlohmann::ordered_json m_snapshotStamp;  // {"frame", "version"} it was taken at
 };

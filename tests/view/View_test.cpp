@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cmath>
 #include <thread>
+#include <tuple>
 
 using json = nlohmann::json;
 
@@ -28,7 +29,8 @@ protected:
         Start("in.exr");
     }
     // Serves `input` in the scratch folder, in place of what was served.
-    void Start(const std::string& input, const std::string& saveFlow = "look.flow")
+    void Start(const std::string& input, const std::string& saveFlow = "look.flow",
+               const std::function<void(ViewOptions&)>& more = {})
     {
         if (m_server) {  // one tool host at a time: the plug-in registers once a process
             TearDown();
@@ -39,6 +41,7 @@ protected:
         options.saveFlow = saveFlow.empty() ? "" : m_dir / saveFlow;
         options.plugins = LUMIVANE_PLUGIN_FOLDER_FOR_TESTS;
         options.plate.layers = "all";  // changes nothing for plates without layers
+        if (more) more(options);
         m_server = std::make_unique<ViewServer>(options);
         m_thread = std::thread([this] { m_server->Serve(); });
         m_client = std::make_unique<httplib::Client>("127.0.0.1", m_server->Port());
@@ -57,6 +60,14 @@ protected:
         return m_client->Post(path.c_str(), body, "application/json");
     }
     json Tool() { return json::parse(m_client->Get("/api/tool")->body); }
+    // The plate as frames 1001-1004 of seq.%d.exr.
+    void StartSequence(double cacheMegabytes = 1024)
+    {
+        for (int f = 1001; f <= 1004; ++f)
+            std::filesystem::copy_file(m_dir / "in.exr", m_dir / ("seq." + std::to_string(f) + ".exr"),
+                                       std::filesystem::copy_options::overwrite_existing);
+        Start("seq.%d.exr", "look.flow", [&](ViewOptions& o) { o.frames = "1001-1004", o.cacheMegabytes = cacheMegabytes; });
+    }
     static json Control(const json& tool, const std::string& id)
     {
         for (const json& page : tool["pages"])
@@ -216,6 +227,7 @@ TEST_F(View, RefusesStrangersAndBadRequestsAndKeepsServing)
         EXPECT_TRUE(json::parse(r->body).contains("error")) << r->body;
     }
     EXPECT_EQ(m_client->Get("/api/image?which=elsewhere")->status, 400);
+    EXPECT_EQ(m_client->Get("/api/image?which=snapshot")->status, 400);  // none kept yet
     EXPECT_EQ(m_client->Get("/api/tool")->status, 200);
 }
 
@@ -366,6 +378,64 @@ TEST_F(View, DisplayCodesAreTheSrgbOfTheScaledValues)
                 }
     }
     ::unsetenv("OCIO");
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(View, UndoAndRedoStepThroughSetsAndKeyVerbs)
+{
+    StartSequence();
+    // BlurSizeX as a user sees it: its keys when animated, else its value.
+    const auto SizeSource = [](const json& doc) {
+        const json c = Control(doc, "BlurSizeX");
+        return c["animated"].get<bool>() ? c["keys"] : c["value"];
+    };
+    // At a frame, a change and BlurSizeX after it.
+    const std::vector<std::tuple<int, const char*, const char*, json>> steps = {
+        {1001, "/api/set", R"({"id": "BlurSizeX", "value": 3})", 3.0},
+        {1001, "/api/animate", R"({"id": "BlurSizeX"})", {{1001, 3}}},
+        {1003, "/api/set", R"({"id": "BlurSizeX", "value": 5})", {{1001, 3}, {1003, 5}}},
+        {1001, "/api/key", R"({"id": "BlurSizeX", "action": "delete"})", {{1003, 5}}},
+        {1002, "/api/unanimate", R"({"id": "BlurSizeX"})", 5.0}};
+    std::vector<json> sizes = {SizeSource(Tool())};
+    for (const auto& [frame, path, body, size] : steps) {
+        ASSERT_EQ(Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}")->status, 200);
+        ASSERT_EQ(SizeSource(json::parse(Post(path, body)->body)), size) << body;
+        sizes.push_back(size);
+    }
+    for (std::size_t i = sizes.size() - 1; i-- > 0;) EXPECT_EQ(SizeSource(json::parse(Post("/api/undo", "{}")->body)), sizes[i]);
+    EXPECT_EQ(json::parse(Post("/api/undo", "{}")->body)["error"], "nothing to undo");
+    for (std::size_t i = 1; i < sizes.size(); ++i) EXPECT_EQ(SizeSource(json::parse(Post("/api/redo", "{}")->body)), sizes[i]);
+    EXPECT_EQ(Post("/api/redo", "{}")->status, 400);
+    // A change after an undo drops the steps that were undone.
+    Post("/api/undo", "{}");
+    Post("/api/set", R"({"id": "BlurSizeY", "value": 2})");
+    EXPECT_EQ(Post("/api/redo", "{}")->status, 400);
+    EXPECT_EQ(SizeSource(Tool()), sizes[sizes.size() - 2]);
+}
+
+// Two passes over the frames: the second renders nothing unless the budget
+// holds fewer frames than the sequence has; a changed control renders anew.
+TEST_F(View, PlaybackKeepsRenderedFramesWithinTheBudget)
+{
+    // A budget of so many frames (37x23 RGBA floats each), the proxy, the frames it holds.
+    for (const auto& [frames, proxy, kept] : {std::tuple{100.0, "1", 4}, {100.0, "2", 4}, {2.5, "1", 2}}) {
+        StartSequence(frames * 37 * 23 * 4 * sizeof(float) / (1 << 20));
+        const auto rendered = [&](int frame) {
+            Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}");
+            const auto r = m_client->Get((std::string("/api/image?format=jpeg&proxy=") + proxy).c_str());
+            return r->status == 200 && std::stod(r->get_header_value("X-Lumivane-Render-Ms")) > 0;
+        };
+        for (int pass = 0; pass < 2; ++pass)
+            for (int f = 1001; f <= 1004; ++f) EXPECT_EQ(rendered(f), pass == 0 || kept < 4) << f << " pass " << pass << " proxy " << proxy;
+        const json cache = json::parse(m_client->Get("/api/cache")->body);
+        EXPECT_EQ(cache["frames"], kept);
+        EXPECT_LE(cache["bytes"], cache["budget"]);
+        Post("/api/set", R"({"id": "BlurSizeX", "value": 2})");
+        EXPECT_TRUE(rendered(1004));
+    }
 }
 
 }  // namespace

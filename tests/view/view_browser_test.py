@@ -1,11 +1,14 @@
 #!/usr/bin/python3
 """`lumivane view` in a real browser: headless Chromium picks Polygon in
 "Blur Style" on the page, the picture and the visible controls follow, and the
-flow the page saves renders the same pixels with `lumivane render --flow`. Then
+flow the page saves renders the same pixels with `lumivane render --flow`; the
+kernel drawing enlarges with its pixel grid. Then
 a refused value stays at its field, a proxy shows and gives way to the full
-resolution, the wipe shows the input beside the output, and a slider renders
-while it is dragged. Last, a size keyed at two frames of a sequence in the page
-renders, from the saved flow, at the sizes on the straight line between the keys.
+resolution, the wipe shows the input beside the output and A/B a snapshot
+beside it, and a slider renders while it is dragged. Last, a size keyed at two
+frames of a sequence in the page, undone and redone with Ctrl-Z and
+Ctrl-Shift-Z, renders, from the saved flow, at the sizes on the straight line
+between the keys.
 
     view_browser_test.py LUMIVANE PLUGIN_DIR [SCREENSHOT]
 
@@ -70,7 +73,7 @@ try:
     shown = lambda: browser.find_element(By.ID, "view").get_attribute("data-version")
     wait.until(lambda b: shown())
     # The decoded pixels, read back from the page as a data URL.
-    pixels = "const i=document.getElementById('view'),c=document.createElement('canvas');" \
+    pixels = "const i=document.getElementById(arguments[0]||'view'),c=document.createElement('canvas');" \
              "c.width=i.naturalWidth;c.height=i.naturalHeight;c.getContext('2d').drawImage(i,0,0);return c.toDataURL()"
     row = lambda label: browser.find_element(
         By.XPATH, "//div[@class='row'][label[text()='%s']]" % label)
@@ -92,6 +95,13 @@ try:
     size.send_keys(Keys.CONTROL, "a", Keys.NULL, "9", Keys.TAB)
     wait.until(lambda b: b.execute_script(pixels) != before and idle(b))
     assert not browser.find_element(By.ID, "err").text, browser.find_element(By.ID, "err").text
+    browser.find_element(By.ID, "snap").click()
+    wait.until(lambda b: b.execute_script("return tool.snapshot") and idle(b))
+    kept = browser.execute_script(pixels)
+    browser.find_element(By.ID, "kernel").click()  # enlarged by a whole factor, its pixel grid over it
+    assert browser.execute_script("const c=kcanvas,s=c.width/kernel.naturalWidth;return s>=4&&s%1==0&&"
+                                  "''+c.getContext('2d').getImageData(0,0,1,1).data=='85,85,85,255'")
+    browser.find_element(By.ID, "kzoom").click()
     if screenshot:
         browser.save_screenshot(screenshot)
     browser.save_screenshot(work + "/page.png")
@@ -144,6 +154,10 @@ try:
     wait.until(lambda b: b.find_element(By.ID, "inview").get_attribute("src"))
     assert browser.find_element(By.ID, "wipe").is_displayed()
     assert "inset" in browser.find_element(By.ID, "inview").get_attribute("style")
+    # A/B: the snapshot (size 9) on that side of the wipe, beside the live size 5.
+    browser.find_element(By.ID, "showAB").click()
+    wait.until(lambda b: b.execute_script(pixels, "inview") == kept)
+    assert browser.execute_script(pixels) != kept, "the live output is the snapshot"
 
     # A drag renders before the hand lets go, and the value it ends at wins: the
     # server's answer holds it, and the picture shown is of that answer.
@@ -171,10 +185,14 @@ try:
         action()
         wait.until(lambda b: version() != before and idle(b))
 
-    def press(key, shift=False):
+    def press(key, *held):
         browser.execute_script("document.activeElement.blur()")
         chain = ActionChains(browser)
-        chain = chain.key_down(Keys.SHIFT).send_keys(key).key_up(Keys.SHIFT) if shift else chain.send_keys(key)
+        for k in held:
+            chain.key_down(k)
+        chain.send_keys(key)
+        for k in held:
+            chain.key_up(k)
         act(chain.perform)
 
     act(lambda: row("Blur Size Unit").find_element(By.XPATH, ".//button[text()='Absolute']").click())
@@ -186,10 +204,14 @@ try:
     act(lambda: browser.execute_script(
         "const f=document.getElementById('frame');f.value=1010;f.dispatchEvent(new Event('change'))"))
     act(lambda: field().send_keys(Keys.CONTROL, "a", Keys.NULL, "5", Keys.TAB))
-    keys = browser.execute_script("return controls().find(c=>c.id=='BlurSizeX').keys")
-    assert keys == [[1001, 1], [1010, 5]], keys
+    keys = lambda: browser.execute_script("return controls().find(c=>c.id=='BlurSizeX').keys")
+    assert keys() == [[1001, 1], [1010, 5]], keys()
     assert len(browser.find_elements(By.CSS_SELECTOR, "#marks i")) == 2
-    press(Keys.ARROW_LEFT, shift=True)
+    press("z", Keys.CONTROL)
+    assert keys() == [[1001, 1]], keys()
+    press("z", Keys.CONTROL, Keys.SHIFT)
+    assert keys() == [[1001, 1], [1010, 5]], keys()
+    press(Keys.ARROW_LEFT, Keys.SHIFT)
     assert frame() == "1001", frame()
     browser.find_element(By.ID, "save").click()
     wait.until(lambda b: b.find_element(By.ID, "saved").text)

@@ -73,7 +73,7 @@ function show(t,full){
   $('tabs').replaceChildren(...t.pages.map(p=>el('button',{textContent:p.name,className:p.name==page?'on':'',onclick:()=>{page=p.name;show(tool)}})));
   $('controls').replaceChildren(...t.pages.find(p=>p.name==page).controls.map(control));
   $('frames').hidden=!t.sequence;const f=$('frame');f.min=t.frames[0];f.max=t.frames.at(-1);f.value=t.frame;$('frameNo').textContent=t.frame;
-  keyBar();
+  keyBar();document.dispatchEvent(new Event('tool'));
   wantFull=!!full;refresh();}
 async function picture(img,q){const r=await api('/api/image?'+q);const url=URL.createObjectURL(await r.blob());
   if(img.src)URL.revokeObjectURL(img.src);img.src=url;await img.decode().catch(()=>{});return r;}
@@ -86,7 +86,7 @@ function place(){const st=$('stage'),v=$('view'),k=+(v.dataset.proxy||1);
   for(const i of [v,$('inview')]){i.style.width=imgW+'px';i.style.height=imgH+'px'}
   if(fit&&imgW){sc=Math.min(st.clientWidth/imgW,st.clientHeight/imgH);tx=(st.clientWidth-imgW*sc)/2;ty=(st.clientHeight-imgH*sc)/2}
   $('layer').style.transform='translate('+tx+'px,'+ty+'px) scale('+sc+')';
-  const w=$('wipe'),on=which=='wipe';w.hidden=!on;$('inview').hidden=which=='output';
+  const w=$('wipe'),on=which=='wipe'||which=='ab';w.hidden=!on;$('inview').hidden=which=='output';
   $('view').style.visibility=which=='input'?'hidden':'visible';
   if(on){const x=Math.min(Math.max(wipeAt,0),1)*st.clientWidth;w.style.left=x+'px';
     const cut=Math.min(Math.max((x-tx)/(sc*imgW),0),1)*100;$('inview').style.clipPath='inset(0 '+(100-cut)+'% 0 0)'}
@@ -123,14 +123,16 @@ async function draw(){$('busy').classList.add('on');
       img.dataset.fetchMs=(t1-t0).toFixed(1);img.dataset.drawMs=(performance.now()-t1).toFixed(1);img.dataset.version=want;
       $('mark').hidden=p==1;$('mark').textContent='proxy 1/'+p;
       const ms=+r.headers.get('X-Lumivane-Render-Ms');if(ms)$('ms').textContent=ms.toFixed(0)+' ms'+(p>1?' (proxy)':'');err()}
-    if(which!='output'&&inKey!=tool.frame+'/'+exp+'/'+p+inspectQuery()){inKey=tool.frame+'/'+exp+'/'+p+inspectQuery();
-      await picture($('inview'),'which=input&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery())}
+    // Left of the wipe: the input, or in A/B the snapshot.
+    const left=which=='ab'?'snapshot':'input',key=[left,tool.snapshot?.version,tool.frame,exp,p,inspectQuery()].join('/');
+    if(which!='output'&&inKey!=key){inKey=key;
+      await picture($('inview'),'which='+left+'&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery())}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
-    if(!again&&!controlHeld)await picture($('kernel'),'which=kernel&format=png');
+    if(!again&&!controlHeld&&!playing)await picture($('kernel'),'which=kernel&format=png');
   }catch(e){if(e)err(e.message)}
   inflight=false;$('busy').classList.remove('on');
   if(again){again=false;return refresh()}else if(shownProxy>1)idle=setTimeout(()=>{wantFull=true;refresh()},1000)}
-function mode(id,w){$(id).onclick=()=>{for(const b of ['showIn','showOut','showWipe'])$(b).classList.toggle('on',b==id);which=w;place();refresh()}}
+function mode(id,w){$(id).onclick=()=>{for(const b of ['showIn','showOut','showWipe','showAB'])$(b).classList.toggle('on',b==id);which=w;place();refresh()}}
 mode('showIn','input');mode('showOut','output');mode('showWipe','wipe');
 $('proxy').onchange=e=>{proxy=+e.target.value;wantFull=false;refresh()};
 $('full').onclick=()=>{wantFull=true;refresh()};
