@@ -50,13 +50,8 @@ public:
 
     // The images to render, in order: the frame itself, then each chosen layer.
     const std::vector<Ref<Image>>& Sources() const { return m_sources; }
-    // The chosen layers, one per source after the first.
-    const std::vector<Layer>& Layers() const { return m_layers; }
-    // The file's windows: its data window, and the display window (fullX...)
-    // over the union the sources cover (x, y, width, height): source pixel
-    // (0, 0) is the file's pixel (x, y).
+    // The file's data window as the file has it.
     const FileLayout& DataWindow() const { return m_data; }
-    const FileLayout& Windows() const { return m_like; }
     // Puts the tool's results (one per source) back into one image and writes
     // it. Returns what the output file could not hold, as warnings. `colourOut`,
     // when given, stands for the options' --colorspace-out.
@@ -64,11 +59,13 @@ public:
                                    std::optional<int> depth, const std::string& compression = {},
                                    const std::optional<std::string>& colourOut = std::nullopt) const;
 
-    // The file's description over the union window (Sources()' raster).
+    // The file's description over the union window (Sources()' raster): the
+    // display window (fullX...) and the union (x, y, width, height); source
+    // pixel (0, 0) is the file's pixel (x, y).
     const FileLayout& Layout() const { return m_like; }
     // The file's colour space the sources were brought from; empty with --raw.
     const std::string& Space() const { return m_space; }
-    // The chosen layers, in Sources() order after the frame.
+    // The chosen layers, one per source after the first.
     const std::vector<Layer>& Layers() const { return m_layers; }
 
 private:

@@ -53,7 +53,7 @@ json ViewSession::Pixels(const std::string& which, const std::string& layer, lon
     if (width < 1 || height < 1 || width > kPixelsAtOnce || height > kPixelsAtOnce || width * height > kPixelsAtOnce)
         throw UsageError("w=" + std::to_string(width) + ", h=" + std::to_string(height) +
                          ": expected a region of 1 to " + std::to_string(kPixelsAtOnce) + " pixels (64x64)");
-    const FileLayout& over = CurrentPlate().Windows();
+    const FileLayout& over = CurrentPlate().Layout();
     // Source pixel (0, 0) is the file's (over.x, over.y); both are of the union of the windows.
     const long left = x - over.x, top = y - over.y;
     if (left < 0 || top < 0 || left + width > over.width || top + height > over.height)
@@ -77,7 +77,7 @@ json ViewSession::Pixels(const std::string& which, const std::string& layer, lon
 json ViewSession::PlateDocument()
 {
     const Plate& plate = CurrentPlate();
-    const FileLayout &over = plate.Windows(), &data = plate.DataWindow();
+    const FileLayout &over = plate.Layout(), &data = plate.DataWindow();
     json layers = json::array({kFrameLayer});
     for (const Layer& layer : plate.Layers()) layers.push_back(layer.name);
     json displays = json::array();
