@@ -421,7 +421,8 @@ TEST_F(View, UndoAndRedoStepThroughSetsAndKeyVerbs)
 TEST_F(View, PlaybackKeepsRenderedFramesWithinTheBudget)
 {
     // A budget of so many frames (37x23 RGBA floats each), the proxy, the frames it holds.
-    for (const auto& [frames, proxy, kept] : {std::tuple{100.0, "1", 4}, {100.0, "2", 4}, {2.5, "1", 2}}) {
+    for (const auto& [frames, proxyText, kept] : {std::tuple{100.0, "1", 4}, {100.0, "2", 4}, {2.5, "1", 2}}) {
+        const char* proxy = proxyText;  // a lambda may not capture a structured binding in C++17
         StartSequence(frames * 37 * 23 * 4 * sizeof(float) / (1 << 20));
         const auto rendered = [&](int frame) {
             Post("/api/frame", "{\"frame\": " + std::to_string(frame) + "}");
