@@ -95,7 +95,7 @@ public:
                          const DisplayLook& look = {});
     // The full-resolution linear values of input or output (rendered first if
     // the settings changed) of `layer` in a region of at most kPixelsAtOnce
-    // pixels, given in the file's own pixel coordinates (ViewInspect.cpp).
+    // pixels, given in the file's own pixel coordinates (ViewProbe.cpp).
     static constexpr long kPixelsAtOnce = 64 * 64;
     nlohmann::ordered_json Pixels(const std::string& which, const std::string& layer, long x, long y, long width,
                                   long height);

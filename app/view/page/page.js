@@ -115,7 +115,7 @@ function refresh(){
 async function draw(){$('busy').classList.add('on');
   const exp=+$('exp').value||0;let shownProxy=0;
   try{const want=tool.version,p=wantFull?1:proxy,t0=performance.now();
-    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery(),{headers:H});
+    const r=await fetch('/api/image?which=output&format='+shown+'&proxy='+p+'&exposure='+exp+probeQuery(),{headers:H});
     if(r.status==409)throw 0;if(!r.ok)throw new Error((await r.json()).error);
     const blob=await r.blob(),t1=performance.now();
     if(+r.headers.get('X-Lumivane-Version')==tool.version){const img=$('view'),u=img.src;img.src=URL.createObjectURL(blob);
@@ -124,9 +124,9 @@ async function draw(){$('busy').classList.add('on');
       $('mark').hidden=p==1;$('mark').textContent='proxy 1/'+p;
       const ms=+r.headers.get('X-Lumivane-Render-Ms');if(ms)$('ms').textContent=ms.toFixed(0)+' ms'+(p>1?' (proxy)':'');err()}
     // Left of the wipe: the input, or in A/B the snapshot.
-    const left=which=='ab'?'snapshot':'input',key=[left,tool.snapshot?.version,tool.frame,exp,p,inspectQuery()].join('/');
+    const left=which=='ab'?'snapshot':'input',key=[left,tool.snapshot?.version,tool.frame,exp,p,probeQuery()].join('/');
     if(which!='output'&&inKey!=key){inKey=key;
-      await picture($('inview'),'which='+left+'&format='+shown+'&proxy='+p+'&exposure='+exp+inspectQuery())}
+      await picture($('inview'),'which='+left+'&format='+shown+'&proxy='+p+'&exposure='+exp+probeQuery())}
     $('console').textContent=(await (await api('/api/console')).json()).lines.join('\n');
     if(!again&&!controlHeld&&!playing)await picture($('kernel'),'which=kernel&format=png');
   }catch(e){if(e)err(e.message)}

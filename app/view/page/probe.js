@@ -1,8 +1,8 @@
-// The inspector: the linear values under the cursor, one channel or a layer
+// The probe: the linear values under the cursor, one channel or a layer
 // at a time, the frame's windows, gamma and the colour configuration's displays.
-// Its names stay inside; page.js adds inspectQuery(), the picture's query
+// Its names stay inside; page.js adds probeQuery(), the picture's query
 // besides exposure, to every picture it asks for.
-const inspectQuery=(()=>{
+const probeQuery=(()=>{
 let channel='rgb',plate=null,pointer=null,reading=false;
 const displays=[];  // [display, view] pairs; index 0 is the built-in sRGB
 function look(){const d=displays[+$('display').value];

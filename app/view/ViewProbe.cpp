@@ -1,4 +1,4 @@
-// What the page's viewer inspects: the linear values under the cursor, the
+// What the page's viewer probes: the linear values under the cursor, the
 // frame's windows and layers, and the displays the colour configuration has.
 #include "app/view/ViewSession.h"
 
