@@ -33,6 +33,8 @@ std::vector<std::string> RenderSequence(ToolSession& tool, const SequenceJob& jo
     if (job.frames.size() > 1 && !out.HasFrameField())
         throw UsageError("output " + job.output + " has no frame field (#### or %04d) but " +
                          std::to_string(job.frames.size()) + " frames are asked for");
+    // A frame is written while later ones are still to be read: never over one of them.
+    RefuseWritingWhatIsRead({{"output", out}}, {{"input", in}}, job.frames);
     ModuleColourSpaces();  // a bad $OCIO fails here, before any thread starts
 
     struct Pending {

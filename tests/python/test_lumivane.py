@@ -196,6 +196,10 @@ def test_a_sequence_is_the_programs_and_stops_at_a_missing_frame(tmp_path):
     with pytest.raises(OSError, match="frame 2: .*in.2.exr"):
         lumivane.render_sequence(tool, str(tmp_path / "in.#.exr"), str(tmp_path / "again.#.exr"), [1, 2, 3])
     assert [f.name for f in tmp_path.glob("again.*")] == ["again.1.exr"]
+    before = (tmp_path / "in.3.exr").read_bytes()
+    with pytest.raises(ValueError, match=r"output .*in.3.exr is the same file as input .*in.3.exr"):
+        lumivane.render_sequence(tool, str(tmp_path / "in.#.exr"), str(tmp_path / "./in.#.exr"), [3])
+    assert (tmp_path / "in.3.exr").read_bytes() == before
 
 
 ERRORS = [
