@@ -6,7 +6,7 @@ saves, against OpenEXR's own ZIP at its default level.
 
 Plates: the sample scene (scripts/make-sample: 640x360 half R, G, B, A, Z), a
 1920x1080 RGBA float plate of grain over ramps (whole_process.py's), and that
-plate blurred by a disk of 2.5 % (what a render writes). Each is
+plate blurred by disks of 2.5 % and 10 % (what a render writes). Each is
 passed through (`render --set BlurSizeX=0`) from an uncompressed file, once
 uncompressed and once per ZIP level, in alternating rounds. The reference file
 is the plate written by OpenEXR itself at its default level (`oiiotool
@@ -54,11 +54,13 @@ def main():
         subprocess.run(["oiiotool", os.path.join(work, "sample-src.exr"), "--compression", "none", "-o",
                         plates["sample 640x360 half"]], check=True)
         write_plate(plates["grain 1920x1080 float"], 1920, 1080, "none")
-        # What a render writes: the grain blurred by a disk of 2.5 %.
-        plates["grain blurred 2.5 %"] = os.path.join(work, "blurred.exr")
-        subprocess.run([os.path.join(args.build, "app", "lumivane"), "--plugins", os.path.join(args.build, "plugins"),
-                        "render", "-q", plates["grain 1920x1080 float"], plates["grain blurred 2.5 %"], "--set",
-                        "BlurSizeX=2.5", "--compression", "none"], check=True)
+        # What a render writes: the grain blurred, the wider disk leaving it smoother.
+        for disk in ("2.5", "10"):
+            plates[f"grain blurred {disk} %"] = os.path.join(work, f"blurred-{disk}.exr")
+            subprocess.run([os.path.join(args.build, "app", "lumivane"), "--plugins",
+                            os.path.join(args.build, "plugins"), "render", "-q", plates["grain 1920x1080 float"],
+                            plates[f"grain blurred {disk} %"], "--set", f"BlurSizeX={disk}", "--compression", "none"],
+                           check=True)
         builds = {"": os.path.abspath(args.build)}
         if args.old:
             builds["old "] = os.path.abspath(args.old)

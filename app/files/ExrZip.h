@@ -13,7 +13,7 @@ struct libdeflate_decompressor;
 
 // The level when none is asked for. libdeflate's level 2 writes files within
 // 0.2 % of OpenEXR's own ZIP at its default zlib level (4), smaller on smooth
-// pictures, at under half of zlib's time. Level 1 is faster still, but on
+// pictures, at under half of zlib's time. Level 1 is a third faster, but on
 // grain blurred by a wide kernel its files grow 2 % past OpenEXR's
 // (bench/README.md, "ZIP levels").
 constexpr int kDefaultZipLevel = 2;
