@@ -58,6 +58,8 @@ class ExrCodec : public ::testing::TestWithParam<const char*> {};
 TEST_P(ExrCodec, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
 {
     constexpr int kHeight = 300;
+    // Run in one process with the others, an earlier test may have opened the module.
+    const bool openedBefore = MapsCodecModule();
     ScratchFolder dir;
     const Plain plains[] = {{"y.exr", {"Y"}, TypeDesc::HALF, true},
                             {"rgb.exr", {"R", "G", "B"}, TypeDesc::FLOAT, false},
@@ -121,7 +123,7 @@ TEST_P(ExrCodec, PlainFramesReadAndWriteAsOpenImageIoSeesThem)
                   stored.spec().get_string_attribute("openexr:lineOrder"));
         EXPECT_EQ(Compare(back, stored).worst, 0.0);
     }
-    EXPECT_FALSE(MapsCodecModule());
+    EXPECT_TRUE(openedBefore || !MapsCodecModule());
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, ExrCodec, ::testing::Values("none", "zip", "zips", "piz"));
