@@ -40,7 +40,9 @@ subprocess.run(["oiiotool", "--pattern", "fill:topleft=0,0,0.2:topright=1,0.3,0:
                 "1920x1080", "3", "--pattern", "checker:width=64:height=64:color1=0,0,0:color2=0.4,0.4,0.4", "1920x1080", "3",
                 "--add", "--pattern", "noise:type=white:min=0:max=1", "1920x1080", "3", "--add", "-d", "half",
                 "-o", os.path.join(work, "plate.exr")], check=True)
-server = subprocess.Popen([program, "--plugins", plugins, "view", "plate.exr", "--set", "BlurSizeX=2.5"], cwd=work,
+# No frame cache: every change is timed as a render, not as a picture kept from an earlier round.
+server = subprocess.Popen([program, "--plugins", plugins, "view", "plate.exr", "--set", "BlurSizeX=2.5", "--cache", "0"],
+                          cwd=work,
                           stdout=subprocess.PIPE, text=True, env=dict(os.environ))
 address = server.stdout.readline().strip()
 base, token = address.split("#", 1)

@@ -225,6 +225,10 @@ ViewHttpServer::ViewHttpServer()
     set_write_timeout(kWriteSeconds);
     set_keep_alive_timeout(kKeepAliveSeconds);
     set_keep_alive_max_count(kRequestsPerConnection);
+    // An answer goes out as its head, then its body: without this the body of a
+    // small answer waits for the browser's delayed acknowledgement of the head,
+    // 40 ms on Linux, twice for each value a dragged slider sends.
+    set_tcp_nodelay(true);
 }
 
 int ViewHttpServer::Bind(const std::string& host, int port)
