@@ -232,7 +232,15 @@ while rendering).
 
 Number controls are static or animated, as in the host: keys at frames, linear
 between them and constant past the first and last. get, keys, animate, set with
-frame=, delete_key and remove_animation read and edit them.)");
+frame=, delete_key and remove_animation read and edit them:
+
+    tool.set(BlurSizeX=2.5)
+    tool.animate("BlurSizeX", 1001)        # a key at 1001 holding 2.5
+    tool.set("BlurSizeX", 5, frame=1010)   # a second key
+    tool.get("BlurSizeX", frame=1005.5)    # 3.75, on the line between them
+    tool.keys("BlurSizeX")                 # [(1001.0, 2.5), (1010.0, 5.0)]
+    tool.delete_key("BlurSizeX", 1010)     # one key left
+    tool.remove_animation("BlurSizeX", 1001)  # static again, at 2.5)");
     tool.def(py::init([]() { return MakeSession({}); }), "A new tool with its default settings.")
         .def_static("from_flow", [](const std::string& path) { return MakeSession(path); }, py::arg("path"),
                     "The tool a flow file holds, with its values and keys (as `lumivane render --flow`).\n"
