@@ -42,8 +42,7 @@ subprocess.run(["oiiotool", "--pattern", "fill:topleft=0,0,0.2:topright=1,0.3,0:
                 "-o", os.path.join(work, "plate.exr")], check=True)
 # No frame cache: every change is timed as a render, not as a picture kept from an earlier round.
 server = subprocess.Popen([program, "--plugins", plugins, "view", "plate.exr", "--set", "BlurSizeX=2.5", "--cache", "0"],
-                          cwd=work,
-                          stdout=subprocess.PIPE, text=True, env=dict(os.environ))
+                          cwd=work, stdout=subprocess.PIPE, text=True, env=dict(os.environ))
 address = server.stdout.readline().strip()
 base, token = address.split("#", 1)
 headers = {"X-Lumivane-Token": token}

@@ -164,7 +164,8 @@ def ratio(value, target, at_most, digits=2):
     """value as a table cell, with its verdict where a target is set."""
     if target is None:
         return f"{value:.{digits}f}"
-    return f"{value:.{digits}f} {verdict(value <= target if at_most else value >= target)} ({'<=' if at_most else '>='} {target})"
+    ok = value <= target if at_most else value >= target
+    return f"{value:.{digits}f} {verdict(ok)} ({'<=' if at_most else '>='} {target})"
 
 
 def loads():
@@ -269,7 +270,8 @@ def main():
         at_start = loads()
         for _ in range(rounds):
             times["one"].append(run(ours + [pattern, outs, "--frames", "1-10"] + setting, env)[0])
-            for name, each in [("ten", lambda i, o: ours + [i, o] + setting), ("oiiotool", lambda i, o: [oiiotool, i, "-o", o])]:
+            for name, each in [("ten", lambda i, o: ours + [i, o] + setting),
+                               ("oiiotool", lambda i, o: [oiiotool, i, "-o", o])]:
                 start = time.monotonic()
                 for f in range(1, 11):
                     run(each(os.path.join(work, f"seq.{f:04d}.exr"), os.path.join(work, f"seqout.{f:04d}.exr")), env)
